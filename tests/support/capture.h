@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_TESTS_SUPPORT_CAPTURE_H
+#define ZAN_TESTS_SUPPORT_CAPTURE_H
+
+#include <string>
+
+namespace zan::test {
+
+// Takes what goes to descriptor 1, by printf in any thread or from forked
+// children, from construction until stop().  Standard output is line buffered
+// meanwhile, so a line is there as soon as it is complete.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture();
+    StdoutCapture(const StdoutCapture &) = delete;
+    StdoutCapture &operator=(const StdoutCapture &) = delete;
+
+    // Everything captured; the descriptor is what it was before.
+    std::string stop();
+
+    // Everything so far, while the capture goes on.
+    std::string so_far() const;
+
+    // Waits until `text` has been printed `times` times: whether it was, within
+    // the patience of a test.
+    bool wait_for(const std::string &text, int times = 1) const;
+
+private:
+    int file_;
+    int saved_;
+    bool running_ = true;
+};
+
+} // namespace zan::test
+
+#endif

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+#include "support/daemon.h"
+
+#include "support/patience.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace zan::test {
+
+namespace {
+
+constexpr std::int32_t registration_class = 3;
+constexpr const char *request_queue_file = "/tmp/zan_qid";
+constexpr const char *registration_queue_file = "/tmp/zan_req_qid";
+
+int create_queue() {
+    const int id = msgget(IPC_PRIVATE, IPC_CREAT | 0666);
+    if (id < 0)
+        throw std::system_error(errno, std::generic_category(), "msgget");
+    return id;
+}
+
+// Starts a thread that takes no signal: those that a test sends are meant for its
+// own threads.
+template<typename Work> std::thread start_undisturbed(Work work) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::thread thread(work);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
+
+} // namespace
+
+ScriptedDaemon::ScriptedDaemon()
+    : request_queue_(create_queue()), registration_queue_(create_queue()) {
+    write_file(request_queue_file, std::to_string(request_queue_));
+    write_file(registration_queue_file, std::to_string(registration_queue_));
+    thread_ = start_undisturbed([this] { run(); });
+}
+
+ScriptedDaemon::~ScriptedDaemon() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    changed_.notify_all();
+    die();
+    thread_.join();
+    unlink(request_queue_file);
+    unlink(registration_queue_file);
+}
+
+void ScriptedDaemon::on(std::int32_t type, std::int32_t cmd, Replies replies) {
+    const std::lock_guard lock(mutex_);
+    rules_[{type, cmd}] = std::move(replies);
+}
+
+void ScriptedDaemon::once(std::int32_t type, std::int32_t cmd, Replies replies) {
+    const std::lock_guard lock(mutex_);
+    once_[{type, cmd}].push_back(std::move(replies));
+}
+
+void ScriptedDaemon::release() {
+    {
+        const std::lock_guard lock(mutex_);
+        ++released_;
+    }
+    changed_.notify_all();
+}
+
+void ScriptedDaemon::die() {
+    remove_queue(request_queue_);
+    remove_queue(registration_queue_);
+}
+
+std::vector<SizedRecord> ScriptedDaemon::records() const {
+    const std::lock_guard lock(mutex_);
+    return {records_.begin(), records_.end()};
+}
+
+std::vector<SizedRecord> ScriptedDaemon::wait_for_records(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, patience, [&] { return records_.size() >= count; }))
+        throw std::runtime_error("only " + std::to_string(records_.size()) + " of " +
+                                 std::to_string(count) + " records arrived");
+    return {records_.begin(), records_.end()};
+}
+
+void ScriptedDaemon::forget_records() {
+    const std::lock_guard lock(mutex_);
+    records_.clear();
+}
+
+void ScriptedDaemon::run() {
+    const auto request = std::make_unique<SizedRecord>();
+    while (true) {
+        request->record = {};
+        const ssize_t size = msgrcv(request_queue_, &request->record, raw_body_size, 0, 0);
+        if (size < 0)
+            return; // the queue is gone: the only way to end
+        request->msgsz = static_cast<std::size_t>(size);
+        Replies replies;
+        {
+            const std::lock_guard lock(mutex_);
+            records_.push_back(*request);
+            replies = replies_for({request->record.type(), request->record.cmd()});
+        }
+        changed_.notify_all();
+        for (const Reply &reply : replies) {
+            if (!wait_before(reply))
+                return;
+            if (reply.die)
+                die();
+            else
+                send(*request, reply);
+        }
+    }
+}
+
+Replies ScriptedDaemon::replies_for(const Key &key) {
+    if (auto &queued = once_[key]; !queued.empty()) {
+        Replies replies = std::move(queued.front());
+        queued.pop_front();
+        return replies;
+    }
+    const auto rule = rules_.find(key);
+    return rule == rules_.end() ? Replies{Reply{}} : rule->second;
+}
+
+bool ScriptedDaemon::wait_before(const Reply &reply) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, reply.delay, [&] { return stopping_; });
+    if (reply.held) {
+        changed_.wait(lock, [&] { return stopping_ || released_ > 0; });
+        --released_;
+    }
+    return !stopping_;
+}
+
+void ScriptedDaemon::send(const SizedRecord &request, const Reply &reply) {
+    const std::int32_t type = reply.type.value_or(request.record.type());
+    const bool registration = request.record.type() == registration_class;
+    const long module_queue = request.record.mtype;
+    const SizedRecord record = make_record({
+        .mtype = reply.mtype.value_or(registration ? module_queue : type),
+        .type = type,
+        .cmd = reply.cmd.value_or(request.record.cmd()),
+        .dst = reply.dst,
+        .src = reply.src,
+        .result = reply.result,
+        .aux = reply.aux,
+        .arg = reply.arg,
+        .payload = reply.payload,
+        .len = reply.len,
+        .msgsz = reply.msgsz,
+    });
+    const int queue =
+        reply.queue.value_or(registration ? registration_queue_ : static_cast<int>(module_queue));
+    // Not a blocking send: a module that reads nothing must not keep the test from ending.
+    while (msgsnd(queue, &record.record, record.msgsz, IPC_NOWAIT) < 0 && errno == EAGAIN) {
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, std::chrono::milliseconds(1), [&] { return stopping_; }))
+            return;
+    }
+}
+
+} // namespace zan::test

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "support/worker.h"
+
+#include "support/patience.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace zan::test {
+
+namespace {
+
+// One sleeping moment may be a page fault or the allocator; a thread that waits
+// for an event is found asleep every time.
+constexpr int sightings_needed = 30;
+
+bool asleep(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const size_t name_end = line.rfind(')');
+    return name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
+}
+
+void install_interrupt_handler() {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGUSR1, &action, nullptr);
+}
+
+} // namespace
+
+struct Worker::State {
+    std::atomic<pid_t> thread{0};
+    std::atomic<bool> done{false};
+};
+
+Worker::Worker(std::function<void()> work) : state_(std::make_shared<State>()) {
+    install_interrupt_handler();
+    thread_ = std::thread([state = state_, work = std::move(work)] {
+        state->thread = gettid();
+        work();
+        state->done = true;
+    });
+}
+
+Worker::~Worker() {
+    if (!thread_.joinable())
+        return;
+    if (!wait_until_done()) {
+        std::fprintf(stderr, "a worker thread of the test does not end\n");
+        std::abort();
+    }
+    thread_.join();
+}
+
+bool Worker::done() const {
+    return state_->done;
+}
+
+bool Worker::wait_until_done() const {
+    return eventually([this] { return done(); });
+}
+
+bool Worker::wait_until_blocked() const {
+    int sightings = 0;
+    eventually([&] {
+        const pid_t thread = state_->thread;
+        sightings = thread != 0 && asleep(thread) ? sightings + 1 : 0;
+        return done() || sightings >= sightings_needed;
+    });
+    return !done();
+}
+
+void Worker::interrupt() {
+    if (thread_.joinable())
+        pthread_kill(thread_.native_handle(), SIGUSR1);
+}
+
+void Worker::abandon() {
+    if (thread_.joinable())
+        thread_.detach();
+}
+
+LockProbe::LockProbe(void (*lock)(), void (*unlock)())
+    : worker_([=] {
+          lock();
+          unlock();
+      }) {}
+
+bool LockProbe::is_free() const {
+    return !worker_.wait_until_blocked();
+}
+
+} // namespace zan::test
