@@ -1,0 +1,513 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * libzan: a process that links this library is a module of the router's zan
+ * daemon.
+ *
+ * Every exchange with the daemon is one fixed-layout record, zan_msg, on a
+ * System V message queue.  A module calls zan_register() once, then makes
+ * requests; each request sends one record and waits for the answer with the
+ * same class and command.
+ *
+ * Results: 0 or a positive number is success, a negative number a failure (the
+ * ZAN_ERR codes below, or the daemon's own negative result passed through).
+ * Failures that a developer must see are printed as one line on standard
+ * output; each function says which.
+ *
+ * Threads: requests may be made from any thread once zan_register() has
+ * returned.  They hold the process's API lock from before the send until the
+ * answer has been copied out, so one request of a process is in flight at a
+ * time, and SIGTERM is held off for exactly that long.  No function may be
+ * called from a signal handler.
+ *
+ * Declarations not found in this header are not part of the interface.
+ */
+#ifndef ZAN_H
+#define ZAN_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#define ZAN_VERSION_MAJOR 0
+#define ZAN_VERSION_MINOR 1
+#define ZAN_VERSION_PATCH 0
+
+#if defined(__GNUC__)
+#define ZAN_API __attribute__((visibility("default")))
+#define ZAN_PRINTF(format_index, first_argument)                                                   \
+    __attribute__((format(printf, format_index, first_argument)))
+#else
+#define ZAN_API
+#define ZAN_PRINTF(format_index, first_argument)
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Constants                                                                */
+/* ------------------------------------------------------------------------ */
+
+/* Result codes of the library itself.  Any other negative result is the
+ * daemon's. */
+enum zan_error {
+    ZAN_ERR = -1,              /* not registered, bad argument, or a failed receive */
+    ZAN_ERR_TIMEOUT = -2,      /* no answer on the socket in time */
+    ZAN_ERR_SEND = -2003,      /* the request could not be sent */
+    ZAN_ERR_CREATE = -2005,    /* the socket could not be created */
+    ZAN_ERR_REMOVE = -2006,    /* the queue or socket could not be removed */
+    ZAN_ERR_MESH = -2010,      /* the mesh agent is not ready */
+    ZAN_ERR_QUEUE_IDS = -2105, /* queue ids missing or clashing at registration */
+    ZAN_ERR_REFUSED = -7007    /* file or action request refused locally */
+};
+
+/* Request classes: the `type` of a record. */
+enum zan_class {
+    ZAN_CLASS_CFG = 1,          /* configuration, to "ZAN_CFG" */
+    ZAN_CLASS_CWMP = 2,         /* remote management, to "ZAN_CWMP" */
+    ZAN_CLASS_REGISTRATION = 3, /* a module comes or goes */
+    ZAN_CLASS_MESSAGE = 4,      /* direct message to one module */
+    ZAN_CLASS_NOTIFY = 5,       /* subscriptions and notifications, to "ZAN" */
+    ZAN_CLASS_ACTION = 7,       /* files and actions, to "ZAN_FAD"; task manager */
+    ZAN_CLASS_CONTROL = 8,      /* control command lines */
+    ZAN_CLASS_BROADCAST = 9     /* direct message to all modules */
+};
+
+/* Commands of ZAN_CLASS_CFG. */
+enum zan_cfg_cmd {
+    ZAN_CFG_GET = 1,
+    ZAN_CFG_SET = 2,
+    ZAN_CFG_DELETE = 3,
+    ZAN_CFG_RELOAD = 4,
+    ZAN_CFG_DUMP = 5,
+    ZAN_CFG_SET_FILE = 7,
+    ZAN_CFG_PRINT = 12,
+    ZAN_CFG_GET_ATTR = 15,
+    ZAN_CFG_SET_ATTR = 16,
+    ZAN_CFG_LOGIN = 19,
+    ZAN_CFG_EMPTY = 20,
+    ZAN_CFG_RESET = 21,
+    ZAN_CFG_CONVERT_PATH = 22,
+    ZAN_CFG_GET_ARRAY = 23,
+    ZAN_CFG_ANCHOR = 25,
+    ZAN_CFG_IFNAME = 29,
+    ZAN_CFG_RESERVED_30 = 30, /* answered by reference; no request sends it */
+    ZAN_CFG_CONVERT = 31,
+    ZAN_CFG_APPLY_ALL = 32,
+    ZAN_CFG_APPLY_FIREWALL = 33,
+    ZAN_CFG_MODULE_PID = 34
+};
+
+/* Commands of ZAN_CLASS_REGISTRATION. */
+enum zan_registration_cmd { ZAN_REGISTER = 0, ZAN_UNREGISTER = 1 };
+
+/* Commands of ZAN_CLASS_MESSAGE and ZAN_CLASS_BROADCAST. */
+enum zan_message_cmd {
+    ZAN_MESSAGE_SEND_WITH_ACK = 1,
+    ZAN_MESSAGE_ACK = 2,
+    ZAN_MESSAGE_SEND_ALL = 3,
+    ZAN_MESSAGE_SEND = 4
+};
+
+/* Commands of ZAN_CLASS_NOTIFY. */
+enum zan_notify_cmd {
+    ZAN_NOTIFY_REGISTER_VALUE = 0,
+    ZAN_NOTIFY_REGISTER_EVENT = 1,
+    ZAN_NOTIFY_UNREGISTER_VALUE = 2,
+    ZAN_NOTIFY_UNREGISTER_EVENT = 3,
+    ZAN_NOTIFY_VALUE_CHANGED = 7, /* incoming */
+    ZAN_NOTIFY_EVENT = 8          /* incoming */
+};
+
+/* Sizes of the record, in bytes. */
+enum zan_size {
+    ZAN_NAME_SIZE = 32,    /* a module name with its terminator */
+    ZAN_HEADER_SIZE = 100, /* the header after mtype: `msgsz` is this plus `len` */
+    ZAN_DATA_SIZE = 35000, /* the payload area */
+    ZAN_BODY_SIZE = 35100, /* header and payload area: the largest `msgsz` */
+    ZAN_PATH_SIZE = 1024   /* a configuration path with its terminator */
+};
+
+/* ------------------------------------------------------------------------ */
+/* Types                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/* The record without its queue type; the form that travels on sockets. */
+typedef struct zan_body {
+    int32_t type;             /* enum zan_class */
+    int32_t cmd;              /* command within the class */
+    char dst[ZAN_NAME_SIZE];  /* destination module */
+    char src[ZAN_NAME_SIZE];  /* source module */
+    int32_t pid;              /* sender's process id; instance at registration */
+    int32_t time;             /* seconds since 1970, or 0 */
+    int32_t spare;            /* always 0 */
+    int32_t result;           /* of an answer; negative: data is an error text */
+    int32_t aux;              /* the daemon's; 0 in requests */
+    int32_t arg;              /* small argument of a request */
+    int32_t len;              /* payload bytes that follow */
+    char data[ZAN_DATA_SIZE]; /* payload */
+} zan_body;
+
+/* The record as msgsnd and msgrcv take it. */
+typedef struct zan_msg {
+    long mtype;
+    zan_body body;
+} zan_msg;
+
+/* The answer area of a request. */
+typedef struct zan_resp {
+    char *ptr;                /* answer by reference, or untouched */
+    char data[ZAN_DATA_SIZE]; /* answer by copy */
+    int len;                  /* bytes of either */
+} zan_resp;
+
+/* A value has changed.  f1 to f3 and f6 are the notification's texts, f4 and
+ * f5 its numbers, by position. */
+typedef int (*zan_value_changed_fn)(char *f1, char *f2, char *f3, char *f6, int f4);
+typedef int (*zan_value_changed2_fn)(char *f1, char *f2, char *f3, char *f6, int f4, int f5);
+/* An event has happened; type is ZAN_CLASS_NOTIFY. */
+typedef int (*zan_event_fn)(int event, int type);
+/* A direct message of len bytes; body is the whole record.  len is what the
+ * sender wrote: check it against ZAN_DATA_SIZE before trusting it. */
+typedef int (*zan_message_fn)(char *data, int len, zan_body *body);
+/* A task-manager message; type is ZAN_CLASS_ACTION. */
+typedef int (*zan_taskmgr_fn)(char *data, int type);
+
+/* ------------------------------------------------------------------------ */
+/* Identity: read-only for modules, set by registration                      */
+/* ------------------------------------------------------------------------ */
+
+extern ZAN_API int g_zan_qid;     /* the daemon's request queue, -1 when unknown */
+extern ZAN_API int g_reg_msq_qid; /* the daemon's registration-answer queue, or -1 */
+extern ZAN_API int g_msq_qid;     /* this module's own queue, or -1 */
+extern ZAN_API int g_msq_qid2;    /* this module's second queue, or -1 */
+extern ZAN_API char g_module_name[ZAN_NAME_SIZE];
+
+/* ------------------------------------------------------------------------ */
+/* Queues: the primitives under every request                                */
+/* ------------------------------------------------------------------------ */
+/*
+ * A queue belongs to a (name, instance) pair through its key file
+ * "/tmp/NAME_INSTANCE.msq" (the path is cut at 63 characters).  A negative
+ * queue id makes every primitive return -1 silently.  On failure errno stays as
+ * the system call set it.  None of them takes a lock.
+ */
+
+/* Creates or truncates the file.  0, or 1 after printing "open PATH fail!". */
+ZAN_API int create_file(const char *path);
+
+/* Opens the queue of (name, instance), creating key file and queue as needed.
+ * The queue id, or -1 after printing "zan_msg_create ERROR:REASON". */
+ZAN_API int zan_msg_create(const char *name, int instance);
+
+/* As zan_msg_create, with proj_id in the key, and fails when the queue exists. */
+ZAN_API int zan_msg_create_by_id(const char *name, int instance, int proj_id);
+
+/* Removes the key file: the result of unlink(). */
+ZAN_API int zan_del_msq_file(const char *name, int instance);
+
+/* Removes the queue.  0, or -1 after printing "zan_msg_del ERROR:REASON". */
+ZAN_API int zan_msg_del(int qid);
+
+/* Sends msgsz bytes of msg->body (ZAN_HEADER_SIZE plus the payload) under
+ * msg->mtype; blocks while the queue is full.  0, or -1 after printing
+ * "zan_msg_send qid=QID ERROR:REASON".  A msgsz above ZAN_BODY_SIZE fails with
+ * EINVAL: nothing outside the record is ever read. */
+ZAN_API int zan_msg_send(int qid, const zan_msg *msg, int msgsz);
+
+/* Waits for a record of type msgtyp (as msgrcv takes it) of at most max bytes;
+ * a max above ZAN_BODY_SIZE counts as ZAN_BODY_SIZE.  Returns the bytes
+ * received, mtype not counted, or -1.  When a signal interrupts the wait it
+ * prints "EINTR[QID]:retry...", pauses for a millisecond and waits once more;
+ * a second failure prints "Retry fail[zan_msg_recv] qid=QID ERROR:REASON", any
+ * other first failure "zan_msg_recv qid=QID ERROR:REASON". */
+ZAN_API int zan_msg_recv(int qid, int msgtyp, zan_msg *msg, int max);
+
+/* As zan_msg_recv, but returns -1 with ENOMSG at once when nothing waits.
+ * EINTR and ENOMSG are silent; other failures print
+ * "zan_msg_recv_no_wait msqid=QID ERROR:REASON". */
+ZAN_API int zan_msg_recv_no_wait(int qid, int msgtyp, zan_msg *msg, int max);
+
+/* ------------------------------------------------------------------------ */
+/* Registration                                                              */
+/* ------------------------------------------------------------------------ */
+/*
+ * Names are cut to 31 characters in g_module_name.  In the record itself a name
+ * of 32 characters or more runs over into the fields behind it, those that are
+ * set later excepted: keep names shorter.  A null name gives -1.
+ */
+
+/* The daemon's request queue id from "/tmp/zan_qid", or its registration-answer
+ * queue id from "/tmp/zan_req_qid".  -1 after printing
+ * "FUNCTION:The file FILE is not exist" when the file cannot be read. */
+ZAN_API int zan_get_msq_qid(void);
+ZAN_API int zan_get_reg_msq_qid(void);
+
+/* Makes this process the module `name`: initialises the API lock, creates the
+ * module's queue and announces it to the daemon.  Call it first and before any
+ * other thread uses the library.  A failed attempt is repeated three times
+ * under another queue key, each after printing
+ * "zan_register_msq:register fail! Retry N[PROJ]...".  Returns the queue id, or
+ * ZAN_ERR_QUEUE_IDS (no daemon, or the ids clash, which prints "!!!Error: ..."),
+ * ZAN_ERR_SEND, or the daemon's negative result. */
+ZAN_API int zan_register(const char *name, int instance);
+
+/* Registers a second queue (instance 1) under `name`; its id is also in
+ * g_msq_qid2.  Results and messages as zan_register, the latter under the name
+ * "zan_register_msqid".  When the first attempt fails, the retries replace
+ * g_msq_qid instead of g_msq_qid2, and queues of failed attempts stay. */
+ZAN_API int zan_register_msqid(const char *name);
+
+/* Announces an existing queue under g_module_name; prints
+ * "zan_register_by_qid:qid=QID".  Returns qid, ZAN_ERR_SEND, or the daemon's
+ * negative result after "zan_register_by_qid: register fail! ret = RESULT". */
+ZAN_API int zan_register_by_qid(int qid);
+
+/* Ends the module: destroys both locks, then unregisters the second queue, if
+ * there is one, and the main queue; removes the queues and their key files.
+ * Call it last and from one thread.  0, or ZAN_ERR when not registered (after
+ * "zan_unregister_msq: pid=PID"), ZAN_ERR_SEND, ZAN_ERR_REMOVE, or the daemon's
+ * result when that is not positive: then queue and key file stay. */
+ZAN_API int zan_unregister(const char *name, int instance);
+
+/* Unregisters one queue under the API lock; results as zan_unregister.
+ * Two hazards callers must know: with a negative queue id of the module or the
+ * daemon it returns -1 and LEAVES THE API LOCK HELD, so that the next request
+ * blocks; and when the queue cannot be removed (ZAN_ERR_REMOVE) it releases the
+ * lock twice, which can release a lock that another thread has just taken. */
+ZAN_API int zan_unregister_msqid(const char *name, int instance, int qid);
+
+/* ------------------------------------------------------------------------ */
+/* Locks                                                                     */
+/* ------------------------------------------------------------------------ */
+/*
+ * The API lock is held by every request from send to answer; while a thread
+ * owns it, SIGTERM is blocked in that thread.  The queue lock is held by direct
+ * sends and by the locking receive thread.  Neither is recursive, the library
+ * never nests them, and both are no-ops until initialised and after they are
+ * destroyed.  zan_register() initialises the API lock, zan_thread_create() the
+ * queue lock; zan_unregister() destroys both.  Init and destroy may be repeated
+ * and must not run while another thread uses the lock.
+ *
+ * A failure prints one line: "[zan_api_lock_init:LINE] zan_api_lock_init fail",
+ * "[zan_api_lock:194] sig unlock fail", "cfg api lock failure [N]",
+ * "cfg api unlock failure [N]" or "[zan_api_unlock:229] cfg api unlock failure".
+ * Releasing the API lock while nobody holds it does nothing but unblock SIGTERM.
+ */
+ZAN_API void zan_api_lock_init(void);
+ZAN_API void zan_api_lock_destroy(void);
+ZAN_API void zan_api_lock(void);
+ZAN_API void zan_api_unlock(void);
+ZAN_API void zan_msq_lock_init(void);
+ZAN_API void zan_msq_lock_destroy(void);
+ZAN_API void zan_msq_lock(void);
+ZAN_API void zan_msq_unlock(void);
+
+/* ------------------------------------------------------------------------ */
+/* Answers and incoming records                                              */
+/* ------------------------------------------------------------------------ */
+
+/* Waits on the own queue for the answer (type, cmd); other records of that type
+ * are consumed and lost.  The caller holds the lock its request was sent under.
+ * Returns 1; the answer's negative result, with its text in err (1024 bytes)
+ * when err is given; or -1 when the receive failed.  For the commands of
+ * ZAN_CLASS_CFG that answer with text, resp->ptr points to the text, ended by a
+ * NUL, and resp->len counts it: copy it before the next request of the process.
+ * For ZAN_CLASS_CWMP the payload is copied to resp->data, with a NUL behind it
+ * unless it fills the area, and the result is 0 when the answer's arg is 1.
+ * err and resp may be null.  An answer without payload reports the length and
+ * text of the record received before it in the same call. */
+ZAN_API int zan_client_recv_msq_response(int type, int cmd, char *err, zan_resp *resp);
+
+/* Waits on the registration queue for the answer to qid: its result, or -1.  A
+ * negative result's text is copied to err (1024 bytes) when err is given. */
+ZAN_API int zan_client_recv_reg_msq(int qid, char *err);
+
+/* Takes one waiting record of type msgtyp and at most max bytes into msg and
+ * dispatches it: the result of zan_process_data, 0 when nothing waits or after
+ * printing "zan_client_recv_msq_no_wait: receive msq message error, msgid: QID.
+ * Error:REASON" (one line), -1 when there is no own queue. */
+ZAN_API int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max);
+
+/* As zan_client_recv_msq_no_wait, but waits for the record; 0 when a signal
+ * interrupts the wait. */
+ZAN_API int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max);
+
+/* Take and dispatch one waiting direct message, or one notification, on storage
+ * of their own (35 KB of stack).  Results as zan_client_recv_msq_no_wait. */
+ZAN_API int zan_recv_msq(void);
+ZAN_API int zan_recv_notify_msq(void);
+
+/* Handlers: null removes one.  They run on the thread that dispatches, their
+ * results are ignored, and they must not wait for an answer on the path that
+ * delivered the record.  The texts they are handed live until they return.
+ * Install them before the receive thread starts. */
+ZAN_API void zan_set_value_changed_handler(zan_value_changed_fn fn);
+ZAN_API void zan_set_value_changed_handler2(zan_value_changed2_fn fn);
+ZAN_API void zan_set_event_handler(zan_event_fn fn);
+ZAN_API void zan_set_message_handler(zan_message_fn fn);
+ZAN_API void zan_set_taskmgr_msg_handler(zan_taskmgr_fn fn);
+
+/* Hands one record to the handler of its class: 1 when a handler was called,
+ * else 0.  A class that no handler exists for prints
+ * "receive unknown module message[TYPE]".  Both value-changed handlers are
+ * called when both are set.  A message handler's len is kept within the storage
+ * behind data, whatever the record says. */
+ZAN_API int zan_process_data(zan_body *body);
+
+/* Starts the detached receive thread on the own queue for records of type
+ * mtype: 0, or the error number of the step that failed, after its line.  The
+ * first form initialises the queue lock and holds it around each receive and
+ * dispatch, polling every 100 ms; the second waits in the kernel and takes no
+ * lock, so it can take the acknowledgement that a direct send waits for.  The
+ * thread prints "zan_thread_create: mtype=TYPE g_msq_qid=QID-------------------->"
+ * (or "zan_thread_create_wo_lock: ...") once, ends at once without an own queue,
+ * and ends after four hard receive errors in a row, each printed. */
+ZAN_API int zan_thread_create(int mtype);
+ZAN_API int zan_thread_create_wo_lock(int mtype);
+
+/* Cancels the thread started last: 0, or ESRCH when there is none.  The thread
+ * ends where it waits, never inside a handler or while it holds the lock. */
+ZAN_API int zan_thread_cancel(void);
+
+/* ------------------------------------------------------------------------ */
+/* Configuration                                                             */
+/* ------------------------------------------------------------------------ */
+/*
+ * Requests to "ZAN_CFG".  A path is formatted from fmt and cut at 1023
+ * characters; an instance number follows a colon, as in "/sys/user:1/name".
+ * Results, unless said otherwise: 1; ZAN_ERR (-1) for a null argument or a failed
+ * wait; ZAN_ERR_SEND after three lines, "FUNCTION:zan_msg_send fail!",
+ * "FUNCTION: path=PATH" and "FUNCTION: pid=PID"; or the daemon's negative
+ * result.  All hold the API lock from send to answer, use less than 5 KB of
+ * stack and no heap.
+ */
+
+/* Reads a value into `value` of `size` bytes; a size below 5 means 1024.  Longer
+ * values are cut, with zan_strcpy's warning.  On failure value is untouched. */
+ZAN_API int cfg_getstr(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* Writes a value.  Path and value are cut at 2044 characters together. */
+ZAN_API int cfg_setstr(const char *value, const char *fmt, ...) ZAN_PRINTF(2, 3);
+
+/* Reads a value as a decimal integer, limited to 32 bits.  0 also when the read
+ * fails, after printing "cfg_getint failed for PATH".  In this function,
+ * cfg_setint and cfg_getcount the formatted path is a format once more: "%%" in
+ * it becomes "%". */
+ZAN_API int cfg_getint(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Writes a value as decimal text: the result of cfg_setstr. */
+ZAN_API int cfg_setint(int value, const char *fmt, ...) ZAN_PRINTF(2, 3);
+
+/* Counts the instances of a multi-instance object, whose path is cut at 255
+ * characters.  0 also when the request fails. */
+ZAN_API int cfg_getcount(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Reads all instances of an object as one text, rendered by the daemon; as
+ * cfg_getstr. */
+ZAN_API int cfg_getarray(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* The process id of a registered module, or a negative code.  The second failure
+ * line is "cfg_get_module_pid: module=MODULE". */
+ZAN_API int cfg_get_module_pid(const char *module);
+
+/* Creates an instance of a multi-instance object. */
+ZAN_API int cfg_anchor(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Deletes a node or an instance. */
+ZAN_API int cfg_del(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* ------------------------------------------------------------------------ */
+/* Subscriptions                                                             */
+/* ------------------------------------------------------------------------ */
+/*
+ * Requests to "ZAN" that tell the daemon what to forward to the handlers.
+ * Results as for configuration requests; a failed send prints two lines,
+ * "FUNCTION:zan_msg_send fail!" and "FUNCTION: pid=PID".  They hold the API lock.
+ */
+
+/* Watches a value or subtree.  option (0 to 255) and the low byte of flag are
+ * settings passed to the daemon; an option of 256 or more gives -1 and sends
+ * nothing.  A path of more than 1023 characters is cut, but keeps its full
+ * length in the record, filled up with zeros. */
+ZAN_API int zan_notify_register_value_changed(const char *path, unsigned int option, int flag);
+ZAN_API int zan_notify_unregister_value_changed(const char *path);
+
+/* Subscribes to an event code. */
+ZAN_API int zan_notify_register_event(int event);
+ZAN_API int zan_notify_unregister_event(int event);
+
+/* ------------------------------------------------------------------------ */
+/* Strings and numbers                                                       */
+/* ------------------------------------------------------------------------ */
+
+/* Trim in place: a byte below 33, taken as signed, is blank, so bytes from 128
+ * up are trimmed too.  zan_triml returns a pointer into the text; a null text
+ * gives null.  A text of blanks alone becomes empty. */
+ZAN_API char *zan_triml(char *text);
+ZAN_API char *zan_trimr(char *text);
+ZAN_API char *zan_trim(char *text);
+
+/* Copies at most size-1 characters and a NUL; a size below 5 means 1024.  Returns
+ * the characters copied, 0 when dst or src is null.  A text that is cut prints
+ * "### warning: zan_strcpy overflow, pid = PID, string = COPIED, size = COUNT". */
+ZAN_API int zan_strcpy(char *dst, const char *src, int size);
+
+/* Formats at most size-1 characters and a NUL; a size below 5 means 1024.
+ * Returns the characters stored, the formatter's result when that is 0 or
+ * negative, or 0 without writing when size is negative. */
+ZAN_API int zan_sprintf(char *dst, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* Convert the whole text in the given base (0: by prefix): 0, or -1 with *value 0
+ * when anything is left over or the number does not fit 32 bits.  The empty text
+ * is 0.  zan_strtoul skips leading white space and refuses a "-".  *end, when
+ * given, is where the conversion stopped. */
+ZAN_API int zan_strtol(const char *text, char **end, int base, int32_t *value);
+ZAN_API int zan_strtoul(const char *text, char **end, int base, uint32_t *value);
+
+/* ------------------------------------------------------------------------ */
+/* Processes and files                                                       */
+/* ------------------------------------------------------------------------ */
+
+/* Runs a command through the shell, its error output discarded and its text cut
+ * at 1023 characters: the wait status, or -1. */
+ZAN_API int zan_system(const char *command);
+
+/* The bound on open descriptors, asked for once: 1024 when there is none.
+ * Negative after printing "sysconf error for _SC_OPEN_MAX" (no line end). */
+ZAN_API int open_max(void);
+
+/* A stream from ("r") or to ("w") a command run by the shell; null on failure,
+ * with EINVAL for another mode.  Later commands do not inherit the streams of
+ * earlier ones.  Not to be called from two threads at once; close the stream
+ * with vpclose only. */
+ZAN_API FILE *vpopen(const char *command, const char *mode);
+
+/* Closes a stream of vpopen and waits for its command: the raw wait status, or
+ * -1, also for any other stream, which is then left open. */
+ZAN_API int vpclose(FILE *stream);
+
+/* Runs a command and stores its first line, without the line end and at most
+ * size-1 characters, in buf; buf is untouched when the command prints nothing.
+ * Always 0; when the command cannot be started prints
+ * "### zan_popen Error: command=COMMAND" and reports "Error: REASON" on standard
+ * error.  Threads as vpopen. */
+ZAN_API int zan_popen(const char *command, char *buf, int size);
+
+/* 1 when the file can be opened for reading, else 0. */
+ZAN_API int zan_file_exists(const char *path);
+
+/* fopen and fclose that print "### Warning:zan_fopen NULL" on failure, and
+ * "### Warning:zan_fclose NULL" for a null stream. */
+ZAN_API FILE *zan_fopen(const char *path, const char *mode);
+ZAN_API int zan_fclose(FILE *stream);
+
+/* Closes a descriptor above 0; any other prints "### Warning:zan_close[FD]" and
+ * stays open: 0 means "no descriptor" to the modules. */
+ZAN_API int zan_close(int fd);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZAN_H */

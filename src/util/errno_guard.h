@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_UTIL_ERRNO_GUARD_H
+#define ZAN_UTIL_ERRNO_GUARD_H
+
+#include <cerrno>
+#include <cstring>
+
+namespace zan {
+
+// Keeps errno as a system call left it while the failure is printed.
+class ErrnoGuard {
+public:
+    ErrnoGuard() = default;
+    ~ErrnoGuard() { errno = saved_; }
+    ErrnoGuard(const ErrnoGuard &) = delete;
+    ErrnoGuard &operator=(const ErrnoGuard &) = delete;
+
+    const char *text() const { return std::strerror(saved_); }
+
+private:
+    int saved_ = errno;
+};
+
+} // namespace zan
+
+#endif

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+// Ownership of malloc blocks: operator new would need a C++ runtime.
+#ifndef ZAN_UTIL_MEMORY_H
+#define ZAN_UTIL_MEMORY_H
+
+#include <cstdlib>
+#include <memory>
+
+namespace zan {
+
+struct Free {
+    void operator()(void *block) const { std::free(block); }
+};
+
+using HeapText = std::unique_ptr<char, Free>;
+
+} // namespace zan
+
+#endif

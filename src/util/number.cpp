@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include "util/number.h"
+
+#include "util/text.h"
+#include "zan.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+
+namespace zan {
+namespace {
+
+// `convert` is strtol or strtoul, which on a 64-bit machine accept more than
+// the 32 bits of the result.
+template<class Value, class Convert>
+int convert_whole(const char *text, char **end, int base, Value *value, Convert convert) {
+    char *stop = const_cast<char *>(text);
+    errno = 0;
+    const auto wide = convert(text, &stop, base);
+    const bool fits =
+        wide >= std::numeric_limits<Value>::min() && wide <= std::numeric_limits<Value>::max();
+    // Some C libraries report EINVAL for a text without digits; the empty text
+    // is a number here.
+    const bool failed = errno != 0 && !(errno == EINVAL && *text == '\0');
+    if (end != nullptr)
+        *end = stop;
+    const bool success = !failed && fits && *stop == '\0';
+    *value = success ? static_cast<Value>(wide) : 0;
+    return success ? 0 : -1;
+}
+
+} // namespace
+
+int to_int(const char *text) {
+    const long value = std::strtol(text, nullptr, 10);
+    return static_cast<int>(std::clamp<long>(value, std::numeric_limits<int32_t>::min(),
+                                             std::numeric_limits<int32_t>::max()));
+}
+
+} // namespace zan
+
+using namespace zan;
+
+int zan_strtol(const char *text, char **end, int base, int32_t *value) {
+    return convert_whole(text, end, base, value, std::strtol);
+}
+
+int zan_strtoul(const char *text, char **end, int base, uint32_t *value) {
+    while (is_space(*text))
+        ++text;
+    // The standard conversion would wrap a negative number.
+    if (*text == '-') {
+        if (end != nullptr)
+            *end = const_cast<char *>(text);
+        *value = 0;
+        return -1;
+    }
+    return convert_whole(text, end, base, value, std::strtoul);
+}

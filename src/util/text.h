@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// Bounded copy and formatting; the public functions are in zan.h.
+#ifndef ZAN_UTIL_TEXT_H
+#define ZAN_UTIL_TEXT_H
+
+#include <cstdarg>
+#include <cstddef>
+
+namespace zan {
+
+// Callers that do not know the size of a destination pass 0: a size below 5
+// stands for this bound.
+inline constexpr int default_bound = 1024;
+
+constexpr std::size_t bound_of(int size) {
+    return static_cast<std::size_t>(size < 5 ? default_bound : size);
+}
+
+// White space as in the C locale, whatever locale the module has set.
+constexpr bool is_space(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+} // namespace zan
+
+#endif
