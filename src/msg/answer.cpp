@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: MIT
+#include "msg/answer.h"
+
+#include "msg/dispatch.h"
+#include "util/errno_guard.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+namespace zan {
+namespace {
+
+constinit ReceiveRecord g_api_record = {};
+
+constexpr int commands_answered_with_text[] = {
+    ZAN_CFG_GET,       ZAN_CFG_GET_ATTR, ZAN_CFG_LOGIN,       ZAN_CFG_CONVERT_PATH,
+    ZAN_CFG_GET_ARRAY, ZAN_CFG_IFNAME,   ZAN_CFG_RESERVED_30, ZAN_CFG_MODULE_PID,
+};
+
+bool answers_with_text(int type, int cmd) {
+    if (type != ZAN_CLASS_CFG)
+        return type == ZAN_CLASS_CWMP;
+    return std::find(std::begin(commands_answered_with_text), std::end(commands_answered_with_text),
+                     cmd) != std::end(commands_answered_with_text);
+}
+
+// Receives until (type, cmd) comes; the length of its payload, or of the one
+// before when it brings none, is left in *len.
+int await_record(ReceiveRecord &record, int type, int cmd, int *len) {
+    zan_body &body = record.msg.body;
+    begin_record(record.msg, 0, 0, 0);
+    record.end_text(0);
+    *len = 0;
+    do {
+        const int received = zan_msg_recv(g_msq_qid, type, &record.msg, ZAN_BODY_SIZE);
+        if (received < 0)
+            return received;
+        if (received > ZAN_HEADER_SIZE) {
+            *len = received - ZAN_HEADER_SIZE;
+            record.end_text(*len);
+        }
+    } while (body.cmd != cmd || body.type != type);
+    return 1;
+}
+
+void copy_answer(const Answer &answer, zan_resp &resp) {
+    const auto size = static_cast<std::size_t>(answer.len);
+    std::memcpy(resp.data, answer.text, size);
+    if (size < sizeof resp.data)
+        resp.data[size] = '\0';
+    resp.len = answer.len;
+}
+
+int await_configuration_answer(int cmd, char *err, zan_resp *resp) {
+    Answer answer;
+    const int result = match_answer(api_record(), ZAN_CLASS_CFG, cmd, err, &answer);
+    if (resp != nullptr && answer.text != nullptr) {
+        resp->ptr = answer.text;
+        resp->len = answer.len;
+    }
+    return result;
+}
+
+int await_other_answer(int type, int cmd, char *err, zan_resp *resp) {
+    ReceiveRecord record;
+    Answer answer;
+    const int result = match_answer(record, type, cmd, err, &answer);
+    if (result < 0 || type != ZAN_CLASS_CWMP)
+        return result;
+    if (resp != nullptr)
+        copy_answer(answer, *resp);
+    return record.msg.body.arg == 1 ? 0 : 1;
+}
+
+// How far a record that is received into a caller's storage is made to read as
+// zeros behind what it brings: as far as a dispatch, and a handler that trusts
+// `len`, can reach.
+int reach_of(zan_body &body, int received) {
+    zero_behind(body, received, ZAN_HEADER_SIZE);
+    const int read_by_dispatch = received + static_cast<int>(sizeof(int32_t));
+    const int read_by_handler = ZAN_HEADER_SIZE + payload_length(body, ZAN_DATA_SIZE);
+    return std::min<int>(std::max(read_by_dispatch, read_by_handler), ZAN_BODY_SIZE);
+}
+
+int report_receive_error(const char *format, const char *function) {
+    const ErrnoGuard error;
+    std::printf(format, function, g_msq_qid, error.text());
+    return 0;
+}
+
+// They differ in a blank.
+constexpr char client_receive_error[] = "%s: receive msq message error, msgid: %d. Error:%s\n";
+constexpr char poll_receive_error[] = "%s:receive msq message error, msgid: %d. Error:%s\n";
+
+enum class Storage { callers, own };
+
+int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
+    if (g_msq_qid < 0)
+        return -1;
+    const int received = zan_msg_recv_no_wait(g_msq_qid, msgtyp, msg, max);
+    if (received < 0)
+        return errno == ENOMSG
+                   ? 0
+                   : report_receive_error(client_receive_error, "zan_client_recv_msq_no_wait");
+    const int end = storage == Storage::own ? ZAN_BODY_SIZE : reach_of(msg->body, received);
+    zero_behind(msg->body, received, end);
+    return zan_process_data(&msg->body);
+}
+
+} // namespace
+
+ReceiveRecord &api_record() {
+    return g_api_record;
+}
+
+int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer) {
+    int len = 0;
+    const int received = await_record(record, type, cmd, &len);
+    if (received < 0)
+        return received;
+    zan_body &body = record.msg.body;
+    if (body.result < 0) {
+        zan_strcpy(err, body.data, 0);
+        return body.result;
+    }
+    if (answer != nullptr && answers_with_text(type, cmd))
+        *answer = {body.data, len};
+    return 1;
+}
+
+int poll_own_queue(const char *function, int msgtyp) {
+    zan_msg msg;
+    const int result = take_waiting(&msg, msgtyp, ZAN_BODY_SIZE, Storage::own);
+    if (result < 0 && errno != ENOMSG)
+        report_receive_error(poll_receive_error, function);
+    return result;
+}
+
+} // namespace zan
+
+using namespace zan;
+
+int zan_client_recv_msq_response(int type, int cmd, char *err, zan_resp *resp) {
+    return type == ZAN_CLASS_CFG ? await_configuration_answer(cmd, err, resp)
+                                 : await_other_answer(type, cmd, err, resp);
+}
+
+int zan_client_recv_reg_msq(int qid, char *err) {
+    ReceiveRecord record;
+    zan_body &body = record.msg.body;
+    begin_record(record.msg, 0, 0, 0);
+    record.end_text(0);
+    const int received = zan_msg_recv(g_reg_msq_qid, qid, &record.msg, ZAN_BODY_SIZE);
+    if (received < 0)
+        return received;
+    if (received > ZAN_HEADER_SIZE)
+        record.end_text(received - ZAN_HEADER_SIZE);
+    if (body.result < 0)
+        zan_strcpy(err, body.data, 0);
+    return body.result;
+}
+
+int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max) {
+    return take_waiting(msg, msgtyp, max, Storage::callers);
+}
+
+int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max) {
+    if (g_msq_qid < 0)
+        return -1;
+    const int received = zan_msg_recv(g_msq_qid, msgtyp, msg, max);
+    if (received < 0)
+        return errno == EINTR ? 0
+                              : report_receive_error(client_receive_error, "zan_client_recv_msq2");
+    zero_behind(msg->body, received, reach_of(msg->body, received));
+    return zan_process_data(&msg->body);
+}
+
+int zan_recv_msq(void) {
+    return poll_own_queue("zan_recv_msq", ZAN_CLASS_MESSAGE);
+}
+
+int zan_recv_notify_msq(void) {
+    return poll_own_queue("zan_recv_notify_msq", ZAN_CLASS_NOTIFY);
+}

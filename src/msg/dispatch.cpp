@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include "msg/dispatch.h"
+
+#include "util/text.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+namespace zan {
+namespace {
+
+struct Handlers {
+    zan_value_changed_fn value_changed;
+    zan_value_changed2_fn value_changed2;
+    zan_event_fn event;
+    zan_message_fn message;
+    zan_taskmgr_fn taskmgr;
+};
+constinit Handlers g_zan_api_callback = {};
+
+// Reads a notification's text field by field, as "%s %s %s %d %d %s" does, but
+// within the text and within each field's bound.
+class FieldReader {
+public:
+    explicit FieldReader(std::string_view text) : text_(text) {}
+
+    // Copies the next field, cut to the bound.
+    template<std::size_t size> void read(char (&field)[size]) {
+        const std::string_view token = next();
+        const std::size_t length = std::min(token.size(), size - 1);
+        std::memcpy(field, token.data(), length);
+        field[length] = '\0';
+    }
+
+    // A field that is not a number ends the reading, and *value stays.
+    void read(int *value) {
+        skip_spaces();
+        const std::size_t digits_at = starts_with_sign() ? 1 : 0;
+        std::size_t end = digits_at;
+        int64_t number = 0;
+        for (; end < text_.size() && text_[end] >= '0' && text_[end] <= '9'; ++end)
+            number = std::min<int64_t>(number * 10 + (text_[end] - '0'), saturated);
+        if (end == digits_at) {
+            text_ = {};
+            return;
+        }
+        if (text_[0] == '-')
+            number = -number;
+        *value = static_cast<int>(std::clamp<int64_t>(number, INT_MIN, INT_MAX));
+        text_.remove_prefix(end);
+    }
+
+private:
+    static constexpr int64_t saturated = int64_t{INT_MAX} + 1;
+
+    bool starts_with_sign() const { return !text_.empty() && (text_[0] == '-' || text_[0] == '+'); }
+
+    void skip_spaces() {
+        while (!text_.empty() && is_space(text_[0]))
+            text_.remove_prefix(1);
+    }
+
+    std::string_view next() {
+        skip_spaces();
+        std::size_t length = 0;
+        while (length < text_.size() && !is_space(text_[length]))
+            ++length;
+        const std::string_view token(text_.data(), length);
+        text_.remove_prefix(length);
+        return token;
+    }
+
+    std::string_view text_;
+};
+
+// What a value-changed handler is called with, by position.  A handler may write
+// into its texts, so each has its own.
+struct ValueChange {
+    char f1[32];
+    char f2[1024];
+    char f3[1024];
+    char f6[512];
+    int f4 = 1;
+    int f5 = 0;
+
+    explicit ValueChange(const zan_body &body) {
+        FieldReader reader({body.data, strnlen(body.data, sizeof body.data)});
+        reader.read(f1);
+        reader.read(f2);
+        reader.read(f3);
+        reader.read(&f4);
+        reader.read(&f5);
+        reader.read(f6);
+    }
+};
+
+int dispatch_value_changed(const zan_body &body) {
+    const Handlers handlers = g_zan_api_callback;
+    if (handlers.value_changed != nullptr) {
+        ValueChange change(body);
+        handlers.value_changed(change.f1, change.f2, change.f3, change.f6, change.f4);
+    }
+    if (handlers.value_changed2 != nullptr) {
+        ValueChange change(body);
+        handlers.value_changed2(change.f1, change.f2, change.f3, change.f6, change.f4, change.f5);
+    }
+    return handlers.value_changed != nullptr || handlers.value_changed2 != nullptr ? 1 : 0;
+}
+
+int dispatch_event(const zan_body &body) {
+    if (g_zan_api_callback.event == nullptr)
+        return 0;
+    int32_t code = 0;
+    std::memcpy(&code, body.data, sizeof code);
+    g_zan_api_callback.event(code, body.type);
+    return 1;
+}
+
+int dispatch_notification(const zan_body &body) {
+    switch (body.cmd) {
+    case ZAN_NOTIFY_VALUE_CHANGED:
+        return dispatch_value_changed(body);
+    case ZAN_NOTIFY_EVENT:
+        return dispatch_event(body);
+    default:
+        return 0;
+    }
+}
+
+int dispatch_message(zan_body &body) {
+    if (g_zan_api_callback.message == nullptr)
+        return 0;
+    g_zan_api_callback.message(body.data, payload_length(body, ZAN_DATA_SIZE), &body);
+    return 1;
+}
+
+constexpr bool is_task_manager_command(int cmd) {
+    return (cmd >= 2 && cmd <= 8) || (cmd >= 10 && cmd <= 17);
+}
+
+int dispatch_task_manager(zan_body &body) {
+    if (g_zan_api_callback.taskmgr == nullptr || !is_task_manager_command(body.cmd))
+        return 0;
+    g_zan_api_callback.taskmgr(body.data, body.type);
+    return 1;
+}
+
+} // namespace
+
+int payload_length(const zan_body &body, int room) {
+    return std::clamp<int>(body.len, 0, room);
+}
+
+} // namespace zan
+
+using namespace zan;
+
+void zan_set_value_changed_handler(zan_value_changed_fn fn) {
+    g_zan_api_callback.value_changed = fn;
+}
+
+void zan_set_value_changed_handler2(zan_value_changed2_fn fn) {
+    g_zan_api_callback.value_changed2 = fn;
+}
+
+void zan_set_event_handler(zan_event_fn fn) {
+    g_zan_api_callback.event = fn;
+}
+
+void zan_set_message_handler(zan_message_fn fn) {
+    g_zan_api_callback.message = fn;
+}
+
+void zan_set_taskmgr_msg_handler(zan_taskmgr_fn fn) {
+    g_zan_api_callback.taskmgr = fn;
+}
+
+int zan_process_data(zan_body *body) {
+    if (body == nullptr)
+        return 0;
+    switch (body->type) {
+    case ZAN_CLASS_CFG:
+    case ZAN_CLASS_CONTROL:
+        return 0;
+    case ZAN_CLASS_MESSAGE:
+    case ZAN_CLASS_BROADCAST:
+        return dispatch_message(*body);
+    case ZAN_CLASS_NOTIFY:
+        return dispatch_notification(*body);
+    case ZAN_CLASS_ACTION:
+        return dispatch_task_manager(*body);
+    default:
+        std::printf("receive unknown module message[%d]\n", body->type);
+        return 0;
+    }
+}

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+// Who this process is to the daemon: the queue ids and names of zan.h.
+#ifndef ZAN_MSG_IDENTITY_H
+#define ZAN_MSG_IDENTITY_H
+
+#include "zan.h"
+
+namespace zan {
+
+inline constexpr int no_queue = -1;
+
+} // namespace zan
+
+#endif

@@ -1,0 +1,182 @@
+// SPDX-License-Identifier: MIT
+// The receive thread, in its locking and its lock-free form.
+#include "msg/lock.h"
+#include "msg/record.h"
+#include "util/errno_guard.h"
+#include "util/pause.h"
+#include "zan.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <pthread.h>
+
+namespace zan {
+namespace {
+
+constexpr int idle_pause_us = 100'000;
+constexpr int tolerated_errors = 3;
+
+// The one receive thread.  Its end and a cancel exclude each other: a thread
+// that has ended cannot be cancelled any more.
+constinit pthread_mutex_t thread_state_lock = PTHREAD_MUTEX_INITIALIZER;
+constinit bool thread_running = false;
+pthread_t myThread;
+pthread_attr_t myThreadAttr;
+
+void mark_ended() {
+    pthread_mutex_lock(&thread_state_lock);
+    if (thread_running && pthread_equal(myThread, pthread_self()) != 0)
+        thread_running = false;
+    pthread_mutex_unlock(&thread_state_lock);
+}
+
+// A cancel takes effect only where this guard says: a thread that ended inside
+// a handler or with the queue lock held would take both with it.
+class CancelPoint {
+public:
+    CancelPoint() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }
+    ~CancelPoint() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr); }
+    CancelPoint(const CancelPoint &) = delete;
+    CancelPoint &operator=(const CancelPoint &) = delete;
+};
+
+// The thread's record: what a handler sees behind a record reads as zeros,
+// however long the records before it were.
+class Inbox {
+public:
+    zan_msg msg = {};
+
+    void dispatch(int received) {
+        zero_behind(msg.body, received, dirty_end_);
+        dirty_end_ = received;
+        zan_process_data(&msg.body);
+    }
+
+private:
+    int dirty_end_ = 0;
+};
+
+class ErrorCount {
+public:
+    void reset() { count_ = 0; }
+
+    // Prints the error; false when it was one too many.
+    bool tolerate() {
+        const ErrnoGuard error;
+        std::printf("API: receive msq message error, msgid: %d. Error:%s count=%d\n", g_msq_qid,
+                    error.text(), count_);
+        return count_++ < tolerated_errors;
+    }
+
+private:
+    int count_ = 0;
+};
+
+void receive_under_lock(int mtype) {
+    Inbox inbox;
+    ErrorCount errors;
+    for (;;) {
+        {
+            const QueueLock lock;
+            const int received = zan_msg_recv_no_wait(g_msq_qid, mtype, &inbox.msg, ZAN_BODY_SIZE);
+            if (received >= 0) {
+                inbox.dispatch(received);
+                errors.reset();
+                continue;
+            }
+        }
+        if (errno == EINTR)
+            continue;
+        if (errno == ENOMSG) {
+            const CancelPoint cancel;
+            pause_for_us(idle_pause_us);
+        } else if (!errors.tolerate()) {
+            return;
+        }
+    }
+}
+
+int receive_or_be_cancelled(int mtype, zan_msg *msg) {
+    const CancelPoint cancel;
+    return zan_msg_recv(g_msq_qid, mtype, msg, ZAN_BODY_SIZE);
+}
+
+void receive_without_lock(int mtype) {
+    Inbox inbox;
+    ErrorCount errors;
+    for (;;) {
+        const int received = receive_or_be_cancelled(mtype, &inbox.msg);
+        if (received > 0)
+            inbox.dispatch(received);
+        if (received >= 0)
+            errors.reset();
+        else if (errno != EINTR && !errors.tolerate())
+            return;
+    }
+}
+
+struct Form {
+    const char *name;
+    void (*receive)(int mtype);
+};
+constexpr Form locking = {"zan_thread_create", receive_under_lock};
+constexpr Form lock_free = {"zan_thread_create_wo_lock", receive_without_lock};
+
+template<const Form &form> void *thread_main(void *argument) {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    const int mtype = static_cast<int>(reinterpret_cast<intptr_t>(argument));
+    std::printf("%s: mtype=%d g_msq_qid=%d-------------------->\n", form.name, mtype, g_msq_qid);
+    if (g_msq_qid >= 0)
+        form.receive(mtype);
+    mark_ended();
+    return nullptr;
+}
+
+int report_attribute_error(const char *format, int error) {
+    std::printf(format, std::strerror(error));
+    return error;
+}
+
+int start_thread(void *(*main)(void *), int mtype) {
+    int error = pthread_attr_init(&myThreadAttr);
+    if (error != 0)
+        return report_attribute_error("Initial pthread attribution error, errno: %s.\n", error);
+    error = pthread_attr_setdetachstate(&myThreadAttr, PTHREAD_CREATE_DETACHED);
+    if (error != 0)
+        return report_attribute_error("Setting pthread attribution error, errno: %s.\n", error);
+
+    pthread_mutex_lock(&thread_state_lock);
+    // The type goes by value: nothing of this call's has to outlive it.
+    error = pthread_create(&myThread, &myThreadAttr, main,
+                           reinterpret_cast<void *>(static_cast<intptr_t>(mtype)));
+    thread_running = error == 0;
+    pthread_mutex_unlock(&thread_state_lock);
+    pthread_attr_destroy(&myThreadAttr);
+    if (error != 0)
+        std::printf("API: Create trap handler thread failed.\n");
+    return error;
+}
+
+} // namespace
+} // namespace zan
+
+using namespace zan;
+
+int zan_thread_create(int mtype) {
+    zan_msq_lock_init();
+    return start_thread(thread_main<locking>, mtype);
+}
+
+int zan_thread_create_wo_lock(int mtype) {
+    return start_thread(thread_main<lock_free>, mtype);
+}
+
+int zan_thread_cancel(void) {
+    pthread_mutex_lock(&thread_state_lock);
+    const int error = thread_running ? pthread_cancel(myThread) : ESRCH;
+    thread_running = false;
+    pthread_mutex_unlock(&thread_state_lock);
+    return error;
+}

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "msg/record.h"
+
+#include "msg/identity.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zan {
+namespace {
+
+char *bytes_of(zan_body &body) {
+    return reinterpret_cast<char *>(&body);
+}
+
+} // namespace
+
+void ReceiveRecord::end_text(int len) {
+    // Counted from the whole record: the terminator may stand behind `data`.
+    char *data = reinterpret_cast<char *>(this) + offsetof(ReceiveRecord, msg) +
+                 offsetof(zan_msg, body) + offsetof(zan_body, data);
+    data[len] = '\0';
+}
+
+void begin_record(zan_msg &msg, int mtype, int type, int cmd) {
+    msg.mtype = mtype;
+    std::memset(&msg.body, 0, ZAN_HEADER_SIZE);
+    msg.body.type = type;
+    msg.body.cmd = cmd;
+}
+
+void set_destination(zan_body &body, const char *name) {
+    zan_strcpy(bytes_of(body) + offsetof(zan_body, dst), name, 0);
+}
+
+void set_source(zan_body &body, const char *name) {
+    zan_strcpy(bytes_of(body) + offsetof(zan_body, src), name, 0);
+}
+
+void set_source_to_self(zan_body &body) {
+    std::memcpy(body.src, g_module_name, strnlen(g_module_name, sizeof g_module_name));
+}
+
+void set_payload(zan_body &body, const char *payload, std::size_t size, int len) {
+    std::memcpy(body.data, payload, std::min(size, sizeof body.data));
+    body.len = len;
+    const int payload_end = static_cast<int>(ZAN_HEADER_SIZE + std::min(size, sizeof body.data));
+    zero_behind(body, payload_end, std::min<int>(len, ZAN_DATA_SIZE) + ZAN_HEADER_SIZE);
+}
+
+void zero_behind(zan_body &body, int received, int end) {
+    if (received < end)
+        std::memset(bytes_of(body) + received, 0, static_cast<std::size_t>(end - received));
+}
+
+} // namespace zan

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// The record: its layout, and how one is begun, addressed and read back.
+#ifndef ZAN_MSG_RECORD_H
+#define ZAN_MSG_RECORD_H
+
+#include "zan.h"
+
+#include <cstddef>
+#include <type_traits>
+
+namespace zan {
+
+static_assert(offsetof(zan_body, type) == 0);
+static_assert(offsetof(zan_body, cmd) == 4);
+static_assert(offsetof(zan_body, dst) == 8);
+static_assert(offsetof(zan_body, src) == 40);
+static_assert(offsetof(zan_body, pid) == 72);
+static_assert(offsetof(zan_body, time) == 76);
+static_assert(offsetof(zan_body, spare) == 80);
+static_assert(offsetof(zan_body, result) == 84);
+static_assert(offsetof(zan_body, aux) == 88);
+static_assert(offsetof(zan_body, arg) == 92);
+static_assert(offsetof(zan_body, len) == 96);
+static_assert(offsetof(zan_body, data) == ZAN_HEADER_SIZE);
+static_assert(sizeof(zan_body) == ZAN_BODY_SIZE);
+static_assert(offsetof(zan_msg, body) == sizeof(long));
+static_assert(sizeof(long) != 4 || sizeof(zan_msg) == 35104);
+static_assert(sizeof(void *) != 4 ||
+              (offsetof(zan_resp, data) == 4 && offsetof(zan_resp, len) == 35004 &&
+               sizeof(zan_resp) == 35008));
+static_assert(std::is_trivially_copyable_v<zan_msg> && std::is_standard_layout_v<zan_msg>);
+
+// A record that is received into.  A payload that fills the area leaves no room
+// for a terminator, so one byte more is kept behind it.
+struct ReceiveRecord {
+    zan_msg msg;
+    char text_end;
+
+    void end_text(int len);
+};
+
+// Zeroes the header and sets what every record has.  The payload area is left
+// as it is: only the bytes that are sent must be set.
+void begin_record(zan_msg &msg, int mtype, int type, int cmd);
+
+// Copies a name into dst or src.  The copy is bounded by the default bound, not
+// by the field: a name of 32 characters or more runs over into the fields
+// behind, inside the record.  Set those fields afterwards.
+void set_destination(zan_body &body, const char *name);
+void set_source(zan_body &body, const char *name);
+
+// Fills src with g_module_name, which a module can leave without a terminator.
+void set_source_to_self(zan_body &body);
+
+// Copies a payload and sets len, which may count more than the payload: the
+// rest reads as zeros.  What the area cannot hold is left out of the copy; the
+// send refuses such a record.
+void set_payload(zan_body &body, const char *payload, std::size_t size, int len);
+
+// After a receive of `received` bytes: what the record does not bring reads as
+// zeros up to `end`, counted like `received` from `type` on.
+void zero_behind(zan_body &body, int received, int end);
+
+} // namespace zan
+
+#endif
