@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "cfg/request.h"
 
+#include "msg/identity.h"
+
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <unistd.h>
 
 namespace zan {
 namespace {
@@ -13,7 +14,7 @@ void report_failed_send(const Request &request) {
     std::printf("%s:zan_msg_send fail!\n", request.function);
     if (request.report.label != nullptr)
         std::printf("%s: %s=%s\n", request.function, request.report.label, request.report.text);
-    std::printf("%s: pid=%d\n", request.function, static_cast<int>(getpid()));
+    std::printf("%s: pid=%d\n", request.function, own_pid());
 }
 
 void build(zan_msg &msg, const Request &request) {
@@ -22,7 +23,7 @@ void build(zan_msg &msg, const Request &request) {
     set_destination(body, request.destination);
     set_source_to_self(body);
     set_payload(body, request.payload.data(), request.payload.size(), request.len);
-    body.pid = static_cast<int>(getpid());
+    body.pid = own_pid();
     if (request.timed)
         body.time = static_cast<int32_t>(std::time(nullptr));
 }

@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 namespace zan {
@@ -44,17 +45,28 @@ int exchange(const Request &request, Answer *answer = nullptr);
 int exchange_locked(const Request &request);
 int exchange_for_text(const Request &request, char *value, int size);
 
-// A configuration path, formatted and cut to its bound.
-template<std::size_t size = ZAN_PATH_SIZE> class Path {
+// A configuration path, formatted and cut to its bound.  The two forms that most
+// calls have, a plain path and "%s", need no formatter.
+template <std::size_t size = ZAN_PATH_SIZE> class Path {
 public:
-    // The path stays empty when it cannot be formatted.
     Path(const char *format, va_list arguments) {
-        if (std::vsnprintf(text_, size, format, arguments) < 0)
+        if (std::strchr(format, '%') == nullptr)
+            copy(format);
+        else if (std::strcmp(format, "%s") == 0)
+            copy(va_arg(arguments, const char *));
+        else if (std::vsnprintf(text_, size, format, arguments) < 0)
             text_[0] = '\0';
     }
+
     const char *text() const { return text_; }
 
 private:
+    void copy(const char *path) {
+        const std::size_t length = path != nullptr ? strnlen(path, size - 1) : 0;
+        std::memcpy(text_, path, length);
+        text_[length] = '\0';
+    }
+
     char text_[size];
 };
 

@@ -9,6 +9,10 @@ namespace zan {
 
 inline constexpr int no_queue = -1;
 
+// getpid() without a system call for every record: asked for once, and again in
+// a forked child.
+int own_pid();
+
 } // namespace zan
 
 #endif

@@ -19,7 +19,9 @@ template<class Value, class Convert>
 int convert_whole(const char *text, char **end, int base, Value *value, Convert convert) {
     char *stop = const_cast<char *>(text);
     errno = 0;
-    const auto wide = convert(text, &stop, base);
+    // Where the conversion stops is undefined for a base that it does not know.
+    const bool base_known = base == 0 || (base >= 2 && base <= 36);
+    const auto wide = base_known ? convert(text, &stop, base) : 0;
     const bool fits =
         wide >= std::numeric_limits<Value>::min() && wide <= std::numeric_limits<Value>::max();
     // Some C libraries report EINVAL for a text without digits; the empty text
@@ -27,7 +29,7 @@ int convert_whole(const char *text, char **end, int base, Value *value, Convert 
     const bool failed = errno != 0 && !(errno == EINVAL && *text == '\0');
     if (end != nullptr)
         *end = stop;
-    const bool success = !failed && fits && *stop == '\0';
+    const bool success = base_known && !failed && fits && *stop == '\0';
     *value = success ? static_cast<Value>(wide) : 0;
     return success ? 0 : -1;
 }
