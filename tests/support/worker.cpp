@@ -81,8 +81,12 @@ bool Worker::wait_until_blocked() const {
 }
 
 void Worker::interrupt() {
+    send(SIGUSR1);
+}
+
+void Worker::send(int signal) {
     if (thread_.joinable())
-        pthread_kill(thread_.native_handle(), SIGUSR1);
+        pthread_kill(thread_.native_handle(), signal);
 }
 
 void Worker::abandon() {

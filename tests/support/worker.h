@@ -26,6 +26,7 @@ public:
     // Interrupts the system call in which the thread waits, as a signal with a
     // handler does.
     void interrupt();
+    void send(int signal);
     // Leaves a thread behind that will never end.
     void abandon();
 
