@@ -63,7 +63,8 @@ public:
 private:
     void copy(const char *path) {
         const std::size_t length = path != nullptr ? strnlen(path, size - 1) : 0;
-        std::memcpy(text_, path, length);
+        if (length > 0)
+            std::memcpy(text_, path, length);
         text_[length] = '\0';
     }
 

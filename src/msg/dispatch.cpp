@@ -45,7 +45,7 @@ public:
         for (; end < text_.size() && text_[end] >= '0' && text_[end] <= '9'; ++end)
             number = std::min<int64_t>(number * 10 + (text_[end] - '0'), saturated);
         if (end == digits_at) {
-            text_ = {};
+            text_.remove_prefix(text_.size());
             return;
         }
         if (text_[0] == '-')

@@ -83,13 +83,14 @@ int start_command(const char *command, bool reading, pid_t *child) {
         return close_and_fail(kept, EMFILE);
     }
     // vfork, because a copy of the module's memory may not fit a second time.
-    *child = vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork): the child only execs
-    if (*child == 0)
+    const pid_t pid = vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork): only to exec
+    if (pid == 0)
         run_shell(command, kept, given, reading ? STDOUT_FILENO : STDIN_FILENO);
     const int error = errno;
     close(given);
-    if (*child < 0)
+    if (pid < 0)
         return close_and_fail(kept, error);
+    *child = pid;
     return kept;
 }
 

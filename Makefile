@@ -1,0 +1,50 @@
+# SPDX-License-Identifier: MIT
+# A thin front over the scripts and CMake presets. "make help" lists it.
+
+.DEFAULT_GOAL := help
+.PHONY: help demo shell test test-release test-thread test-target check format bench clean
+
+help: ## list the targets
+	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 16
+
+demo: ## see two modules work against a live configuration tree
+	scripts/bootstrap build
+	cmake --preset release >/dev/null && cmake --build --preset release -- --quiet
+	scripts/sandbox scripts/demo build/release
+
+shell: ## open a shell with zansim running and zanctl on the PATH
+	scripts/bootstrap build
+	cmake --preset release >/dev/null && cmake --build --preset release -- --quiet
+	scripts/sandbox scripts/shell build/release
+
+test: ## run every test under the address and undefined-behaviour sanitizers
+	scripts/bootstrap build test
+	scripts/run-tests dev
+
+test-release: ## run every test on what users get
+	scripts/bootstrap build test
+	scripts/run-tests release-test
+
+test-thread: ## run the locking and thread tests under the thread sanitizer
+	scripts/bootstrap build test
+	scripts/run-tests thread
+
+test-target: ## run every test built for 32-bit little-endian MIPS, under emulation
+	scripts/bootstrap build test target
+	scripts/run-tests mipsel
+
+check: ## check format, static analysis and scripts
+	scripts/bootstrap build test check bench
+	scripts/check
+
+format: ## format all sources
+	scripts/bootstrap check
+	git ls-files '*.cpp' '*.c' '*.h' | xargs clang-format -i
+
+bench: ## measure against bare kernel queues
+	scripts/bootstrap build bench
+	cmake --preset bench >/dev/null && cmake --build --preset bench -- --quiet
+	scripts/sandbox build/bench/bench/bench_round_trip
+
+clean: ## remove everything built
+	rm -rf build
