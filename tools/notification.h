@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zan::ctl {
+
+// What a value-changed notification says, by the field positions of the
+// stand-in daemon.
+struct Change {
+    std::string source; // the module that made it
+    std::string path;
+    std::string value;
+    bool cut;               // the value is only the beginning
+    int kind;               // 1 changed, 2 added, 3 deleted
+    int option;             // the subscription's
+    std::string subscribed; // the path it was subscribed with
+};
+
+// The fields as the value-changed handler gets them.
+Change decode_change(std::string_view f1, std::string_view f2, std::string_view f3,
+                     std::string_view f6, int f4, int f5);
+
+// "changed", "added", "deleted", or the number.
+std::string kind_text(int kind);
+
+// Control characters and backslashes as \xHH, so that the text stays one line.
+std::string printable(std::string_view text);
+
+} // namespace zan::ctl

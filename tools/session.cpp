@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: MIT
+#include "session.h"
+
+#include "failure.h"
+#include "interrupt.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <sstream>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+namespace zan::ctl {
+namespace {
+
+constexpr int instance = 0;
+
+bool queue_exists(int queue) {
+    msqid_ds status;
+    return queue >= 0 && (msgctl(queue, IPC_STAT, &status) == 0 || errno == EACCES);
+}
+
+Failure no_daemon(const std::string &why) {
+    return {exit_no_daemon, "no daemon: " + why};
+}
+
+Failure no_answer(double seconds) {
+    std::ostringstream text;
+    text << "no answer within " << seconds << (seconds == 1 ? " second" : " seconds");
+    return no_daemon(text.str());
+}
+
+// Asked before registering, because the library would try four times.
+void require_daemon() {
+    for (int (*const queue_id)() : {zan_get_msq_qid, zan_get_reg_msq_qid}) {
+        const int queue = queue_id();
+        if (queue < 0)
+            throw no_daemon("it has not left its queue ids in /tmp");
+        if (!queue_exists(queue))
+            throw no_daemon("its queue " + std::to_string(queue) + " has gone");
+    }
+}
+
+std::string send_error(int error, std::size_t payload) {
+    if (error == EINVAL)
+        return "cannot send " + std::to_string(payload) +
+               " bytes: longer than kernel.msgmax allows";
+    return std::string("cannot send: ") + std::strerror(error);
+}
+
+} // namespace
+
+struct Session::Exchange {
+    zan_msg request;
+    zan_resp answer;
+    char error[1024];
+};
+
+Session::Session(const std::string &name, double timeout)
+    : name_(name), timeout_(timeout), exchange_(std::make_unique<Exchange>()) {
+    require_daemon();
+    register_module();
+}
+
+void Session::register_module() {
+    const Deadline deadline(timeout_);
+    const int result = zan_register(name_.c_str(), instance);
+    queue_ = result;
+    if (result >= 0)
+        return;
+    // Each failed attempt has removed its queue, but not the key file.
+    zan_del_msq_file(name_.c_str(), instance);
+    throw_if_interrupted();
+    if (deadline.expired())
+        throw no_answer(timeout_);
+    if (result == ZAN_ERR_SEND || result == ZAN_ERR_QUEUE_IDS || !queue_exists(g_zan_qid))
+        throw no_daemon("registration failed with " + std::to_string(result));
+    throw Refused("registration as " + name_ + ": refused with " + std::to_string(result));
+}
+
+Session::~Session() {
+    ignore_signals();
+    if (queue_exists(g_zan_qid)) {
+        const Deadline deadline(clean_up_seconds());
+        zan_unregister(name_.c_str(), instance);
+    }
+    // A daemon that answers "no" or not at all leaves both in place.
+    if (queue_exists(queue_))
+        zan_msg_del(queue_);
+    zan_del_msq_file(name_.c_str(), instance);
+}
+
+double Session::clean_up_seconds() const {
+    // Enough to leave word with a daemon that has not answered before.
+    if (daemon_silent_)
+        return 0.1;
+    return interrupted() != 0 ? std::min(timeout_, 1.0) : timeout_;
+}
+
+void Session::fill(const Request &request) {
+    zan_msg &record = exchange_->request;
+    record = {};
+    record.mtype = queue_;
+    record.body.type = request.type;
+    record.body.cmd = request.cmd;
+    zan_strcpy(record.body.dst, request.dst, sizeof record.body.dst);
+    zan_strcpy(record.body.src, g_module_name, sizeof record.body.src);
+    record.body.pid = getpid();
+    if (request.type == ZAN_CLASS_NOTIFY)
+        record.body.time = static_cast<int32_t>(std::time(nullptr));
+    const std::size_t length = std::min(request.payload.size(), sizeof record.body.data - 1);
+    std::memcpy(record.body.data, request.payload.data(), length);
+    record.body.len = static_cast<int32_t>(length);
+}
+
+std::string Session::request(const Request &request) {
+    throw_if_interrupted();
+    fill(request);
+    exchange_->answer = {};
+    exchange_->error[0] = '\0';
+
+    const Deadline deadline(timeout_);
+    std::string text;
+    zan_api_lock();
+    errno = 0;
+    const int payload = exchange_->request.body.len;
+    const bool sent = zan_msg_send(g_zan_qid, &exchange_->request, ZAN_HEADER_SIZE + payload) == 0;
+    const int send_errno = errno;
+    int result = ZAN_ERR_SEND;
+    if (sent) {
+        errno = 0;
+        result = zan_client_recv_msq_response(request.type, request.cmd, exchange_->error,
+                                              &exchange_->answer);
+    }
+    const int error = errno;
+    // The text lives until the next request: copied before the lock goes.
+    if (result >= 0 && exchange_->answer.ptr != nullptr)
+        text = exchange_->answer.ptr;
+    zan_api_unlock();
+
+    if (!sent && send_errno == EINVAL && queue_exists(g_zan_qid))
+        throw Failure(exit_refused, send_error(send_errno, static_cast<std::size_t>(payload)));
+    if (result < 0)
+        fail(result, sent ? error : send_errno, deadline.expired());
+    return text;
+}
+
+// The matcher reports a failed receive as -1, which a daemon may also answer;
+// only the former leaves an error number and no text.
+void Session::fail(int result, int error, bool expired) {
+    const std::string text = exchange_->error;
+    if (error == 0 || !text.empty())
+        throw Refused(text.empty() ? "refused with " + std::to_string(result) : text);
+    throw_if_interrupted();
+    daemon_silent_ = true;
+    if (expired)
+        throw no_answer(timeout_);
+    throw no_daemon(std::strerror(error));
+}
+
+bool Session::connected() const {
+    return queue_exists(g_zan_qid) && queue_exists(queue_);
+}
+
+void Session::require_connection() const {
+    if (!queue_exists(g_zan_qid))
+        throw no_daemon("it has ended");
+    if (!queue_exists(queue_))
+        throw no_daemon("it has removed this module's queue");
+}
+
+} // namespace zan::ctl

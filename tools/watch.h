@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "command_line.h"
+#include "output.h"
+#include "session.h"
+
+namespace zan::ctl {
+
+// Prints notifications until a signal asks for an end.
+int run_watch(Session &session, const Arguments &arguments, Output &output);
+
+} // namespace zan::ctl
