@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_TESTS_TOOLS_ZANCTL_H
+#define ZAN_TESTS_TOOLS_ZANCTL_H
+
+#include "support/daemon.h"
+#include "support/program.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace zan::test {
+
+inline constexpr int exit_done = 0;
+inline constexpr int exit_refused = 1;
+inline constexpr int exit_usage = 2;
+inline constexpr int exit_no_daemon = 3;
+
+// Class and command numbers as they travel.
+inline constexpr int class_cfg = 1;
+inline constexpr int class_registration = 3;
+inline constexpr int class_notify = 5;
+
+std::vector<std::string> zanctl_command(const std::vector<std::string> &arguments);
+
+// The command as this machine starts it: through the emulator where one is needed.
+std::vector<std::string> target_command(const std::vector<std::string> &command);
+
+// A script for this machine's shell in which "$@" is zanctl with these arguments.
+std::vector<std::string> script(const std::string &text, const std::vector<std::string> &arguments);
+
+// What is left of modules in /tmp: "NAME_INSTANCE.msq" for each key file of zanctl.
+std::vector<std::string> zanctl_key_files();
+
+struct Ended {
+    int status;
+    std::string output;
+    std::string error;
+};
+
+// Runs zanctl to its end, without a daemon of the fixture's.
+Ended run_zanctl(const std::vector<std::string> &arguments);
+
+// zanctl with a scripted daemon.
+class ZanctlTest : public testing::Test {
+protected:
+    // Runs it to its end.  What arrived at the daemon is in `records`.
+    Ended run(const std::vector<std::string> &arguments);
+    Ended finish(Program &program);
+
+    // The request between registration and unregistration, when there was one.
+    SizedRecord only_request() const;
+
+    // The fields of a request of the last program run.
+    Fields request(int type, int cmd, const std::string &dst, const std::string &payload) const;
+
+    void expect_left_nothing() const;
+
+    ScriptedDaemon daemon;
+    std::vector<SizedRecord> records;
+    pid_t pid = -1;
+};
+
+} // namespace zan::test
+
+#endif

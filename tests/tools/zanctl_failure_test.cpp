@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: MIT
+#include "zanctl.h"
+
+#include "support/sandbox.h"
+
+#include <csignal>
+
+namespace zan::test {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string no_ids = "zanctl: no daemon: it has not left its queue ids in /tmp\n";
+
+// Long enough for an emulated program to get where it waits, where the test needs
+// that; the wait itself is part of what is tested.
+const std::string short_timeout = "0.5";
+const std::string no_answer = "zanctl: no daemon: no answer within 0.5 seconds\n";
+
+// ---- no daemon at all
+
+TEST(ZanctlWithoutDaemon, MissingIdFiles) {
+    const Ended ended = run_zanctl({"get", "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.error, "zan_get_msq_qid:The file /tmp/zan_qid is not exist\n" + no_ids);
+    EXPECT_THAT(zanctl_key_files(), IsEmpty());
+}
+
+TEST(ZanctlWithoutDaemon, MissingRegistrationQueueFile) {
+    const RawQueue queue;
+    write_file("/tmp/zan_qid", std::to_string(queue.id()));
+    const Ended ended = run_zanctl({"get", "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.error, "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n" + no_ids);
+}
+
+TEST(ZanctlWithoutDaemon, LeftoversOfAKilledDaemon) {
+    RawQueue queue;
+    const std::string id = std::to_string(queue.id());
+    write_file("/tmp/zan_qid", id);
+    write_file("/tmp/zan_req_qid", id);
+    queue.remove();
+    const Ended ended = run_zanctl({"--json", "get", "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.error, "zanctl: no daemon: its queue " + id + " has gone\n");
+    EXPECT_THAT(zanctl_key_files(), IsEmpty());
+}
+
+TEST(ZanctlWithoutDaemon, NobodyReadsAFullRequestQueue) {
+    const RawQueue request;
+    const RawQueue registration;
+    write_file("/tmp/zan_qid", std::to_string(request.id()));
+    write_file("/tmp/zan_req_qid", std::to_string(registration.id()));
+    fill_queue(request.id(), 1);
+    const Ended ended = run_zanctl({"get", "--timeout", short_timeout, "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, EndsWith(no_answer));
+    EXPECT_THAT(zanctl_key_files(), IsEmpty());
+}
+
+// ---- a daemon that does not answer
+
+TEST_F(ZanctlTest, ASilentRegistrationEndsInTime) {
+    daemon.on(class_registration, 0, never());
+    const Ended ended = run({"get", "--timeout", short_timeout, "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, EndsWith(no_answer));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ASilentRequestEndsInTimeAndUnregisters) {
+    daemon.on(class_cfg, 1, never());
+    const Ended ended = run({"get", "--json", "--timeout", short_timeout, "/x", "/y"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, HasSubstr(no_answer));
+    ASSERT_EQ(records.size(), 3U) << "the second path is not tried";
+    EXPECT_EQ(records[2].record.cmd(), 1);
+    EXPECT_EQ(records[2].record.type(), class_registration);
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ASilentUnregistrationLeavesNothing) {
+    daemon.on(class_registration, 1, never());
+    daemon.on(class_cfg, 1, answer("value"));
+    const Ended ended = run({"get", "--timeout", short_timeout, "/x"});
+    EXPECT_EQ(ended.status, exit_done);
+    EXPECT_EQ(ended.output, "value\n");
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ADaemonThatDiesInsteadOfAnsweringEndsInTime) {
+    daemon.on(class_cfg, 1, die());
+    const Ended ended = run({"get", "--timeout", short_timeout, "/x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, EndsWith(no_answer));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ADaemonThatDiesBetweenRequestsIsReported) {
+    daemon.once(class_cfg, 1, {{.payload = "value"}, {.die = true}});
+    daemon.once(class_cfg, 1, never());
+    const Ended ended = run({"get", "--timeout", short_timeout, "/x", "/y"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "value\n");
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ADaemonThatRemovesTheModulesQueueIsReported) {
+    daemon.on(class_cfg, 1, never());
+    Program program(zanctl_command({"get", "/x"}));
+    const auto arrived = daemon.wait_for_records(2);
+    remove_queue(static_cast<int>(arrived[0].record.mtype));
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: Identifier removed\n"));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ALateAnswerIsWaitedFor) {
+    daemon.on(class_cfg, 1, {{.payload = "late", .delay = std::chrono::milliseconds(700)}});
+    EXPECT_EQ(run({"get", "/x"}).output, "late\n");
+}
+
+// ---- a daemon that says no
+
+TEST_F(ZanctlTest, ARefusedRegistrationIsReported) {
+    daemon.on(class_registration, 0, negative(-5, "full"));
+    const Ended ended = run({"get", "--name", "zanctl-x", "/x"});
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_THAT(ended.error, EndsWith("zanctl: registration as zanctl-x: refused with -5\n"));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ARefusedUnregistrationLeavesNothing) {
+    for (const int result : {0, -5}) {
+        daemon.on(class_registration, 1, negative(result));
+        daemon.on(class_cfg, 1, answer("value"));
+        EXPECT_EQ(run({"get", "/x"}).output, "value\n");
+        expect_left_nothing();
+    }
+}
+
+// ---- signals
+
+class ZanctlSignal : public ZanctlTest, public testing::WithParamInterface<int> {};
+
+TEST_P(ZanctlSignal, DuringRegistrationEndsByItAndLeavesNothing) {
+    daemon.on(class_registration, 0, never());
+    Program program(zanctl_command({"get", "--timeout", "25", "/x"}));
+    daemon.wait_for_records(1);
+    program.signal(GetParam());
+    EXPECT_EQ(finish(program).status, 128 + GetParam());
+    expect_left_nothing();
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ZanctlSignal, testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto &param) { return std::string(sigabbrev_np(param.param)); });
+
+TEST_F(ZanctlTest, AnInterruptEndsAWaitAndUnregisters) {
+    daemon.on(class_cfg, 1, never());
+    Program program(zanctl_command({"get", "--timeout", "25", "/x"}));
+    daemon.wait_for_records(2);
+    program.signal(SIGINT);
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, 128 + SIGINT);
+    EXPECT_EQ(ended.output, "");
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_EQ(records[2].record.type(), class_registration);
+    expect_left_nothing();
+}
+
+// The library holds SIGTERM off from a request until its answer.
+TEST_F(ZanctlTest, TerminationWaitsForTheAnswer) {
+    daemon.on(class_cfg, 1, {{.payload = "value", .held = true}});
+    Program program(zanctl_command({"get", "--timeout", "25", "/x", "/y"}));
+    daemon.wait_for_records(2);
+    program.signal(SIGTERM);
+    daemon.release();
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, 128 + SIGTERM);
+    EXPECT_EQ(ended.output, "value\n") << "the answer that came is printed, the next not asked for";
+    ASSERT_EQ(records.size(), 3U);
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, ASecondInterruptDoesNotDisturbTheCleaningUp) {
+    daemon.on(class_cfg, 1, never());
+    daemon.on(class_registration, 1, {{.held = true}});
+    Program program(zanctl_command({"get", "--timeout", "25", "/x"}));
+    daemon.wait_for_records(2);
+    program.signal(SIGINT);
+    daemon.wait_for_records(3);
+    program.signal(SIGINT);
+    program.signal(SIGTERM);
+    daemon.release();
+    EXPECT_EQ(finish(program).status, 128 + SIGINT);
+    EXPECT_EQ(records.size(), 3U);
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, HangupIsIgnoredWhereTheCallerIgnoresIt) {
+    daemon.on(class_cfg, 1, {{.payload = "value", .held = true}});
+    std::signal(SIGHUP, SIG_IGN);
+    Program program(zanctl_command({"get", "--timeout", "25", "/x"}));
+    daemon.wait_for_records(2);
+    program.signal(SIGHUP);
+    daemon.release();
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, exit_done);
+    EXPECT_EQ(ended.output, "value\n");
+}
+
+TEST_F(ZanctlTest, SignalsThatTheCallerBlockedStillBoundTheWaits) {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    daemon.on(class_cfg, 1, never());
+    EXPECT_EQ(run({"get", "--timeout", short_timeout, "/x"}).status, exit_no_daemon);
+    expect_left_nothing();
+}
+
+// ---- output that nobody takes
+
+TEST_F(ZanctlTest, AFullDeviceIsReported) {
+    daemon.on(class_cfg, 1, answer("value"));
+    Program program(script("exec \"$@\" >/dev/full", {"get", "/x"}), {.host = true});
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_EQ(ended.error, "zanctl: cannot write standard output: No space left on device\n");
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, AClosedOutputIsReported) {
+    daemon.on(class_cfg, 1, answer("value"));
+    Program program(script("exec \"$@\" >&-", {"get", "/x"}), {.host = true});
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_EQ(ended.error, "zanctl: cannot write standard output: Bad file descriptor\n");
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, AReaderThatHasGoneEndsItBySigpipe) {
+    daemon.on(class_cfg, 1, answer("value"));
+    Program program(script("exec 3> >(:); wait $!; \"$@\" >&3; echo status $?", {"get", "/x"}),
+                    {.host = true});
+    const Ended ended = finish(program);
+    EXPECT_EQ(ended.output, "status " + std::to_string(128 + SIGPIPE) + "\n");
+    expect_left_nothing();
+}
+
+} // namespace
+} // namespace zan::test

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include "zanctl.h"
+
+#include <zan.h>
+
+namespace zan::test {
+namespace {
+
+using testing::HasSubstr;
+
+struct Mistake {
+    const char *name;
+    std::vector<std::string> arguments;
+    std::string complaint;
+};
+
+class Usage : public testing::TestWithParam<Mistake> {};
+
+// Without a daemon: a mistake is found before one is looked for.
+TEST_P(Usage, MistakeIsReported) {
+    const Ended ended = run_zanctl(GetParam().arguments);
+    EXPECT_EQ(ended.status, exit_usage);
+    EXPECT_EQ(ended.output, "");
+    EXPECT_EQ(ended.error,
+              "zanctl: " + GetParam().complaint + "\nRun with --help for more information.\n");
+}
+
+const std::string path_length = "PATH: a path has 1 to 1023 characters";
+const std::string path_characters = "PATH: a path has no blanks or control characters";
+const std::string name_length = "--name: a module name has 1 to 31 characters";
+const std::string name_characters =
+    "--name: a module name has no blanks, control characters or slashes";
+
+INSTANTIATE_TEST_SUITE_P(
+    Zanctl, Usage,
+    testing::Values(Mistake{"NoCommand", {}, "A subcommand is required"},
+                    Mistake{"UnknownCommand", {"frob"}, "A subcommand is required"},
+                    Mistake{"NoPath", {"get"}, "PATH is required"},
+                    Mistake{"NoValue", {"set", "/x"}, "VALUE is required"},
+                    Mistake{"NoModule", {"pid"}, "MODULE is required"},
+                    Mistake{"NothingToWatch", {"watch"}, "PATH or --event is required"},
+                    Mistake{"EmptyPath", {"get", ""}, path_length},
+                    Mistake{"LongPath", {"get", std::string(1024, '/')}, path_length},
+                    Mistake{"BlankInPath", {"get", "/a b"}, path_characters},
+                    Mistake{"BlankInPathToSet", {"set", "/a b", "c"}, path_characters},
+                    Mistake{"LineEndInPath", {"watch", "/a\n"}, path_characters},
+                    Mistake{"LongValue",
+                            {"set", "/x", std::string(33975, 'v')},
+                            "VALUE: a value has at most 33974 characters"},
+                    Mistake{"EmptyName", {"get", "--name", "", "/x"}, name_length},
+                    Mistake{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
+                    Mistake{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
+                    Mistake{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
+                    Mistake{"NoTimeout",
+                            {"get", "--timeout", "0", "/x"},
+                            "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
+                    Mistake{"WordAsTimeout",
+                            {"get", "--timeout", "soon", "/x"},
+                            "--timeout: Value soon not in range 0.010000 to 86400.000000"}),
+    [](const auto &param) { return std::string(param.param.name); });
+
+TEST(Zanctl, TheLongestPathAndNameAreNoMistake) {
+    const Ended ended = run_zanctl({"get", "--name", std::string(31, 'n'), std::string(1023, '/')});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+}
+
+TEST(Zanctl, PrintsItsVersion) {
+    const Ended ended = run_zanctl({"--version"});
+    EXPECT_EQ(ended.status, exit_done);
+    EXPECT_EQ(ended.output, "zanctl " + std::to_string(ZAN_VERSION_MAJOR) + "." +
+                                std::to_string(ZAN_VERSION_MINOR) + "." +
+                                std::to_string(ZAN_VERSION_PATCH) + "\n");
+    EXPECT_EQ(ended.error, "");
+}
+
+TEST(Zanctl, HelpListsTheCommands) {
+    const Ended ended = run_zanctl({"--help"});
+    EXPECT_EQ(ended.status, exit_done);
+    EXPECT_EQ(ended.error, "");
+    for (const std::string command :
+         {"get", "set", "count", "array", "add", "del", "watch", "pid", "--json", "--name"})
+        EXPECT_THAT(ended.output, HasSubstr("\n  " + command + " "));
+}
+
+TEST(Zanctl, EveryCommandHasHelpOfItsOwn) {
+    for (const std::string command :
+         {"get", "set", "count", "array", "add", "del", "watch", "pid"}) {
+        const Ended ended = run_zanctl({command, "--help"});
+        EXPECT_EQ(ended.status, exit_done) << command;
+        EXPECT_THAT(ended.output, HasSubstr("Usage: zanctl " + command + " [OPTIONS] "));
+        for (const std::string option : {"--json", "--name NAME", "--timeout SECONDS"})
+            EXPECT_THAT(ended.output, HasSubstr("\n  " + option + " ")) << command;
+        EXPECT_EQ(ended.error, "");
+    }
+}
+
+} // namespace
+} // namespace zan::test
