@@ -1,0 +1,68 @@
+/* SPDX-License-Identifier: MIT */
+/*
+ * A first module: registers, reads the hardware model, lists the users, changes
+ * the name of the Wi-Fi network, and goes.
+ *
+ *     first_module [NETWORK-NAME]
+ *
+ * Build it outside this tree with: cc first_module.c $(pkg-config --cflags --libs zan)
+ */
+#include <stdio.h>
+#include <zan.h>
+
+/* The daemon knows the module under this name: at most 31 characters. */
+#define MODULE "first_module"
+#define SSID_PATH "/InternetGatewayDevice/LANDevice:1/WLANConfiguration:1/SSID"
+
+/* Every request returns 1, or a negative code. */
+static int report(const char *what, int result) {
+    if (result < 0)
+        fprintf(stderr, "%s: %s failed with %d\n", MODULE, what, result);
+    return result;
+}
+
+static int print_model(void) {
+    char model[64];
+    if (report("reading the model", cfg_getstr(model, sizeof model, "/runtime/hw/model")) < 0)
+        return -1;
+    printf("hardware model: %s\n", model);
+    return 0;
+}
+
+static int print_users(void) {
+    /* Instances are numbered after a colon; paths take printf formats for them. */
+    const int count = cfg_getcount("/sys/user");
+    printf("users: %d\n", count);
+    for (int i = 1; i <= count; i++) {
+        char name[64];
+        if (report("reading a user", cfg_getstr(name, sizeof name, "/sys/user:%d/name", i)) < 0)
+            return -1;
+        printf("  user %d: %s\n", i, name);
+    }
+    return 0;
+}
+
+static int rename_network(const char *name) {
+    char before[64];
+    char after[64];
+    if (report("reading the network name", cfg_getstr(before, sizeof before, SSID_PATH)) < 0 ||
+        report("writing the network name", cfg_setstr(name, SSID_PATH)) < 0 ||
+        report("reading it back", cfg_getstr(after, sizeof after, SSID_PATH)) < 0)
+        return -1;
+    printf("Wi-Fi network: %s -> %s\n", before, after);
+    return 0;
+}
+
+int main(int argc, char **argv) {
+    const char *network = argc > 1 ? argv[1] : "Attic";
+
+    /* Before any request.  Instance 0 is a module's first; a second copy of the
+     * same module would be 1. */
+    if (report("registering", zan_register(MODULE, 0)) < 0)
+        return 1;
+
+    const int failed = print_model() < 0 || print_users() < 0 || rename_network(network) < 0;
+
+    /* Whatever happened: queues outlive the process that made them. */
+    return report("unregistering", zan_unregister(MODULE, 0)) < 0 || failed;
+}
