@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "housekeeping.h"
+
+#include "tree_file.h"
+
+#include <algorithm>
+
+namespace zan::sim {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kSavePeriod = 1s;
+// A queue that stays full is tried less and less often.
+constexpr auto kShortestRetry = 5ms;
+constexpr auto kLongestRetry = 100ms;
+
+} // namespace
+
+Housekeeping::Housekeeping(Daemon &daemon, QueueLink &link, std::string save_file, Trace &trace)
+    : daemon_(daemon), link_(link), trace_(trace), save_file_(std::move(save_file)),
+      saved_version_(daemon.tree_version()), retry_pause_(kShortestRetry),
+      thread_([this] { run(); }) {}
+
+Housekeeping::~Housekeeping() {
+    {
+        const auto guard = daemon_.lock();
+        stopping_ = true;
+        daemon_.work.notify_one();
+    }
+    thread_.join();
+}
+
+void Housekeeping::run() {
+    auto guard = daemon_.lock();
+    while (!stopping_) {
+        daemon_.work.wait(guard, [this] { return stopping_ || link_.has_backlog() || unsaved(); });
+        daemon_.work.wait_for(guard, pause(), [this] { return stopping_; });
+        send_backlog();
+        if (unsaved() && (stopping_ || Clock::now() >= last_save_ + kSavePeriod))
+            save(guard);
+    }
+}
+
+bool Housekeeping::unsaved() const {
+    return !save_file_.empty() && saved_version_ != daemon_.tree_version();
+}
+
+Housekeeping::Clock::duration Housekeeping::pause() const {
+    const auto until_save = std::max<Clock::duration>(last_save_ + kSavePeriod - Clock::now(), 0s);
+    if (!link_.has_backlog())
+        return until_save;
+    return unsaved() ? std::min(until_save, retry_pause_) : retry_pause_;
+}
+
+void Housekeeping::send_backlog() {
+    for (const int queue : link_.flush())
+        daemon_.forget({&link_, queue});
+    retry_pause_ = link_.has_backlog() ? std::min<Clock::duration>(retry_pause_ * 2, kLongestRetry)
+                                       : kShortestRetry;
+}
+
+void Housekeeping::save(std::unique_lock<std::mutex> &guard) {
+    const std::uint64_t version = daemon_.tree_version();
+    const std::string text = format_tree(daemon_.tree);
+    // The disk may be slow; modules do not wait for it.
+    guard.unlock();
+    const auto done = write_atomically(save_file_, text);
+    guard.lock();
+    last_save_ = Clock::now();
+    if (done)
+        saved_version_ = version;
+    else if (!save_failed_)
+        trace_.warn(done.error().text);
+    save_failed_ = !done;
+}
+
+} // namespace zan::sim

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "daemon.h"
+#include "queue_link.h"
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+namespace zan::sim {
+
+// What happens without a request: records that found a full queue are sent once
+// there is room, and a changed tree is saved, at most once a second.  Sleeps
+// while there is neither.
+class Housekeeping {
+public:
+    // An empty file name saves nothing.
+    Housekeeping(Daemon &daemon, QueueLink &link, std::string save_file, Trace &trace);
+
+    // Saves what is not saved yet.
+    ~Housekeeping();
+    Housekeeping(const Housekeeping &) = delete;
+    Housekeeping &operator=(const Housekeeping &) = delete;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    bool unsaved() const;
+    Clock::duration pause() const;
+    void send_backlog();
+    void save(std::unique_lock<std::mutex> &guard);
+
+    Daemon &daemon_;
+    QueueLink &link_;
+    Trace &trace_;
+    const std::string save_file_;
+    bool stopping_ = false; // these under the daemon's lock
+    bool save_failed_ = false;
+    std::uint64_t saved_version_ = 0;
+    Clock::time_point last_save_{};
+    Clock::duration retry_pause_;
+    std::thread thread_;
+};
+
+} // namespace zan::sim

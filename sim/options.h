@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace zan::sim {
+
+struct Options {
+    std::string tree_file;
+    std::string save_file;
+    std::string trace_file;
+    bool trace = false;
+};
+
+// The exit codes of zansim.
+enum Exit { kEnded = 0, kFailed = 1, kUsage = 2 };
+
+// Reads the command line.  When there is nothing to run (--help, --version, a
+// mistake) false, with the exit code to end with; the text is printed already.
+bool read_options(int argc, char **argv, Options &options, int &exit_code);
+
+} // namespace zan::sim

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#include "daemon.h"
+#include "text.h"
+#include "virtual_nodes.h"
+
+#include <unistd.h>
+
+namespace zan::sim {
+
+namespace {
+
+// A registered module by its name; zansim answers under two names of its own.
+Result<int> pid_of(const Daemon &daemon, std::string_view name) {
+    if (name == "ZAN" || name == "ZAN_CFG")
+        return static_cast<int>(getpid());
+    const Module *const module = daemon.modules.find(name);
+    if (module == nullptr)
+        return Error{kUnknownModule, "unknown module: " + escape(name)};
+    if (module->pid <= 0)
+        return Error{kUnknownModule, "pid not known: " + escape(name)};
+    return module->pid;
+}
+
+} // namespace
+
+Result<std::string> get_value(Daemon &daemon, const Request &request) {
+    std::string_view path = request.text();
+    if (is_virtual(path))
+        return get_virtual(daemon, path);
+    if (!path.ends_with('#'))
+        return daemon.tree.get(path);
+    path.remove_suffix(1);
+    const auto count = daemon.tree.count(path);
+    if (!count)
+        return count.error();
+    return std::to_string(*count);
+}
+
+Result<std::string> set_value(Daemon &daemon, const Request &request) {
+    const std::string_view text = request.text();
+    const std::size_t blank = text.find(' ');
+    if (text.empty() || text[0] != '0' || blank == std::string_view::npos)
+        return Error{kMalformed, "malformed record: not \"0PATH VALUE\""};
+    const std::string_view path = text.substr(1, blank - 1);
+    const std::string_view value = text.substr(blank + 1);
+    if (is_virtual(path))
+        return set_virtual(daemon, path, value);
+    const auto stored = daemon.tree.set(path, value);
+    if (!stored)
+        return stored.error();
+    if (*stored)
+        daemon.announce(request.record.src, path, Change::value, **stored);
+    return std::string();
+}
+
+Result<std::string> get_array(Daemon &daemon, const Request &request) {
+    return daemon.tree.render(request.text());
+}
+
+Result<std::string> add_instance(Daemon &daemon, const Request &request) {
+    const auto path = daemon.tree.add(request.text());
+    if (!path)
+        return path.error();
+    daemon.announce(request.record.src, *path, Change::added);
+    return std::string();
+}
+
+Result<std::string> delete_node(Daemon &daemon, const Request &request) {
+    const auto done = daemon.tree.remove(request.text());
+    if (!done)
+        return done.error();
+    daemon.announce(request.record.src, request.text(), Change::deleted);
+    return std::string();
+}
+
+Result<std::string> module_pid(Daemon &daemon, const Request &request) {
+    const auto pid = pid_of(daemon, request.text());
+    if (!pid)
+        return pid.error();
+    return std::to_string(*pid);
+}
+
+} // namespace zan::sim

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include "services.h"
+
+#include "text.h"
+
+#include <algorithm>
+#include <array>
+
+namespace zan::sim {
+
+namespace {
+
+struct ClassName {
+    std::int32_t type;
+    std::string_view name;
+};
+
+constexpr std::array kClasses{
+    ClassName{ZAN_CLASS_CFG, "CFG"},
+    ClassName{ZAN_CLASS_CWMP, "CWMP"},
+    ClassName{ZAN_CLASS_REGISTRATION, "REGISTRATION"},
+    ClassName{ZAN_CLASS_MESSAGE, "MESSAGE"},
+    ClassName{ZAN_CLASS_NOTIFY, "NOTIFY"},
+    ClassName{ZAN_CLASS_ACTION, "ACTION"},
+    ClassName{ZAN_CLASS_CONTROL, "CONTROL"},
+    ClassName{ZAN_CLASS_BROADCAST, "BROADCAST"},
+};
+
+using enum Form;
+
+constexpr std::array kServices{
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET, "get", text, text, get_value},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_SET, "set", text, none, set_value},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_DELETE, "delete", text, none, delete_node},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_RELOAD, "reload", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_DUMP, "dump", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_SET_FILE, "set-file", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_PRINT, "print", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ATTR, "get-attribute", text, text, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_SET_ATTR, "set-attribute", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_LOGIN, "login", text, text, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_EMPTY, "empty", none, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_RESET, "reset", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT_PATH, "convert-path", text, text, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ARRAY, "array", text, text, get_array},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_ANCHOR, "anchor", text, none, add_instance},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_IFNAME, "interface-name", text, text, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT, "convert", text, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_ALL, "apply-all", none, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_FIREWALL, "apply-firewall", none, none, nullptr},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid},
+    Service{ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "register", none, none, register_module},
+    Service{ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "unregister", none, none, unregister_module},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, "send", bytes, none, nullptr},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, false},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND, "send-unconfirmed", bytes, none, nullptr, false},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE, "watch", watch, none, watch_value},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_EVENT, "await-event", event, none, await_event},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_VALUE, "unwatch", text, none, unwatch_value},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_EVENT, "ignore-event", event, none,
+            ignore_event},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_EVENT, "event", event, event, nullptr},
+    Service{ZAN_CLASS_ACTION, 1, "event-result", bytes, none, nullptr, false},
+    Service{ZAN_CLASS_CONTROL, 0, "command-line", text, none, nullptr, false},
+    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, false},
+    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, "send-all", bytes, none, nullptr},
+};
+
+} // namespace
+
+std::string_view Request::text() const {
+    return until_nul(record.payload);
+}
+
+const Service *find_service(std::int32_t type, std::int32_t cmd) {
+    const auto found =
+        std::find_if(kServices.begin(), kServices.end(), [&](const Service &service) {
+            return service.type == type && service.cmd == cmd;
+        });
+    return found == kServices.end() ? nullptr : &*found;
+}
+
+std::string_view class_name(std::int32_t type) {
+    const auto found =
+        std::find_if(kClasses.begin(), kClasses.end(),
+                     [&](const ClassName &candidate) { return candidate.type == type; });
+    return found == kClasses.end() ? std::string_view() : found->name;
+}
+
+} // namespace zan::sim

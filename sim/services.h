@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "peer.h"
+#include "record.h"
+#include "result.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace zan::sim {
+
+class Daemon;
+
+struct Request {
+    const Record &record;
+    Peer peer;
+
+    // The payload up to its first NUL.
+    std::string_view text() const;
+};
+
+// The payload of a positive answer, or why the request is refused.
+using Handler = Result<std::string> (*)(Daemon &, const Request &);
+
+// What a payload consists of; for the trace.
+enum class Form {
+    none,
+    text,
+    watch, // two setting bytes and a path
+    event, // a 32-bit number
+    bytes,
+};
+
+// What zansim knows of one command.  A command without handler is refused.
+struct Service {
+    std::int32_t type;
+    std::int32_t cmd;
+    std::string_view name;
+    Form request;
+    Form answer;
+    Handler handler;
+    bool awaited = true; // the sender waits for an answer
+};
+
+// Null for a command that does not exist.
+const Service *find_service(std::int32_t type, std::int32_t cmd);
+
+// "CFG" for 1; empty for a class that does not exist.
+std::string_view class_name(std::int32_t type);
+
+// service_configuration.cpp
+Result<std::string> get_value(Daemon &daemon, const Request &request);
+Result<std::string> set_value(Daemon &daemon, const Request &request);
+Result<std::string> get_array(Daemon &daemon, const Request &request);
+Result<std::string> add_instance(Daemon &daemon, const Request &request);
+Result<std::string> delete_node(Daemon &daemon, const Request &request);
+Result<std::string> module_pid(Daemon &daemon, const Request &request);
+
+// service_registration.cpp
+Result<std::string> register_module(Daemon &daemon, const Request &request);
+Result<std::string> unregister_module(Daemon &daemon, const Request &request);
+
+// service_subscription.cpp
+Result<std::string> watch_value(Daemon &daemon, const Request &request);
+Result<std::string> unwatch_value(Daemon &daemon, const Request &request);
+Result<std::string> await_event(Daemon &daemon, const Request &request);
+Result<std::string> ignore_event(Daemon &daemon, const Request &request);
+
+} // namespace zan::sim

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zan::sim {
+
+// One field of a blank-separated line: blanks, control characters and "%" as
+// %XX, the empty text as "%00".  A result longer than max bytes is cut between
+// characters, never inside a %XX or a UTF-8 sequence.
+std::string encode_field(std::string_view text, std::size_t max = SIZE_MAX);
+
+// For the eyes of a person: control characters and backslashes as escapes, so
+// that the text stays on its line.
+std::string escape(std::string_view text);
+
+// Two hexadecimal digits for each byte.
+std::string hex(std::string_view bytes);
+
+// Well-formed UTF-8 without control characters other than tab and line feed.
+bool is_readable(std::string_view bytes);
+
+// The bytes before the first NUL.
+std::string_view until_nul(std::string_view bytes);
+
+// The whole text as a decimal number without leading blanks or "+".
+std::optional<std::int64_t> to_number(std::string_view text);
+
+} // namespace zan::sim

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+#include "trace.h"
+
+#include "services.h"
+#include "text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstring>
+#include <ctime>
+
+namespace zan::sim {
+
+namespace {
+
+// A value of usual size is shown whole, a file is not.
+constexpr std::size_t kShownText = 256;
+constexpr std::size_t kShownBytes = 64;
+
+std::string clock_time(const char *format) {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto fraction =
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
+        1000;
+    std::tm parts{};
+    localtime_r(&seconds, &parts);
+    char text[64];
+    const std::size_t length = std::strftime(text, sizeof text, format, &parts);
+    char milliseconds[8];
+    std::snprintf(milliseconds, sizeof milliseconds, ".%03d", static_cast<int>(fraction));
+    return std::string(text, length) + milliseconds;
+}
+
+std::string quoted(std::string_view text) {
+    const bool cut = text.size() > kShownText;
+    return '"' + escape(text.substr(0, kShownText)) + (cut ? "\"..." : "\"");
+}
+
+std::string shown_bytes(std::string_view bytes) {
+    const bool cut = bytes.size() > kShownBytes;
+    return "hex " + hex(bytes.substr(0, kShownBytes)) + (cut ? "..." : "");
+}
+
+Form form_of(const Record &record, bool outgoing) {
+    if (outgoing && record.result < 0)
+        return Form::text;
+    const Service *const service = find_service(record.type, record.cmd);
+    if (service == nullptr)
+        return Form::bytes;
+    return outgoing ? service->answer : service->request;
+}
+
+std::string name_or_dash(std::string_view name) {
+    return name.empty() ? "-" : escape(name);
+}
+
+std::string command_name(const Record &record) {
+    const Service *const service = find_service(record.type, record.cmd);
+    return service == nullptr ? std::to_string(record.cmd) : std::string(service->name);
+}
+
+std::string class_text(const Record &record) {
+    const std::string_view name = class_name(record.type);
+    return name.empty() ? "class-" + std::to_string(record.type) : std::string(name);
+}
+
+std::string readable_line(bool outgoing, int queue, const Record &record, std::string_view defect) {
+    std::string line = clock_time("%H:%M:%S");
+    line += outgoing ? " out " : " in  ";
+    line += class_text(record) + ' ' + command_name(record) + ' ' + name_or_dash(record.src) +
+            " -> " + name_or_dash(record.dst) + " queue=" + std::to_string(queue);
+    if (record.type == ZAN_CLASS_REGISTRATION && !outgoing)
+        line += " instance=" + std::to_string(record.pid);
+    else
+        line += " pid=" + std::to_string(record.pid);
+    if (record.arg != 0)
+        line += " arg=" + std::to_string(record.arg);
+    if (outgoing)
+        line += " result=" + std::to_string(record.result);
+    line += " len=" + std::to_string(record.payload.size());
+    if (!record.payload.empty())
+        line += ' ' + readable_payload(record, outgoing);
+    if (!defect.empty())
+        line += " malformed: " + std::string(defect);
+    return line;
+}
+
+nlohmann::ordered_json json_line(bool outgoing, int queue, const Record &record,
+                                 std::string_view defect) {
+    nlohmann::ordered_json json{
+        {"time", clock_time("%Y-%m-%dT%H:%M:%S")},
+        {"direction", outgoing ? "out" : "in"},
+        {"queue", queue},
+        {"class", record.type},
+        {"class_name", class_name(record.type)},
+        {"command", record.cmd},
+        {"command_name", command_name(record)},
+        {"source", record.src},
+        {"destination", record.dst},
+        {"pid", record.pid},
+        {"result", record.result},
+        {"arg", record.arg},
+        {"len", record.payload.size()},
+    };
+    if (form_of(record, outgoing) == Form::text && is_readable(until_nul(record.payload)))
+        json["text"] = until_nul(record.payload);
+    else if (!record.payload.empty())
+        json["hex"] = hex(record.payload);
+    if (!defect.empty())
+        json["malformed"] = defect;
+    return json;
+}
+
+std::string dumped(const nlohmann::ordered_json &json) {
+    // Names are any bytes: what is not UTF-8 must not stop the trace.
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+} // namespace
+
+std::string readable_payload(const Record &record, bool outgoing) {
+    const std::string_view payload = record.payload;
+    switch (form_of(record, outgoing)) {
+    case Form::text:
+        // Padding behind the text says nothing.
+        return quoted(until_nul(payload));
+    case Form::watch:
+        if (payload.size() < 2)
+            break;
+        return "flag=" + std::to_string(static_cast<unsigned char>(payload[0])) +
+               " option=" + std::to_string(static_cast<unsigned char>(payload[1])) + ' ' +
+               quoted(until_nul(payload.substr(2)));
+    case Form::event: {
+        std::int32_t code = 0;
+        if (payload.size() != sizeof code)
+            break;
+        std::memcpy(&code, payload.data(), sizeof code);
+        return "event=" + std::to_string(code);
+    }
+    case Form::none:
+    case Form::bytes:
+        if (is_readable(payload))
+            return quoted(payload);
+        break;
+    }
+    return shown_bytes(payload);
+}
+
+void Trace::received(int queue, const Received &received) {
+    record(Direction::in, queue, received.record, received.defect);
+}
+
+void Trace::sent(int queue, const Record &record) {
+    this->record(Direction::out, queue, record, {});
+}
+
+void Trace::record(Direction direction, int queue, const Record &record, std::string_view defect) {
+    const bool outgoing = direction == Direction::out;
+    if (readable_)
+        print(readable_line(outgoing, queue, record, defect));
+    if (json_)
+        print_json(dumped(json_line(outgoing, queue, record, defect)));
+}
+
+void Trace::note(std::string_view text) {
+    if (readable_)
+        print(clock_time("%H:%M:%S") + " --  " + escape(text));
+    if (json_)
+        print_json(dumped({{"time", clock_time("%Y-%m-%dT%H:%M:%S")}, {"note", text}}));
+}
+
+void Trace::warn(std::string_view text) {
+    std::fprintf(stderr, "zansim: %s\n", escape(text).c_str());
+    note(text);
+}
+
+// Flushed line by line: who follows the trace must not wait for a full buffer.
+void Trace::print(const std::string &line) {
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+void Trace::print_json(const std::string &line) {
+    std::fprintf(json_.get(), "%s\n", line.c_str());
+    std::fflush(json_.get());
+}
+
+} // namespace zan::sim

@@ -1,0 +1,333 @@
+// SPDX-License-Identifier: MIT
+#include "tree_file.h"
+
+#include "text.h"
+
+#include <nlohmann/json.hpp>
+#include <zan.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+
+namespace zan::sim {
+
+namespace {
+
+// Members in the order of the file, so that a saved file reads like the one it
+// came from.
+using Json = nlohmann::ordered_json;
+
+constexpr int kDeepest = 64;
+
+// A slip in what the file says; what() names the node.
+struct Slip : std::runtime_error {
+    Slip(const std::string &path, const std::string &why)
+        : std::runtime_error((path.empty() ? "/" : path) + ": " + why) {}
+};
+
+// ---------------------------------------------------------------------------
+// Reading
+
+// The parser would keep the last of two members of one name without a word.
+class MemberCheck {
+public:
+    bool operator()(int depth, Json::parse_event_t event, const Json &parsed) {
+        if (depth > kDeepest)
+            throw std::runtime_error("nested deeper than " + std::to_string(kDeepest));
+        if (event == Json::parse_event_t::object_start)
+            open_.emplace_back();
+        else if (event == Json::parse_event_t::object_end)
+            open_.pop_back();
+        else if (event == Json::parse_event_t::key && !open_.back().insert(parsed).second)
+            throw std::runtime_error("two members named " + parsed.dump());
+        return true;
+    }
+
+private:
+    std::vector<std::set<std::string>> open_;
+};
+
+void allow_only(const Json &object, std::initializer_list<std::string_view> known,
+                const std::string &path) {
+    for (const auto &[name, value] : object.items()) {
+        if (std::find(known.begin(), known.end(), name) == known.end())
+            throw Slip(path, "unknown property \"" + name + "\"");
+    }
+}
+
+std::int64_t whole_number(const Json &value, const std::string &path, const std::string &property) {
+    if (!value.is_number_integer())
+        throw Slip(path, property + " is not a whole number");
+    return value.get<std::int64_t>();
+}
+
+bool writable_from(const Json &properties, const std::string &path) {
+    const auto access = properties.find("$access");
+    if (access == properties.end() || *access == "rw")
+        return true;
+    if (*access != "ro")
+        throw Slip(path, "$access is neither \"ro\" nor \"rw\"");
+    return false;
+}
+
+ValueType inferred_type(const Json &value) {
+    if (value.is_boolean())
+        return ValueType::boolean;
+    if (!value.is_number())
+        return ValueType::string;
+    const bool large = value.is_number_unsigned() && value.get<std::uint64_t>() > 2147483647;
+    return large ? ValueType::unsigned_integer : ValueType::integer;
+}
+
+std::string text_of(const Json &value, const std::string &path) {
+    if (value.is_string())
+        return value.get<std::string>();
+    if (value.is_boolean())
+        return value.get<bool>() ? "1" : "0";
+    if (value.is_number_integer())
+        return value.dump();
+    throw Slip(path, value.is_null() ? "null is not a value" : "number is not a whole one");
+}
+
+Leaf leaf_from(const Json &value, const Json &properties, const std::string &path) {
+    Leaf leaf;
+    leaf.type = inferred_type(value);
+    if (const auto type = properties.find("$type"); type != properties.end()) {
+        const auto named =
+            type->is_string() ? type_by_name(type->get<std::string>()) : std::nullopt;
+        if (!named)
+            throw Slip(path, "$type is none of string, int, uint, bool");
+        leaf.type = *named;
+    }
+    leaf.writable = writable_from(properties, path);
+    if (const auto max = properties.find("$max"); max != properties.end()) {
+        const std::int64_t length = whole_number(*max, path, "$max");
+        if (length < 0 || length > ZAN_DATA_SIZE)
+            throw Slip(path, "$max is not 0 to " + std::to_string(ZAN_DATA_SIZE));
+        leaf.max_length = static_cast<std::size_t>(length);
+    }
+    if (const auto range = properties.find("$range"); range != properties.end()) {
+        if (!range->is_array() || range->size() != 2)
+            throw Slip(path, "$range is not [least, most]");
+        leaf.least = whole_number((*range)[0], path, "$range");
+        leaf.most = whole_number((*range)[1], path, "$range");
+    }
+    if (const auto choices = properties.find("$enum"); choices != properties.end()) {
+        if (!choices->is_array() || choices->empty())
+            throw Slip(path, "$enum is not a list of values");
+        for (const Json &choice : *choices)
+            leaf.choices.push_back(text_of(choice, path));
+    }
+    const auto accepted = accepted_value(leaf, text_of(value, path));
+    if (!accepted)
+        throw Slip(path, accepted.error().text);
+    leaf.value = *accepted;
+    return leaf;
+}
+
+Node node_from(const Json &json, const std::string &path);
+
+Object object_from(const Json &json, const std::string &path) {
+    if (!json.is_object())
+        throw Slip(path, "not an object");
+    Object object;
+    for (const auto &[name, value] : json.items()) {
+        if (!is_name(name) || name[0] == '$')
+            throw Slip(path, "\"" + escape(name) + "\" cannot be the name of a node");
+        object.children.push_back({name, node_from(value, path + '/' + name)});
+    }
+    return object;
+}
+
+void add_instance(Table &table, std::int64_t number, const Json &json, const std::string &path) {
+    const std::string instance_path = path + ':' + std::to_string(number);
+    table.instances.emplace(static_cast<std::uint32_t>(number), object_from(json, instance_path));
+}
+
+void add_instances(Table &table, const Json &instances, const std::string &path) {
+    if (instances.is_array()) {
+        std::int64_t number = 0;
+        for (const Json &instance : instances)
+            add_instance(table, ++number, instance, path);
+        return;
+    }
+    if (!instances.is_object())
+        throw Slip(path, "$instances is neither a list nor an object");
+    for (const auto &[key, instance] : instances.items()) {
+        const auto number = to_number(key);
+        if (!number || *number < 1 || *number > kLastInstance || key[0] == '0')
+            throw Slip(path, "\"" + escape(key) + "\" is not an instance number");
+        add_instance(table, *number, instance, path);
+    }
+}
+
+Table table_from(const Json &json, const std::string &path) {
+    Table table;
+    if (json.is_array()) {
+        add_instances(table, json, path);
+        return table;
+    }
+    allow_only(json, {"$instances", "$template", "$max", "$access"}, path);
+    table.writable = writable_from(json, path);
+    if (const auto max = json.find("$max"); max != json.end()) {
+        const std::int64_t limit = whole_number(*max, path, "$max");
+        if (limit < 0 || limit > kLastInstance)
+            throw Slip(path, "$max is not a number of instances");
+        table.limit = static_cast<std::uint32_t>(limit);
+    }
+    if (const auto prototype = json.find("$template"); prototype != json.end())
+        table.prototype = object_from(*prototype, path + ":#");
+    add_instances(table, json.at("$instances"), path);
+    return table;
+}
+
+Node node_from(const Json &json, const std::string &path) {
+    if (json.is_array() || (json.is_object() && json.contains("$instances")))
+        return table_from(json, path);
+    if (!json.is_object())
+        return leaf_from(json, Json::object(), path);
+    if (!json.contains("$value"))
+        return object_from(json, path);
+    allow_only(json, {"$value", "$type", "$access", "$max", "$range", "$enum"}, path);
+    return leaf_from(json.at("$value"), json, path);
+}
+
+// "12:5" for the byte at which the parser stopped.
+std::string position_of(std::string_view text, std::size_t byte) {
+    const std::string_view before = text.substr(0, byte == 0 ? 0 : byte - 1);
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const std::size_t line_start = before.rfind('\n') + 1; // 0 when there is none
+    return std::to_string(lines + 1) + ':' + std::to_string(before.size() - line_start + 1);
+}
+
+// ---------------------------------------------------------------------------
+// Writing
+
+Json json_of(const Object &object);
+
+// The value alone would be read back as a string without limits, and so on.
+Json json_of(const Leaf &leaf) {
+    Json value = leaf.value;
+    if (leaf.type == ValueType::boolean)
+        value = leaf.value == "1";
+    else if (leaf.type != ValueType::string)
+        value = to_number(leaf.value).value_or(0);
+    Json json{{"$value", value}};
+    if (inferred_type(value) != leaf.type)
+        json["$type"] = type_name(leaf.type);
+    if (!leaf.writable)
+        json["$access"] = "ro";
+    if (leaf.max_length)
+        json["$max"] = *leaf.max_length;
+    if (leaf.least && leaf.most)
+        json["$range"] = {*leaf.least, *leaf.most};
+    if (!leaf.choices.empty())
+        json["$enum"] = leaf.choices;
+    return json.size() == 1 ? value : json;
+}
+
+Json json_of(const Table &table) {
+    const bool plain = !table.prototype && table.writable && table.limit == Table{}.limit;
+    const bool contiguous =
+        table.instances.empty() || table.instances.rbegin()->first == table.instances.size();
+    Json instances = contiguous ? Json::array() : Json::object();
+    for (const auto &[number, instance] : table.instances) {
+        if (contiguous)
+            instances.push_back(json_of(instance));
+        else
+            instances[std::to_string(number)] = json_of(instance);
+    }
+    if (plain && contiguous)
+        return instances;
+    Json json{{"$instances", std::move(instances)}};
+    if (table.prototype)
+        json["$template"] = json_of(*table.prototype);
+    if (table.limit != Table{}.limit)
+        json["$max"] = table.limit;
+    if (!table.writable)
+        json["$access"] = "ro";
+    return json;
+}
+
+Json json_of(const Object &object) {
+    Json json = Json::object();
+    for (const Child &child : object.children)
+        json[child.name] = std::visit([](const auto &node) { return json_of(node); }, child.node);
+    return json;
+}
+
+Error file_error(const std::string &file, const char *step) {
+    return {0, file + ": " + step + ": " + std::strerror(errno)};
+}
+
+bool write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+} // namespace
+
+Result<Tree> parse_tree(std::string_view text, const std::string &file) {
+    try {
+        MemberCheck check;
+        const Json json = Json::parse(text, std::ref(check));
+        return Tree(object_from(json, ""));
+    } catch (const Json::parse_error &error) {
+        // The library's text begins with its own code and position.
+        const std::string what = error.what();
+        const std::size_t start = what.find(": ");
+        return Error{0, file + ':' + position_of(text, error.byte) + ": " +
+                            (start == std::string::npos ? what : what.substr(start + 2))};
+    } catch (const std::exception &error) {
+        return Error{0, file + ": " + error.what()};
+    }
+}
+
+Result<Tree> load_tree(const std::string &file) {
+    // Opening a directory succeeds; only reading it fails.
+    std::ifstream stream(file, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream.is_open() || stream.bad())
+        return file_error(file, "cannot be read");
+    return parse_tree(text, file);
+}
+
+std::string format_tree(const Tree &tree) {
+    // Values need not be UTF-8: what is not is replaced.
+    return json_of(tree.root()).dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+Result<Done> write_atomically(const std::string &file, std::string_view text) {
+    // In the same directory, as a rename does not cross file systems.
+    std::string temporary = file + ".XXXXXX";
+    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0)
+        return file_error(file, "cannot be written");
+    struct stat old {};
+    const mode_t mode = stat(file.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
+    bool written = fchmod(fd, mode) == 0 && write_all(fd, text) && fsync(fd) == 0;
+    written = close(fd) == 0 && written;
+    if (written && rename(temporary.c_str(), file.c_str()) == 0)
+        return Done{};
+    const Error error = file_error(file, "cannot be written");
+    unlink(temporary.c_str());
+    return error;
+}
+
+} // namespace zan::sim

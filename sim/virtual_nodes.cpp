@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "virtual_nodes.h"
+
+#include "daemon.h"
+#include "text.h"
+#include "version.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace zan::sim {
+
+namespace {
+
+constexpr std::string_view kBranch = "/zansim/";
+
+struct VirtualNode {
+    std::string_view name;
+    std::string (*get)(const Daemon &);
+    Result<std::string> (*set)(Daemon &, std::string_view);
+};
+
+Result<std::string> send_event(Daemon &daemon, std::string_view value) {
+    const auto code = to_number(value);
+    if (!code || *code < std::numeric_limits<std::int32_t>::min() ||
+        *code > std::numeric_limits<std::int32_t>::max())
+        return Error{kBadValue, "not an event code: " + escape(value)};
+    daemon.raise_event(static_cast<std::int32_t>(*code));
+    return std::string();
+}
+
+constexpr std::array kNodes{
+    VirtualNode{"event", nullptr, send_event},
+    VirtualNode{"version", [](const Daemon &) { return std::string(kVersion); }, nullptr},
+    VirtualNode{"modules",
+                [](const Daemon &daemon) { return std::to_string(daemon.modules.size()); },
+                nullptr},
+    VirtualNode{"subscriptions",
+                [](const Daemon &daemon) { return std::to_string(daemon.subscriptions.size()); },
+                nullptr},
+    VirtualNode{"requests",
+                [](const Daemon &daemon) { return std::to_string(daemon.statistics.requests); },
+                nullptr},
+    VirtualNode{
+        "notifications",
+        [](const Daemon &daemon) { return std::to_string(daemon.statistics.notifications); },
+        nullptr},
+    VirtualNode{"dropped",
+                [](const Daemon &daemon) { return std::to_string(daemon.statistics.dropped); },
+                nullptr},
+};
+
+Result<const VirtualNode *> find_node(std::string_view path) {
+    const std::string_view name = path.substr(std::min(kBranch.size(), path.size()));
+    const auto node = std::find_if(kNodes.begin(), kNodes.end(), [&](const VirtualNode &candidate) {
+        return candidate.name == name;
+    });
+    if (node == kNodes.end())
+        return Error{kNoNode, "no such node: " + escape(path)};
+    return &*node;
+}
+
+} // namespace
+
+bool is_virtual(std::string_view path) {
+    return path.starts_with(kBranch) || path == kBranch.substr(0, kBranch.size() - 1);
+}
+
+Result<std::string> get_virtual(const Daemon &daemon, std::string_view path) {
+    const auto node = find_node(path);
+    if (!node)
+        return node.error();
+    if ((*node)->get == nullptr)
+        return Error{kWriteOnly, "write-only: " + escape(path)};
+    return (*node)->get(daemon);
+}
+
+Result<std::string> set_virtual(Daemon &daemon, std::string_view path, std::string_view value) {
+    const auto node = find_node(path);
+    if (!node)
+        return node.error();
+    if ((*node)->set == nullptr)
+        return Error{kReadOnly, "read-only: " + escape(path)};
+    return (*node)->set(daemon, value);
+}
+
+} // namespace zan::sim
