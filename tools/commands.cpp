@@ -115,19 +115,23 @@ void print(Output &output, const Arguments &arguments, const std::string &plain,
     output.line(arguments.json ? to_line(json) : plain);
 }
 
-int read_text(zan_cfg_cmd cmd, Session &session, const Arguments &arguments, Output &output) {
+int run_get(Session &session, const Arguments &arguments, Output &output) {
     return for_each_path(arguments, [&](const std::string &path) {
-        const std::string value = ask(session, cmd, path);
+        const std::string value = ask(session, ZAN_CFG_GET, path);
         print(output, arguments, value, {{"path", path}, {"value", value}});
     });
 }
 
-int run_get(Session &session, const Arguments &arguments, Output &output) {
-    return read_text(ZAN_CFG_GET, session, arguments, output);
-}
-
+// The daemon's text has lines of its own: nothing for no instance, and a line end
+// of its own for the last.
 int run_array(Session &session, const Arguments &arguments, Output &output) {
-    return read_text(ZAN_CFG_GET_ARRAY, session, arguments, output);
+    return for_each_path(arguments, [&](const std::string &path) {
+        const std::string text = ask(session, ZAN_CFG_GET_ARRAY, path);
+        if (arguments.json)
+            output.line(to_line({{"path", path}, {"value", text}}));
+        else if (!text.empty())
+            output.line(text.ends_with('\n') ? text.substr(0, text.size() - 1) : text);
+    });
 }
 
 int run_count(Session &session, const Arguments &arguments, Output &output) {

@@ -142,6 +142,15 @@ TEST_F(ZanctlTest, ArrayPrintsTheDaemonsText) {
               "{\"path\":\"/sys/user\",\"value\":\"1 a\\n2 b\"}\n");
 }
 
+TEST_F(ZanctlTest, ArrayAddsNoLineOfItsOwn) {
+    daemon.on(class_cfg, 23, answer("1 a\n2 b\n"));
+    EXPECT_EQ(run({"array", "/sys/user"}).output, "1 a\n2 b\n");
+    EXPECT_EQ(run({"array", "--json", "/sys/user"}).output,
+              "{\"path\":\"/sys/user\",\"value\":\"1 a\\n2 b\\n\"}\n");
+    daemon.on(class_cfg, 23, answer(""));
+    EXPECT_EQ(run({"array", "/sys/user"}).output, "");
+}
+
 TEST_F(ZanctlTest, DelSendsThePath) {
     EXPECT_EQ(run({"del", "/sys/user:3"}).output, "");
     EXPECT_TRUE(same_record(only_request(), request(1, 3, "ZAN_CFG", "/sys/user:3")));

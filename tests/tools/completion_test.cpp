@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "zanctl.h"
+
+#include <sstream>
+
+namespace zan::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+// The completions that bash offers at the end of the line.
+std::vector<std::string> complete(const std::string &line) {
+    // zanctl may need the emulator, so it is a function of the shell.
+    Program bash(script("command_line=(\"$@\")\n"
+                        "zanctl() { \"${command_line[@]}\" \"$@\"; }\n"
+                        "source \"$COMPLETION\"\n"
+                        "COMP_LINE=$LINE COMP_POINT=${#LINE}\n"
+                        "complete -p zanctl >&2\n"
+                        "_zanctl zanctl\n"
+                        "printf '%s\\n' \"${COMPREPLY[@]}\"\n",
+                        {}),
+                 {.env = {{"COMPLETION", ZAN_TEST_COMPLETION}, {"LINE", line}}, .host = true});
+    EXPECT_EQ(bash.wait(), 0);
+    EXPECT_EQ(bash.error(), "complete -F _zanctl zanctl\n");
+    std::vector<std::string> choices;
+    std::istringstream output(bash.output());
+    for (std::string choice; std::getline(output, choice);)
+        if (!choice.empty())
+            choices.push_back(choice);
+    return choices;
+}
+
+TEST(Completion, OffersTheCommands) {
+    EXPECT_THAT(complete("zanctl "),
+                UnorderedElementsAre("get", "set", "count", "array", "add", "del", "watch", "pid"));
+    EXPECT_THAT(complete("zanctl a"), UnorderedElementsAre("array", "add"));
+    EXPECT_THAT(complete("zanctl --json --name x w"), ElementsAre("watch"));
+}
+
+TEST(Completion, OffersTheOptionsOfTheCommand) {
+    EXPECT_THAT(complete("zanctl --"),
+                UnorderedElementsAre("--help", "--version", "--json", "--name", "--timeout"));
+    EXPECT_THAT(complete("zanctl watch /a --"),
+                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--event",
+                                     "--count", "--time"));
+    EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
+}
+
+TEST(Completion, OffersNothingWhereAnOptionWantsAWord) {
+    EXPECT_THAT(complete("zanctl --name "), IsEmpty());
+    EXPECT_THAT(complete("zanctl watch --event "), IsEmpty());
+}
+
+TEST(Completion, OffersNoPathsWithoutADaemon) {
+    EXPECT_THAT(complete("zanctl get /sys/user:"), IsEmpty());
+}
+
+class CompletionOfPaths : public ZanctlTest {
+protected:
+    void SetUp() override {
+        daemon.on(class_cfg, 23, answer("1 name=admin level=3\n12 name=guest level=0\n"));
+    }
+};
+
+// Bash replaces only what stands behind the last colon.
+TEST_F(CompletionOfPaths, OffersInstances) {
+    EXPECT_THAT(complete("zanctl get /sys/user:"), ElementsAre("1", "12"));
+    EXPECT_EQ(daemon.records().at(1).payload(), "/sys/user");
+    EXPECT_THAT(complete("zanctl get /a /sys/user:12"), ElementsAre("12"));
+    EXPECT_THAT(complete("zanctl get /sys/user"), IsEmpty());
+}
+
+TEST_F(CompletionOfPaths, OffersTheValuesOfAnInstance) {
+    EXPECT_THAT(complete("zanctl set /sys/user:12/"), ElementsAre("12/name", "12/level"));
+    EXPECT_THAT(complete("zanctl set /sys/user:12/l"), ElementsAre("12/level"));
+    EXPECT_THAT(complete("zanctl set /sys/user:2/"), IsEmpty());
+}
+
+TEST_F(CompletionOfPaths, OffersNothingWhenTheDaemonRefuses) {
+    daemon.on(class_cfg, 23, negative(-3, "no such node: /sys/user"));
+    EXPECT_THAT(complete("zanctl get /sys/user:"), IsEmpty());
+}
+
+} // namespace
+} // namespace zan::test

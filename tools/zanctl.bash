@@ -1,0 +1,96 @@
+# SPDX-License-Identifier: MIT
+# shellcheck shell=bash
+#
+# Completion for zanctl.  Commands and options come from its own --help.  Paths
+# are completed with the instances of multi-instance objects and their values,
+# as long as a daemon runs that renders them one per line, as zansim does:
+# "1 name=admin level=3".
+
+# The help of zanctl, or of one of its commands.
+_zanctl_help() {
+    "$zanctl" "$@" --help 2>/dev/null
+}
+
+_zanctl_commands() {
+    _zanctl_help | awk 'found && NF { print $1 } /^Subcommands:/ { found = 1 } found && !NF { exit }'
+}
+
+_zanctl_options() {
+    _zanctl_help "$@" | grep -oE -e '^  (-h,)?--[a-z-]+' | grep -oE -e '--[a-z-]+'
+}
+
+# Those that another word belongs to, which the help shows in capitals.
+_zanctl_options_with_word() {
+    _zanctl_help "$@" | grep -oE -e '^  --[a-z-]+ [A-Z]+' | cut -d' ' -f3
+}
+
+_zanctl_array() {
+    [ -r /tmp/zan_qid ] || return 0
+    "$zanctl" array --timeout 1 "$1" 2>/dev/null
+}
+
+# OBJECT:N and OBJECT:N/VALUE; everything up to the last of both is typed already.
+_zanctl_paths() {
+    local typed=$1 object number
+    if [[ $typed =~ ^(.*):([0-9]+)/[^/:]*$ ]]; then
+        object=${BASH_REMATCH[1]} number=${BASH_REMATCH[2]}
+        _zanctl_array "$object" | awk -v object="$object" -v number="$number" '
+            $1 == number {
+                for (i = 2; i <= NF; i++)
+                    if (sub(/=.*/, "", $i))
+                        print object ":" number "/" $i
+            }'
+    elif [[ $typed =~ ^(.*):[0-9]*$ ]]; then
+        object=${BASH_REMATCH[1]}
+        _zanctl_array "$object" | awk -v object="$object" '$1 ~ /^[0-9]+$/ { print object ":" $1 }'
+    fi
+}
+
+_zanctl() {
+    local zanctl=$1
+    # Read from the line, because bash takes a colon for the end of a word.
+    local line=${COMP_LINE:0:COMP_POINT}
+    local current=${line##*[[:space:]]}
+    local -a words
+    read -ra words <<<"${line%"$current"}"
+
+    local command='' word skip=''
+    local with_word
+    with_word=" $(_zanctl_options_with_word | tr '\n' ' ')"
+    for word in "${words[@]:1}"; do
+        if [ -n "$skip" ]; then
+            skip=''
+        elif [[ $with_word == *" $word "* ]]; then
+            skip=1
+        elif [[ $word != -* && -z $command ]]; then
+            command=$word
+            with_word=" $(_zanctl_options_with_word "$command" | tr '\n' ' ')"
+        fi
+    done
+
+    local choices=''
+    if [ -n "$skip" ]; then
+        choices=''
+    elif [[ $current == -* ]]; then
+        choices=$(_zanctl_options ${command:+"$command"})
+    elif [ -z "$command" ]; then
+        choices=$(_zanctl_commands)
+    else
+        choices=$(_zanctl_paths "$current")
+    fi
+
+    local IFS=$'\n'
+    local choice prefix=''
+    # What stands before the last colon is on the line already.
+    if [[ $current == *:* && $COMP_WORDBREAKS == *:* ]]; then
+        prefix=${current%:*}:
+    fi
+    COMPREPLY=()
+    for choice in $choices; do
+        if [[ $choice == "$current"* ]]; then
+            COMPREPLY+=("${choice#"$prefix"}")
+        fi
+    done
+}
+
+complete -F _zanctl zanctl
