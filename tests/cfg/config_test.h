@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_TESTS_CFG_CONFIG_TEST_H
+#define ZAN_TESTS_CFG_CONFIG_TEST_H
+
+#include "support/capture.h"
+#include "support/module_test.h"
+
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace zan::test {
+
+// Commands of the configuration class, as they stand in a record.
+namespace cmd {
+inline constexpr int get = 1;
+inline constexpr int set = 2;
+inline constexpr int del = 3;
+inline constexpr int get_array = 23;
+inline constexpr int anchor = 25;
+inline constexpr int module_pid = 34;
+} // namespace cmd
+
+inline constexpr int configuration = 1;
+inline constexpr int subscription = 5;
+
+inline std::string overflow_warning(const std::string &copied) {
+    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
+           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
+}
+
+// A path of exactly this many characters whose every part differs from its
+// neighbours, so that a cut in the wrong place shows.
+inline std::string path_of(std::size_t length) {
+    std::string path;
+    for (int part = 0; path.size() < length; ++part)
+        path += "/part" + std::to_string(part);
+    path.resize(length);
+    return path;
+}
+
+class ConfigTest : public ModuleTest {
+protected:
+    // What module "probe" sends to the configuration: every other word is zero.
+    static Fields request(int command, const std::string &payload) {
+        return {.mtype = g_msq_qid,
+                .type = configuration,
+                .cmd = command,
+                .dst = "ZAN_CFG",
+                .src = "probe",
+                .pid = static_cast<std::int32_t>(getpid()),
+                .payload = payload};
+    }
+
+    // The only record that has arrived since the last look.
+    SizedRecord sent() {
+        const std::vector<SizedRecord> records = daemon.records();
+        daemon.forget_records();
+        EXPECT_EQ(records.size(), 1U);
+        return records.empty() ? SizedRecord{} : records.front();
+    }
+
+    // Whether nothing has been sent: the next record to arrive is the one sent here.
+    testing::AssertionResult sent_nothing() {
+        cfg_del("/marker");
+        const std::vector<SizedRecord> records = daemon.records();
+        daemon.forget_records();
+        if (records.size() == 1)
+            return same_record(records.front(), request(cmd::del, "/marker"));
+        return testing::AssertionFailure() << records.size() - 1 << " records were sent";
+    }
+
+    // Leaves long texts in whatever storage requests and answers are kept in.
+    void leave_traces() {
+        daemon.once(configuration, cmd::get_array, answer(std::string(4000, 'A')));
+        char value[4001];
+        EXPECT_EQ(cfg_getarray(value, sizeof value, "%s", std::string(1000, 'G').c_str()), 1);
+        EXPECT_EQ(cfg_setstr(std::string(1000, 'V').c_str(), "%s", std::string(1000, 'P').c_str()),
+                  1);
+        daemon.forget_records();
+    }
+};
+
+} // namespace zan::test
+
+#endif
