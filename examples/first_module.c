@@ -23,23 +23,26 @@ static int report(const char *what, int result) {
 
 static int print_model(void) {
     char model[64];
-    if (report("reading the model", cfg_getstr(model, sizeof model, "/runtime/hw/model")) < 0)
+    char name[64];
+    if (report("reading the model", cfg_getstr(model, sizeof model, "/runtime/hw/model")) < 0 ||
+        report("reading its name", cfg_getstr(name, sizeof name, "/runtime/hw/name")) < 0)
         return -1;
-    printf("hardware model: %s\n", model);
+    printf("hardware model: %s (%s)\n", model, name);
     return 0;
 }
 
-static int print_users(void) {
-    /* Instances are numbered after a colon; paths take printf formats for them. */
+static void print_users(void) {
     const int count = cfg_getcount("/sys/user");
     printf("users: %d\n", count);
-    for (int i = 1; i <= count; i++) {
+    /* An instance's number follows a colon.  It keeps it when others are deleted,
+     * so there may be gaps. */
+    for (int number = 1, seen = 0; seen < count && number < 100; number++) {
         char name[64];
-        if (report("reading a user", cfg_getstr(name, sizeof name, "/sys/user:%d/name", i)) < 0)
-            return -1;
-        printf("  user %d: %s\n", i, name);
+        if (cfg_getstr(name, sizeof name, "/sys/user:%d/name", number) < 0)
+            continue;
+        printf("  user %d: %s\n", number, name);
+        seen++;
     }
-    return 0;
 }
 
 static int rename_network(const char *name) {
@@ -61,7 +64,9 @@ int main(int argc, char **argv) {
     if (report("registering", zan_register(MODULE, 0)) < 0)
         return 1;
 
-    const int failed = print_model() < 0 || print_users() < 0 || rename_network(network) < 0;
+    int failed = print_model() < 0;
+    print_users();
+    failed |= rename_network(network) < 0;
 
     /* Whatever happened: queues outlive the process that made them. */
     return report("unregistering", zan_unregister(MODULE, 0)) < 0 || failed;
