@@ -7,10 +7,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -33,6 +33,23 @@ public:
 private:
     int file_ = memfd_create("stderr", MFD_CLOEXEC);
     DescriptorReplaced replaced_{STDERR_FILENO, file_};
+};
+
+// While it lives no further descriptor can be opened, or no process started.
+class LimitedTo {
+public:
+    LimitedTo(decltype(RLIMIT_NOFILE) what, rlim_t limit) : what_(what) {
+        getrlimit(what_, &before_);
+        const rlimit lowered{.rlim_cur = limit, .rlim_max = before_.rlim_max};
+        EXPECT_EQ(setrlimit(what_, &lowered), 0);
+    }
+    ~LimitedTo() { setrlimit(what_, &before_); }
+    LimitedTo(const LimitedTo &) = delete;
+    LimitedTo &operator=(const LimitedTo &) = delete;
+
+private:
+    decltype(RLIMIT_NOFILE) what_;
+    rlimit before_{};
 };
 
 // A directory of the case's own, and what the commands of a case are asked.
