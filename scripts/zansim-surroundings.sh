@@ -5,9 +5,11 @@
 # PATH and zansim serving examples/device.json, inside scripts/sandbox.
 #
 # The calling script's argument is the build directory.  ZAN_EMULATOR is what
-# runs programs built for another machine.  Provides: project, the root of the
-# sources; work, a directory removed at the end; zansim_pid; trace, the file with
-# zansim's trace.
+# runs programs built for another machine, ZAN_PATIENCE how many seconds anything
+# may take.
+#
+# Provides: project, the root of the sources; work, a directory removed at the
+# end; zansim_pid; trace, the file with zansim's trace.
 
 caller=${0##*/}
 build=${1-}
@@ -37,9 +39,9 @@ provide_programs() {
     export PATH
 }
 
-# Runs a check every 50 ms until it holds; fails after half a minute.
+# Runs a check every 50 ms until it holds.
 wait_until() {
-    attempts=600
+    attempts=$((${ZAN_PATIENCE:-30} * 20))
     until "$@" >/dev/null 2>&1; do
         attempts=$((attempts - 1))
         [ $attempts -gt 0 ] || return 1
