@@ -17,9 +17,45 @@ void report_failed_send(const Request &request) {
     std::printf("%s: pid=%d\n", request.function, own_pid());
 }
 
-void build(zan_msg &msg, const Request &request) {
-    begin_record(msg, g_msq_qid, request.type, request.cmd);
-    zan_body &body = msg.body;
+void copy_bounded(char *text, const char *source, std::size_t bound) {
+    const std::size_t length = source != nullptr ? strnlen(source, bound - 1) : 0;
+    if (length > 0)
+        std::memcpy(text, source, length);
+    text[length] = '\0';
+}
+
+} // namespace
+
+// The two forms that most calls have, a plain path and "%s", need no formatter.
+Path::Path(const char *format, va_list arguments, std::size_t bound) {
+    if (std::strchr(format, '%') == nullptr)
+        copy_bounded(text_, format, bound);
+    else if (std::strcmp(format, "%s") == 0)
+        copy_bounded(text_, va_arg(arguments, const char *), bound);
+    else if (std::vsnprintf(text_, bound, format, arguments) < 0)
+        text_[0] = '\0';
+}
+
+Path::Path(const char *format) {
+    char *out = text_;
+    for (const char *in = format; *in != '\0'; ++in) {
+        if (in[0] == '%' && in[1] == '%')
+            ++in;
+        *out++ = *in;
+    }
+    *out = '\0';
+}
+
+void Path::append(char c) {
+    const std::size_t length = std::strlen(text_);
+    if (length + 1 < sizeof text_) {
+        text_[length] = c;
+        text_[length + 1] = '\0';
+    }
+}
+
+void begin_request(zan_body &body, const Request &request) {
+    begin_body(body, request.type, request.cmd);
     set_destination(body, request.destination);
     set_source_to_self(body);
     set_payload(body, request.payload.data(), request.payload.size(), request.len);
@@ -27,8 +63,6 @@ void build(zan_msg &msg, const Request &request) {
     if (request.timed)
         body.time = static_cast<int32_t>(std::time(nullptr));
 }
-
-} // namespace
 
 Request configuration_request(const char *function, int cmd, const char *payload,
                               ReportLine report) {
@@ -44,7 +78,8 @@ Request configuration_request(const char *function, int cmd, const char *payload
 
 int exchange(const Request &request, Answer *answer) {
     ReceiveRecord &record = api_record();
-    build(record.msg, request);
+    record.msg.mtype = g_msq_qid;
+    begin_request(record.msg.body, request);
     if (zan_msg_send(g_zan_qid, &record.msg, ZAN_HEADER_SIZE + request.len) < 0) {
         report_failed_send(request);
         return ZAN_ERR_SEND;

@@ -9,8 +9,6 @@
 
 #include <cstdarg>
 #include <cstddef>
-#include <cstdio>
-#include <cstring>
 #include <string_view>
 
 namespace zan {
@@ -36,6 +34,9 @@ struct Request {
 Request configuration_request(const char *function, int cmd, const char *payload,
                               ReportLine report);
 
+// Fills the record from `type` on.
+void begin_request(zan_body &body, const Request &request);
+
 // Sends the request and waits for its answer: 1, ZAN_ERR_SEND after the failure
 // report, or what the wait returned.  The caller holds the API lock until it is
 // done with the answer.
@@ -45,30 +46,25 @@ int exchange(const Request &request, Answer *answer = nullptr);
 int exchange_locked(const Request &request);
 int exchange_for_text(const Request &request, char *value, int size);
 
-// A configuration path, formatted and cut to its bound.  The two forms that most
-// calls have, a plain path and "%s", need no formatter.
-template <std::size_t size = ZAN_PATH_SIZE> class Path {
+// A configuration path, formatted and cut to its bound.
+class Path {
 public:
-    Path(const char *format, va_list arguments) {
-        if (std::strchr(format, '%') == nullptr)
-            copy(format);
-        else if (std::strcmp(format, "%s") == 0)
-            copy(va_arg(arguments, const char *));
-        else if (std::vsnprintf(text_, size, format, arguments) < 0)
-            text_[0] = '\0';
-    }
+    Path(const char *format, va_list arguments, std::size_t bound = ZAN_PATH_SIZE);
+
+    // The functions that read and write numbers hand their formatted path on as a
+    // format.  There are no arguments for it, so "%%" is all that it can say; any
+    // other "%" stays as it is.
+    Path formatted_again() const { return Path(text_); }
+
+    // Drops the character when the path fills its storage.
+    void append(char c);
 
     const char *text() const { return text_; }
 
 private:
-    void copy(const char *path) {
-        const std::size_t length = path != nullptr ? strnlen(path, size - 1) : 0;
-        if (length > 0)
-            std::memcpy(text_, path, length);
-        text_[length] = '\0';
-    }
+    explicit Path(const char *format);
 
-    char text_[size];
+    char text_[ZAN_PATH_SIZE];
 };
 
 } // namespace zan

@@ -19,7 +19,7 @@ int cfg_anchor(const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     return request_by_path("cfg_anchor", ZAN_CFG_ANCHOR, path.text());
 }
@@ -29,7 +29,7 @@ int cfg_del(const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     return request_by_path("cfg_del", ZAN_CFG_DELETE, path.text());
 }

@@ -27,26 +27,6 @@ int set_text(const char *path, const char *value) {
         configuration_request("cfg_setstr", ZAN_CFG_SET, payload, {"path", path}));
 }
 
-// cfg_getint, cfg_setint and cfg_getcount hand their formatted path on as a
-// format.  There are no arguments for it, so "%%" is all that it can say; any
-// other "%" stays as it is.
-class FormattedAgain {
-public:
-    explicit FormattedAgain(const char *path) {
-        char *out = text_;
-        for (const char *in = path; *in != '\0'; ++in) {
-            if (in[0] == '%' && in[1] == '%')
-                ++in;
-            *out++ = *in;
-        }
-        *out = '\0';
-    }
-    const char *text() const { return text_; }
-
-private:
-    char text_[ZAN_PATH_SIZE];
-};
-
 } // namespace
 } // namespace zan
 
@@ -57,7 +37,7 @@ int cfg_getstr(char *value, int size, const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     return get_text("cfg_getstr", ZAN_CFG_GET, path.text(), value, size);
 }
@@ -67,7 +47,7 @@ int cfg_getarray(char *value, int size, const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     return get_text("cfg_getarray", ZAN_CFG_GET_ARRAY, path.text(), value, size);
 }
@@ -77,7 +57,7 @@ int cfg_setstr(const char *value, const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     return set_text(path.text(), value);
 }
@@ -87,10 +67,10 @@ int cfg_getint(const char *fmt, ...) {
         return 0;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     char number[number_size] = {};
-    const FormattedAgain asked(path.text());
+    const Path asked = path.formatted_again();
     if (get_text("cfg_getstr", ZAN_CFG_GET, asked.text(), number, sizeof number) != 1)
         std::printf("cfg_getint failed for %s\n", path.text());
     return to_int(number);
@@ -101,11 +81,11 @@ int cfg_setint(int value, const char *fmt, ...) {
         return ZAN_ERR;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<> path(fmt, arguments);
+    const Path path(fmt, arguments);
     va_end(arguments);
     char number[16];
     zan_sprintf(number, sizeof number, "%d", value);
-    return set_text(FormattedAgain(path.text()).text(), number);
+    return set_text(path.formatted_again().text(), number);
 }
 
 int cfg_getcount(const char *fmt, ...) {
@@ -113,13 +93,12 @@ int cfg_getcount(const char *fmt, ...) {
         return 0;
     va_list arguments;
     va_start(arguments, fmt);
-    const Path<count_path_size> path(fmt, arguments);
+    Path path(fmt, arguments, count_path_size);
     va_end(arguments);
-    // "#" behind an object asks for the number of its instances.
-    char counted[count_path_size + 1];
-    std::snprintf(counted, sizeof counted, "%s#", path.text());
+    // Behind an object it asks for the number of its instances.
+    path.append('#');
     char number[number_size] = {};
-    get_text("cfg_getstr", ZAN_CFG_GET, FormattedAgain(counted).text(), number, sizeof number);
+    get_text("cfg_getstr", ZAN_CFG_GET, path.formatted_again().text(), number, sizeof number);
     return to_int(number);
 }
 

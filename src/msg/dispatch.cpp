@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 namespace zan {
@@ -29,10 +30,10 @@ public:
     explicit FieldReader(std::string_view text) : text_(text) {}
 
     // Copies the next field, cut to the bound.
-    template<std::size_t size> void read(char (&field)[size]) {
+    void read(std::span<char> field) {
         const std::string_view token = next();
-        const std::size_t length = std::min(token.size(), size - 1);
-        std::memcpy(field, token.data(), length);
+        const std::size_t length = std::min(token.size(), field.size() - 1);
+        std::memcpy(field.data(), token.data(), length);
         field[length] = '\0';
     }
 
@@ -87,8 +88,8 @@ struct ValueChange {
     int f4 = 1;
     int f5 = 0;
 
-    explicit ValueChange(const zan_body &body) {
-        FieldReader reader({body.data, strnlen(body.data, sizeof body.data)});
+    ValueChange(const zan_body &body, int room) {
+        FieldReader reader({body.data, strnlen(body.data, static_cast<std::size_t>(room))});
         reader.read(f1);
         reader.read(f2);
         reader.read(f3);
@@ -98,43 +99,43 @@ struct ValueChange {
     }
 };
 
-int dispatch_value_changed(const zan_body &body) {
+int dispatch_value_changed(const zan_body &body, int room) {
     const Handlers handlers = g_zan_api_callback;
     if (handlers.value_changed != nullptr) {
-        ValueChange change(body);
+        ValueChange change(body, room);
         handlers.value_changed(change.f1, change.f2, change.f3, change.f6, change.f4);
     }
     if (handlers.value_changed2 != nullptr) {
-        ValueChange change(body);
+        ValueChange change(body, room);
         handlers.value_changed2(change.f1, change.f2, change.f3, change.f6, change.f4, change.f5);
     }
     return handlers.value_changed != nullptr || handlers.value_changed2 != nullptr ? 1 : 0;
 }
 
-int dispatch_event(const zan_body &body) {
+int dispatch_event(const zan_body &body, int room) {
     if (g_zan_api_callback.event == nullptr)
         return 0;
     int32_t code = 0;
-    std::memcpy(&code, body.data, sizeof code);
+    std::memcpy(&code, body.data, std::min(sizeof code, static_cast<std::size_t>(room)));
     g_zan_api_callback.event(code, body.type);
     return 1;
 }
 
-int dispatch_notification(const zan_body &body) {
+int dispatch_notification(const zan_body &body, int room) {
     switch (body.cmd) {
     case ZAN_NOTIFY_VALUE_CHANGED:
-        return dispatch_value_changed(body);
+        return dispatch_value_changed(body, room);
     case ZAN_NOTIFY_EVENT:
-        return dispatch_event(body);
+        return dispatch_event(body, room);
     default:
         return 0;
     }
 }
 
-int dispatch_message(zan_body &body) {
+int dispatch_message(zan_body &body, int room) {
     if (g_zan_api_callback.message == nullptr)
         return 0;
-    g_zan_api_callback.message(body.data, payload_length(body, ZAN_DATA_SIZE), &body);
+    g_zan_api_callback.message(body.data, payload_length(body, room), &body);
     return 1;
 }
 
@@ -153,6 +154,24 @@ int dispatch_task_manager(zan_body &body) {
 
 int payload_length(const zan_body &body, int room) {
     return std::clamp<int>(body.len, 0, room);
+}
+
+int dispatch(zan_body &body, int room) {
+    switch (body.type) {
+    case ZAN_CLASS_CFG:
+    case ZAN_CLASS_CONTROL:
+        return 0;
+    case ZAN_CLASS_MESSAGE:
+    case ZAN_CLASS_BROADCAST:
+        return dispatch_message(body, room);
+    case ZAN_CLASS_NOTIFY:
+        return dispatch_notification(body, room);
+    case ZAN_CLASS_ACTION:
+        return dispatch_task_manager(body);
+    default:
+        std::printf("receive unknown module message[%d]\n", body.type);
+        return 0;
+    }
 }
 
 } // namespace zan
@@ -180,21 +199,5 @@ void zan_set_taskmgr_msg_handler(zan_taskmgr_fn fn) {
 }
 
 int zan_process_data(zan_body *body) {
-    if (body == nullptr)
-        return 0;
-    switch (body->type) {
-    case ZAN_CLASS_CFG:
-    case ZAN_CLASS_CONTROL:
-        return 0;
-    case ZAN_CLASS_MESSAGE:
-    case ZAN_CLASS_BROADCAST:
-        return dispatch_message(*body);
-    case ZAN_CLASS_NOTIFY:
-        return dispatch_notification(*body);
-    case ZAN_CLASS_ACTION:
-        return dispatch_task_manager(*body);
-    default:
-        std::printf("receive unknown module message[%d]\n", body->type);
-        return 0;
-    }
+    return body != nullptr ? dispatch(*body, ZAN_DATA_SIZE) : 0;
 }

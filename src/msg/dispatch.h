@@ -6,6 +6,10 @@
 
 namespace zan {
 
+// zan_process_data for a record with `room` bytes of storage behind its header,
+// the last of them a NUL or the end of a whole record.
+int dispatch(zan_body &body, int room);
+
 // The record's `len`, kept within the `room` bytes of storage behind `data`:
 // it is what a sender wrote.
 int payload_length(const zan_body &body, int room);

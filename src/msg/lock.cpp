@@ -56,7 +56,9 @@ void zan_api_lock(void) {
 void zan_api_unlock(void) {
     if (g_api_lock_init == 0)
         return;
-    const int error = api_lock_held.exchange(false, std::memory_order_relaxed) ? pthread_mutex_unlock(&g_api_lock) : 0;
+    const int error = api_lock_held.exchange(false, std::memory_order_relaxed)
+                          ? pthread_mutex_unlock(&g_api_lock)
+                          : 0;
     if (error != 0)
         std::printf("cfg api unlock failure [%d]\n", error);
     if (pthread_sigmask(SIG_UNBLOCK, &set, nullptr) != 0)
