@@ -27,6 +27,9 @@
 #include <stdint.h>
 #include <stdio.h>
 
+struct sockaddr_in; /* <netinet/in.h> */
+struct sockaddr_un; /* <sys/un.h> */
+
 #define ZAN_VERSION_MAJOR 0
 #define ZAN_VERSION_MINOR 1
 #define ZAN_VERSION_PATCH 0
@@ -181,7 +184,9 @@ extern ZAN_API int g_zan_qid;     /* the daemon's request queue, -1 when unknown
 extern ZAN_API int g_reg_msq_qid; /* the daemon's registration-answer queue, or -1 */
 extern ZAN_API int g_msq_qid;     /* this module's own queue, or -1 */
 extern ZAN_API int g_msq_qid2;    /* this module's second queue, or -1 */
+extern ZAN_API int g_ipc_handle;  /* this agent's daemon link, -1 when there is none */
 extern ZAN_API char g_module_name[ZAN_NAME_SIZE];
+extern ZAN_API char g_agent_name[ZAN_NAME_SIZE];
 
 /* ------------------------------------------------------------------------ */
 /* Queues: the primitives under every request                                */
@@ -371,6 +376,83 @@ ZAN_API int zan_thread_create_wo_lock(int mtype);
 ZAN_API int zan_thread_cancel(void);
 
 /* ------------------------------------------------------------------------ */
+/* Direct messages                                                           */
+/* ------------------------------------------------------------------------ */
+/*
+ * Up to 1024 bytes to one module by name, or to all; longer messages are cut.
+ * They reach the receiver's message handler.  A null module or data, or a
+ * negative length, gives -1.
+ */
+
+/* Over the queue, under the queue lock: the send's result (0), or 1 once the
+ * daemon has acknowledged.  HAZARD: when the send fails, after printing
+ * "zan_msq_send send failed", the queue lock STAYS HELD (where
+ * zan_thread_create has initialised it): the receive thread and every later
+ * queue send of the process block. */
+ZAN_API int zan_send(const char *module, const void *data, int len);
+ZAN_API int zan_send_with_ack(const char *module, const void *data, int len);
+ZAN_API int zan_send_all(const char *module, const void *data, int len);
+
+/* Over the daemon link of a registered agent, waiting for the acknowledgement;
+ * no lock.  1, a negative result, or the failed send's result after printing
+ * "zan_ipc_send send failed".  zan_send_all_agent then falls back to
+ * zan_send_all, saying so before and after. */
+ZAN_API int zan_send_agent(const char *module, const void *data, int len);
+ZAN_API int zan_send_all_agent(const char *module, const void *data, int len);
+
+/* ------------------------------------------------------------------------ */
+/* Mesh agents                                                               */
+/* ------------------------------------------------------------------------ */
+
+/* 1 while the device is an enabled and settled mesh agent, else 0 after a line
+ * that says why not.  Four configuration requests. */
+ZAN_API int zan_mesh_status(void);
+
+/* Registers this process as an agent over a daemon link of its own, opened in up
+ * to four attempts 200 ms apart.  Returns the link's socket, also in
+ * g_ipc_handle, or ZAN_ERR_MESH after "FUNCTION: module=NAME pid=PID fail by mesh
+ * not ready", ZAN_ERR_CREATE, ZAN_ERR_SEND, ZAN_ERR_TIMEOUT, or the daemon's
+ * negative result.  HAZARD: releases the API lock without having taken it, and
+ * so also one that another thread holds. */
+ZAN_API int zan_register_agent(const char *name, int pid);
+
+/* Unregisters and closes the link, under the API lock; whether the daemon agrees
+ * does not matter.  g_ipc_handle keeps its value.  0, ZAN_ERR_MESH, ZAN_ERR_SEND,
+ * or ZAN_ERR_REMOVE, which releases the API lock twice. */
+ZAN_API int zan_unregister_agent(const char *name, int pid);
+
+/* ------------------------------------------------------------------------ */
+/* Records on the daemon link                                                */
+/* ------------------------------------------------------------------------ */
+/*
+ * Answers and unsolicited records share one stream: what arrives while an answer
+ * is awaited is set aside and delivered by the next zan_client_recv.  One thread
+ * only.
+ */
+
+/* Reads what the link has into the record being received: 1 when it is complete,
+ * 0 when not yet, -1 on an error, when the peer has closed, or when the record
+ * would take 2 MiB or more.  Prints "zan_api_recv_data calloc memory failed" or
+ * "zan_api_recv_data realloc memory failed" when memory runs out. */
+ZAN_API int zan_api_recv_data(int fd);
+
+/* Waits on the link for the answer (type, cmd), up to 60 seconds for each piece
+ * that arrives (50 for dump, convert and apply-all).  Results and arguments as
+ * zan_client_recv_msq_response, and ZAN_ERR_TIMEOUT; only ZAN_CFG_GET answers by
+ * reference, until the next record is received. */
+ZAN_API int zan_client_recv_response(int type, int cmd, char *err, zan_resp *resp);
+
+/* Delivers the records set aside and returns 0, or else receives from fd and
+ * dispatches one record: -1 on an error, 0 when it is not complete, 1 when buf is
+ * null or size below 1; otherwise the first bytes of the record, header first, as
+ * many as its payload has but at most size, are copied to buf and counted. */
+ZAN_API int zan_client_recv(int fd, char *buf, int size);
+
+/* Asks the daemon for a record that wakes the module's select loop: the bytes
+ * sent, or 0 after printing "zan_request_empty_message failed". */
+ZAN_API int zan_request_empty_message(void);
+
+/* ------------------------------------------------------------------------ */
 /* Configuration                                                             */
 /* ------------------------------------------------------------------------ */
 /*
@@ -417,6 +499,18 @@ ZAN_API int cfg_anchor(const char *fmt, ...) ZAN_PRINTF(1, 2);
 /* Deletes a node or an instance. */
 ZAN_API int cfg_del(const char *fmt, ...) ZAN_PRINTF(1, 2);
 
+/* Read a value over the daemon link of an agent, under the API lock: as
+ * cfg_getstr and cfg_getint (whose message ctl_getint prints), and ZAN_ERR_MESH
+ * after "ctl_getstr: fail by mesh not ready", or the socket send's result when
+ * that is 0 or negative. */
+ZAN_API int ctl_getstr(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
+ZAN_API int ctl_getint(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Hands the daemon a command line of up to 1024 characters, without a lock or an
+ * answer: 0, or ZAN_ERR_SEND after
+ * "zan_ctl_request:zan_msg_send fail! cmdline=CMDLINE". */
+ZAN_API int zan_ctl_request(const char *cmdline);
+
 /* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */
 /* ------------------------------------------------------------------------ */
@@ -436,6 +530,95 @@ ZAN_API int zan_notify_unregister_value_changed(const char *path);
 /* Subscribes to an event code. */
 ZAN_API int zan_notify_register_event(int event);
 ZAN_API int zan_notify_unregister_event(int event);
+
+/* ------------------------------------------------------------------------ */
+/* Sockets                                                                   */
+/* ------------------------------------------------------------------------ */
+/*
+ * The daemon link is a stream between a module and the daemon, the module links
+ * are datagrams between modules; both exist over IPv4 on the loopback address and
+ * over local sockets under /tmp.  A stream socket that takes only part of a
+ * message keeps the rest: the next send on it first sends that rest, and then
+ * returns 0 without sending its own message when the rest did not all go, or -3
+ * when none of it went.  Sends give up after 300 ms (IPv4) or 200 ms (local).
+ * The create functions return a socket or -1, the sends and receives what the
+ * system call returned, unless said otherwise.  Nothing here is protected against
+ * other threads but by the busy flag of the zan_ipc_ and ipc_ functions.
+ */
+
+/* The daemon link over TCP.  A name of "ZAN", in any case, makes the daemon's
+ * listening socket at the first free port from 2679 and writes that to
+ * "/tmp/zan.socket"; any other connects a module, non-blocking, to the port in
+ * that file and the address in "/tmp/zan.socketip" (192.168.0.1 without one),
+ * trying five times 100 ms apart. */
+ZAN_API int zan_socket_create(const char *name);
+ZAN_API int zan_socket_send(int fd, const void *data, int len);
+ZAN_API int zan_socket_send_to(int fd, const void *data, int len, const struct sockaddr_in *to);
+ZAN_API int zan_socket_recv(int fd, void *buf, int len);
+/* Leaves the data queued. */
+ZAN_API int zan_socket_try_recv(int fd, void *buf, int len);
+/* Waits 3 seconds at most. */
+ZAN_API int zan_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
+/* Closes the socket and drops what is kept for it.  1. */
+ZAN_API int zan_socket_delete(int fd);
+
+/* The files of the daemon link: 1 or 0; the port, 2679 without a file; the
+ * address's line, at most 31 characters, into 32 bytes left untouched without a
+ * file. */
+ZAN_API int zan_socket_write_port_file(int port);
+ZAN_API int zan_get_socket_port(void);
+ZAN_API void zan_get_socket_ip(char *out);
+
+/* The module links over UDP.  A server takes the first free port from 12000 and
+ * writes it to "/tmp/MODULE.info".  The address of a module without that file has
+ * port 0; the result is the port in network order. */
+ZAN_API int ipc_socket_create_server(const char *module);
+ZAN_API int ipc_socket_create_client(void);
+ZAN_API int ipc_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
+ZAN_API int ipc_socket_write_port_file(const char *module, int port);
+ZAN_API int ipc_get_socket_port(const char *module);
+ZAN_API int ipc_socket_get_addr(const char *module, struct sockaddr_in *addr);
+
+/* The daemon link over local sockets: "/tmp/NAME_INSTANCE.ls" for the daemon;
+ * modules connect to "/tmp/ZAN_0.ls".  zan_lsocket_send drops the rest of a
+ * message that goes in part, zan_lsocket_send_to keeps it. */
+ZAN_API int zan_lsocket_create(const char *name, int instance);
+ZAN_API int zan_lsocket_send(int fd, const void *data, int len);
+ZAN_API int zan_lsocket_send_to(int fd, const void *data, int len, const struct sockaddr_un *to);
+ZAN_API int zan_lsocket_recv(int fd, void *buf, int len);
+ZAN_API int zan_lsocket_try_recv(int fd, void *buf, int len);
+ZAN_API int zan_lsocket_recv_from(int fd, void *buf, int len, struct sockaddr_un *from);
+/* Closes the socket; the file of the module link made last goes with it.  1. */
+ZAN_API int zan_lsocket_delete(int fd);
+
+/* The module links over local sockets: "/tmp/MODULE_0.ls" for a server,
+ * "/tmp/MODULE_PID.ls" for a client.  A file that nobody listens behind is taken
+ * over; a living owner prints "ZAN: Second instance already running".  On failure
+ * the socket stays open. */
+ZAN_API int ipc_lsocket_create_server(const char *module);
+ZAN_API int ipc_lsocket_create_client(const char *module);
+ZAN_API int ipc_lsocket_recv_from(int fd, void *buf, int len, struct sockaddr_un *from);
+ZAN_API int ipc_lsocket_get_addr(const char *module, struct sockaddr_un *addr);
+
+/* What modules use: the functions above over IPv4, behind a busy flag.  A call
+ * that finds the flag set waits up to six times 200 ms and then returns -1;
+ * zan_ipc_send prints "zan_ipc_send: retry fail!" first.  A blocked receive keeps
+ * the flag set.  zan_ipc_enable_lock(0) makes every call go through at once.  The
+ * creates and ipc_get_module_addr take no part in it. */
+ZAN_API void zan_ipc_enable_lock(unsigned char flag);
+ZAN_API int zan_ipc_create(const char *name, int unused);
+ZAN_API int zan_ipc_send(int fd, const void *data, int len);
+ZAN_API int zan_ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to);
+ZAN_API int zan_ipc_recv(int fd, void *buf, int len);
+ZAN_API int zan_ipc_try_recv(int fd, void *buf, int len);
+ZAN_API int zan_ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
+ZAN_API int zan_ipc_delete(int fd);
+ZAN_API int ipc_create_server(const char *module);
+ZAN_API int ipc_create_client(void);
+ZAN_API int ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to);
+ZAN_API int ipc_recv(int fd, void *buf, int len);
+ZAN_API int ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
+ZAN_API int ipc_get_module_addr(const char *module, struct sockaddr_in *addr);
 
 /* ------------------------------------------------------------------------ */
 /* Strings and numbers                                                       */

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+// Which channel is used, and the busy flag that keeps the calls of one process
+// from overlapping.
+#include "util/pause.h"
+#include "zan.h"
+
+#include <atomic>
+#include <cstdio>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace zan {
+namespace {
+
+constexpr int busy_attempts = 6;
+constexpr int busy_pause_us = 200'000;
+constexpr int still_busy = -1;
+
+// Tested and set in two steps: best effort, not mutual exclusion.  Atomic only
+// so that two threads may do it at all.
+constinit std::atomic<unsigned char> g_ipc_lock = 0;
+constinit std::atomic<unsigned char> g_ipc_enable_lock = 1;
+
+template<class Operation> int when_free(Operation operation, const char *complaint = nullptr) {
+    for (int attempt = 0; attempt < busy_attempts; ++attempt) {
+        if (g_ipc_lock == 0 || g_ipc_enable_lock == 0) {
+            g_ipc_lock = 1;
+            const int result = operation();
+            g_ipc_lock = 0;
+            return result;
+        }
+        pause_for_us(busy_pause_us);
+    }
+    if (complaint != nullptr)
+        std::printf("%s: retry fail!\n", complaint);
+    return still_busy;
+}
+
+} // namespace
+} // namespace zan
+
+using namespace zan;
+
+void zan_ipc_enable_lock(unsigned char flag) {
+    g_ipc_enable_lock = flag;
+}
+
+int zan_ipc_create(const char *name, int) {
+    return zan_socket_create(name);
+}
+
+int zan_ipc_send(int fd, const void *data, int len) {
+    return when_free([=] { return zan_socket_send(fd, data, len); }, "zan_ipc_send");
+}
+
+int zan_ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to) {
+    return when_free([=] { return zan_socket_send_to(fd, data, len, to); });
+}
+
+int zan_ipc_recv(int fd, void *buf, int len) {
+    return when_free([=] { return zan_socket_recv(fd, buf, len); });
+}
+
+int zan_ipc_try_recv(int fd, void *buf, int len) {
+    return when_free([=] { return zan_socket_try_recv(fd, buf, len); });
+}
+
+int zan_ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
+    return when_free([=] { return zan_socket_recv_from(fd, buf, len, from); });
+}
+
+int zan_ipc_delete(int fd) {
+    return when_free([=] { return zan_socket_delete(fd); });
+}
+
+int ipc_create_server(const char *module) {
+    return ipc_socket_create_server(module);
+}
+
+int ipc_create_client(void) {
+    return ipc_socket_create_client();
+}
+
+int ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to) {
+    return when_free([=] {
+        return len < 0
+                   ? -1
+                   : static_cast<int>(sendto(fd, data, static_cast<size_t>(len), 0,
+                                             reinterpret_cast<const sockaddr *>(to), sizeof *to));
+    });
+}
+
+int ipc_recv(int fd, void *buf, int len) {
+    return when_free([=] { return zan_socket_recv(fd, buf, len); });
+}
+
+int ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
+    return when_free([=] { return ipc_socket_recv_from(fd, buf, len, from); });
+}
+
+int ipc_get_module_addr(const char *module, struct sockaddr_in *addr) {
+    return ipc_socket_get_addr(module, addr);
+}
