@@ -9,7 +9,9 @@ constinit int g_zan_qid = zan::no_queue;
 constinit int g_reg_msq_qid = zan::no_queue;
 constinit int g_msq_qid = zan::no_queue;
 constinit int g_msq_qid2 = zan::no_queue;
+constinit int g_ipc_handle = zan::no_link;
 constinit char g_module_name[ZAN_NAME_SIZE] = {};
+constinit char g_agent_name[ZAN_NAME_SIZE] = {};
 
 namespace zan {
 namespace {
@@ -17,9 +19,13 @@ namespace {
 constinit std::atomic<int> cached_pid = 0;
 constinit pthread_once_t fork_watched = PTHREAD_ONCE_INIT;
 
-void forget_pid() { cached_pid.store(0, std::memory_order_relaxed); }
+void forget_pid() {
+    cached_pid.store(0, std::memory_order_relaxed);
+}
 
-void watch_fork() { pthread_atfork(nullptr, nullptr, forget_pid); }
+void watch_fork() {
+    pthread_atfork(nullptr, nullptr, forget_pid);
+}
 
 } // namespace
 

@@ -8,6 +8,7 @@
 namespace zan {
 
 inline constexpr int no_queue = -1;
+inline constexpr int no_link = -1;
 
 // getpid() without a system call for every record: asked for once, and again in
 // a forked child.

@@ -4,7 +4,10 @@
 #include "msg/identity.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 namespace zan {
 namespace {
@@ -24,9 +27,13 @@ void ReceiveRecord::end_text(int len) {
 
 void begin_record(zan_msg &msg, int mtype, int type, int cmd) {
     msg.mtype = mtype;
-    std::memset(&msg.body, 0, ZAN_HEADER_SIZE);
-    msg.body.type = type;
-    msg.body.cmd = cmd;
+    begin_body(msg.body, type, cmd);
+}
+
+void begin_body(zan_body &body, int type, int cmd) {
+    std::memset(&body, 0, ZAN_HEADER_SIZE);
+    body.type = type;
+    body.cmd = cmd;
 }
 
 void set_destination(zan_body &body, const char *name) {
@@ -51,6 +58,12 @@ void set_payload(zan_body &body, const char *payload, std::size_t size, int len)
 void zero_behind(zan_body &body, int received, int end) {
     if (received < end)
         std::memset(bytes_of(body) + received, 0, static_cast<std::size_t>(end - received));
+}
+
+void convert_byte_order(zan_body &body) {
+    for (int32_t *word :
+         {&body.type, &body.cmd, &body.pid, &body.result, &body.aux, &body.arg, &body.len})
+        *word = static_cast<int32_t>(htonl(static_cast<uint32_t>(*word)));
 }
 
 } // namespace zan

@@ -42,6 +42,7 @@ struct ReceiveRecord {
 // Zeroes the header and sets what every record has.  The payload area is left
 // as it is: only the bytes that are sent must be set.
 void begin_record(zan_msg &msg, int mtype, int type, int cmd);
+void begin_body(zan_body &body, int type, int cmd);
 
 // Copies a name into dst or src.  The copy is bounded by the default bound, not
 // by the field: a name of 32 characters or more runs over into the fields
@@ -60,6 +61,10 @@ void set_payload(zan_body &body, const char *payload, std::size_t size, int len)
 // After a receive of `received` bytes: what the record does not bring reads as
 // zeros up to `end`, counted like `received` from `type` on.
 void zero_behind(zan_body &body, int received, int end);
+
+// Turns the seven words that travel on sockets in network order from one order
+// into the other; `time` and `spare` always travel in the sender's own.
+void convert_byte_order(zan_body &body);
 
 } // namespace zan
 

@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+// A module as a mesh agent: the gate, and registration over the daemon link.
+#include "msg/identity.h"
+#include "msg/lock.h"
+#include "msg/record.h"
+#include "msg/stream.h"
+#include "util/pause.h"
+
+#include <cstdio>
+#include <cstring>
+
+#define ZAN_EASYMESH "/InternetGatewayDevice/X_ORVANE_EasyMesh"
+
+namespace zan {
+namespace {
+
+constexpr int create_attempts = 4;
+constexpr int create_pause_us = 200'000;
+constexpr int record_payload = 4;
+constexpr int record_size = ZAN_HEADER_SIZE + record_payload;
+
+int refuse(const char *function, const char *name, int pid) {
+    std::printf("%s: module=%s pid=%d fail by mesh not ready\n", function, name, pid);
+    return ZAN_ERR_MESH;
+}
+
+void build(zan_body &body, int cmd, const char *name, int pid) {
+    begin_body(body, ZAN_CLASS_REGISTRATION, cmd);
+    set_source(body, name);
+    body.pid = pid;
+    set_payload(body, "", 0, record_payload);
+}
+
+void open_link(const char *name) {
+    for (int attempt = 1; attempt <= create_attempts; ++attempt) {
+        g_ipc_handle = zan_ipc_create(name, 0);
+        if (g_ipc_handle > 0)
+            return;
+        if (attempt < create_attempts)
+            pause_for_us(create_pause_us);
+    }
+}
+
+void close_link() {
+    zan_ipc_delete(g_ipc_handle);
+    g_ipc_handle = no_link;
+}
+
+} // namespace
+} // namespace zan
+
+using namespace zan;
+
+int zan_mesh_status(void) {
+    const int optimizing = cfg_getint(ZAN_EASYMESH "/Status/TopologyOptimize");
+    const int initializing = cfg_getint(ZAN_EASYMESH "/ReInitWifiFlag");
+    const int enabled = cfg_getint(ZAN_EASYMESH "/Enable");
+    char role[16] = {};
+    cfg_getstr(role, sizeof role, ZAN_EASYMESH "/DeviceRole");
+    if (enabled == 0 || std::strcmp(role, "Agent") != 0) {
+        std::printf("%s:mesh_enable=%d role=%s\n", "zan_mesh_status", enabled, role);
+        return 0;
+    }
+    if (optimizing == 0 && initializing == 0)
+        return 1;
+    if (optimizing != 0)
+        std::printf("%s:Topology is optimizing..\n", "zan_mesh_status");
+    else
+        std::printf("%s:Mapd is initializing...\n", "zan_mesh_status");
+    return 0;
+}
+
+int zan_register_agent(const char *name, int pid) {
+    if (name == nullptr)
+        return ZAN_ERR;
+    if (zan_mesh_status() == 0)
+        return refuse("zan_register_agent", name, pid);
+    zan_api_unlock();
+    zan_strcpy(g_agent_name, name, sizeof g_agent_name);
+    if (g_ipc_handle > 0)
+        close_link();
+    open_link(name);
+    if (g_ipc_handle < 0)
+        return ZAN_ERR_CREATE;
+
+    zan_body body;
+    build(body, ZAN_REGISTER, name, pid);
+    convert_byte_order(body);
+    if (zan_ipc_send(g_ipc_handle, &body, record_size) < 0)
+        return ZAN_ERR_SEND;
+    const int result = await_stream_answer(ZAN_CLASS_REGISTRATION, ZAN_REGISTER, nullptr, nullptr);
+    if (result > 0)
+        return g_ipc_handle;
+    close_link();
+    return result;
+}
+
+int zan_unregister_agent(const char *name, int pid) {
+    if (name == nullptr)
+        return ZAN_ERR;
+    if (zan_mesh_status() == 0)
+        return refuse("zan_unregister_agent", name, pid);
+    const ApiLock lock;
+    zan_body body;
+    build(body, ZAN_UNREGISTER, name, pid); // stays in host order
+    if (zan_ipc_send(g_ipc_handle, &body, record_size) < 0)
+        return ZAN_ERR_SEND;
+    await_stream_answer(ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, nullptr, nullptr);
+    if (zan_ipc_delete(g_ipc_handle) < 0) {
+        zan_api_unlock(); // and once more at the end
+        return ZAN_ERR_REMOVE;
+    }
+    return 0;
+}

@@ -1,0 +1,16 @@
+// SPDX-License-Identifier: MIT
+// Records on the daemon link, where answers and unsolicited records share one
+// stream of bytes.
+#ifndef ZAN_MSG_STREAM_H
+#define ZAN_MSG_STREAM_H
+
+#include "msg/answer.h"
+
+namespace zan {
+
+// zan_client_recv_response; `answer` is filled for a value that was read.
+int await_stream_answer(int type, int cmd, char *err, Answer *answer);
+
+} // namespace zan
+
+#endif
