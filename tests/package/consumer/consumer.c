@@ -1,0 +1,14 @@
+/* SPDX-License-Identifier: MIT */
+#include <stdio.h>
+#include <zan.h>
+
+int main(void) {
+    char text[] = " trimmed\n";
+    char copy[16];
+    int32_t number = -1;
+    zan_strcpy(copy, zan_trim(text), sizeof copy);
+    zan_strtol("7", NULL, 10, &number);
+    printf("zan %d.%d.%d: [%s] %d %d\n", ZAN_VERSION_MAJOR, ZAN_VERSION_MINOR, ZAN_VERSION_PATCH,
+           copy, (int)number, g_msq_qid);
+    return 0;
+}
