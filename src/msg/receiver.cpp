@@ -50,8 +50,8 @@ public:
 
     void dispatch(int received) {
         zero_behind(msg.body, received, dirty_end_);
-        dirty_end_ = received;
-        zan_process_data(&msg.body);
+        // A handler may have written anywhere into its record.
+        dirty_end_ = zan_process_data(&msg.body) != 0 ? ZAN_BODY_SIZE : received;
     }
 
 private:
