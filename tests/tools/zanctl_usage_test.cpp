@@ -12,6 +12,8 @@ struct Mistake {
     const char *name;
     std::vector<std::string> arguments;
     std::string complaint;
+
+    friend void PrintTo(const Mistake &mistake, std::ostream *out) { *out << mistake.name; }
 };
 
 class Usage : public testing::TestWithParam<Mistake> {};
