@@ -158,6 +158,7 @@ void Session::fail(int result, int error, bool expired) {
     daemon_silent_ = true;
     if (expired)
         throw no_answer(timeout_);
+    require_connection();
     throw no_daemon(std::strerror(error));
 }
 

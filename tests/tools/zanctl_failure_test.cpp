@@ -121,7 +121,7 @@ TEST_F(ZanctlTest, ADaemonThatRemovesTheModulesQueueIsReported) {
     const Ended ended = finish(program);
     EXPECT_EQ(ended.status, exit_no_daemon);
     EXPECT_EQ(ended.output, "");
-    EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: Identifier removed\n"));
+    EXPECT_THAT(ended.error, EndsWith("zanctl: no daemon: it has removed this module's queue\n"));
     expect_left_nothing();
 }
 
