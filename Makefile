@@ -2,10 +2,10 @@
 # A thin front over the scripts and CMake presets. "make help" lists it.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo shell test test-release test-thread test-target check format bench clean
+.PHONY: help demo shell test test-release test-thread test-unprivileged test-target check format bench clean
 
 help: ## list the targets
-	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 16
+	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
 
 demo: ## see two modules work against a live configuration tree
 	scripts/bootstrap build
@@ -28,6 +28,10 @@ test-release: ## run every test on what users get
 test-thread: ## run the locking and thread tests under the thread sanitizer
 	scripts/bootstrap build test
 	scripts/run-tests thread
+
+test-unprivileged: ## run demo and tests as in an unprivileged container
+	scripts/bootstrap build test
+	scripts/unprivileged env -u ZAN_NO_SKIPS $(MAKE) --no-print-directory demo test
 
 test-target: ## run every test built for 32-bit little-endian MIPS, under emulation
 	scripts/bootstrap build test target
