@@ -367,7 +367,11 @@ ZAN_API int zan_process_data(zan_body *body);
  * lock, so it can take the acknowledgement that a direct send waits for.  The
  * thread prints "zan_thread_create: mtype=TYPE g_msq_qid=QID-------------------->"
  * (or "zan_thread_create_wo_lock: ...") once, ends at once without an own queue,
- * and ends after four hard receive errors in a row, each printed. */
+ * and ends after four hard receive errors in a row, each printed.
+ *
+ * A thread that receives ZAN_CLASS_NOTIFY also takes the answers to subscription
+ * requests, which are of that class: subscribe before it starts, and unsubscribe
+ * after it is cancelled. */
 ZAN_API int zan_thread_create(int mtype);
 ZAN_API int zan_thread_create_wo_lock(int mtype);
 
