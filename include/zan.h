@@ -441,7 +441,7 @@ ZAN_API int zan_unregister_agent(const char *name, int pid);
 ZAN_API int zan_api_recv_data(int fd);
 
 /* Waits on the link for the answer (type, cmd), up to 60 seconds for each piece
- * that arrives (50 for dump, convert and apply-all).  Results and arguments as
+ * that arrives (50 for dump, print and convert).  Results and arguments as
  * zan_client_recv_msq_response, and ZAN_ERR_TIMEOUT; only ZAN_CFG_GET answers by
  * reference, until the next record is received. */
 ZAN_API int zan_client_recv_response(int type, int cmd, char *err, zan_resp *resp);
@@ -465,8 +465,8 @@ ZAN_API int zan_request_empty_message(void);
  * Results, unless said otherwise: 1; ZAN_ERR (-1) for a null argument or a failed
  * wait; ZAN_ERR_SEND after three lines, "FUNCTION:zan_msg_send fail!",
  * "FUNCTION: path=PATH" and "FUNCTION: pid=PID"; or the daemon's negative
- * result.  All hold the API lock from send to answer, use less than 5 KB of
- * stack and no heap.
+ * result.  All hold the API lock from send to answer and use no heap and less than
+ * 8 KB of stack, the C library's share included.
  */
 
 /* Reads a value into `value` of `size` bytes; a size below 5 means 1024.  Longer

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+//
+// How much stack a request really uses, the C library's share included, seen in
+// what it leaves on a painted stack.
+#include "support/capture.h"
+#include "support/module_test.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
+
+#include <cstring>
+#include <functional>
+#include <ostream>
+#include <string>
+
+namespace zan::test {
+namespace {
+
+constexpr std::size_t stack_size = 256 * 1024;
+constexpr unsigned char paint = 0xa5;
+// What a module has to leave for a request on the stack of a thread.
+constexpr std::size_t promised = 8192;
+
+struct Measured {
+    const std::function<void()> *call;
+    unsigned char *top;
+};
+
+void *run_measured(void *argument) {
+    auto *measured = static_cast<Measured *>(argument);
+    measured->top = static_cast<unsigned char *>(__builtin_frame_address(0));
+    (*measured->call)();
+    return nullptr;
+}
+
+// Bytes between the frame of the thread and the deepest that the call wrote to.
+std::size_t stack_used_by(const std::function<void()> &call) {
+    auto *stack = static_cast<unsigned char *>(
+        mmap(nullptr, stack_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    std::memset(stack, paint, stack_size);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    EXPECT_EQ(pthread_attr_setstack(&attributes, stack, stack_size), 0);
+    Measured measured{&call, nullptr};
+    pthread_t thread;
+    EXPECT_EQ(pthread_create(&thread, &attributes, run_measured, &measured), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    pthread_attr_destroy(&attributes);
+    const unsigned char *deepest = stack;
+    while (deepest < measured.top && *deepest == paint)
+        ++deepest;
+    const auto used = static_cast<std::size_t>(measured.top - deepest);
+    munmap(stack, stack_size);
+    return used;
+}
+
+struct Request {
+    const char *name;
+    std::function<void()> make;
+};
+
+std::ostream &operator<<(std::ostream &out, const Request &request) {
+    return out << request.name;
+}
+
+char g_value[1024];
+const std::string long_path(3000, 'p');
+const std::string long_value(3000, 'v');
+
+const Request requests[] = {
+    {"cfg_getstr", [] { cfg_getstr(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_getarray", [] { cfg_getarray(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_setstr", [] { cfg_setstr(long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_getint", [] { cfg_getint("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_setint", [] { cfg_setint(1, "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_getcount", [] { cfg_getcount("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_get_module_pid", [] { cfg_get_module_pid(long_path.c_str()); }},
+    {"cfg_anchor", [] { cfg_anchor("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_del", [] { cfg_del("/%s:%d", long_path.c_str(), 1); }},
+    {"zan_notify_register_value_changed",
+     [] { zan_notify_register_value_changed(long_path.c_str(), 1, 2); }},
+    {"zan_notify_unregister_value_changed",
+     [] { zan_notify_unregister_value_changed(long_path.c_str()); }},
+    {"zan_notify_register_event", [] { zan_notify_register_event(1); }},
+    {"zan_notify_unregister_event", [] { zan_notify_unregister_event(1); }},
+};
+
+class Stack : public ModuleTest, public testing::WithParamInterface<Request> {
+protected:
+    void expect_promise_kept() {
+        // The first call resolves symbols; that is the loader's stack, once.
+        GetParam().make();
+        const std::size_t used = stack_used_by(GetParam().make);
+        RecordProperty("bytes", std::to_string(used));
+        EXPECT_LE(used, promised);
+        EXPECT_GE(used, 100U) << "nothing has been measured";
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Of, Stack, testing::ValuesIn(requests),
+                         [](const auto &request) { return request.param.name; });
+
+TEST_P(Stack, StaysWithinThePromiseWhenAnswered) {
+    StdoutCapture output;
+    daemon.on(1, 1, answer(std::string(2000, 'x')));
+    daemon.on(1, 23, answer(std::string(2000, 'x')));
+    expect_promise_kept();
+}
+
+TEST_P(Stack, StaysWithinThePromiseWhenTheDaemonIsGone) {
+    StdoutCapture output;
+    daemon.die();
+    expect_promise_kept();
+}
+
+} // namespace
+} // namespace zan::test
