@@ -142,10 +142,9 @@ void Daemon::account(const Peer &peer, Delivery delivery) {
 void Daemon::forget(const Peer &peer) {
     subscriptions.forget(peer);
     const Module *const module = modules.find(peer);
-    if (module == nullptr)
-        return;
-    trace_.note("forgot " + module->name + ": its queue " + std::to_string(peer.address) +
-                " is gone");
+    const std::string queue = "queue " + std::to_string(peer.address);
+    trace_.note(module == nullptr ? queue + " is gone"
+                                  : queue + " is gone: forgot " + module->name);
     modules.remove(peer);
 }
 

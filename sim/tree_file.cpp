@@ -13,8 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <stdexcept>
 
@@ -27,6 +25,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kDeepest = 64;
+constexpr std::string_view kReservedBranch = "zansim";
 
 // A slip in what the file says; what() names the node.
 struct Slip : std::runtime_error {
@@ -95,7 +94,7 @@ std::string text_of(const Json &value, const std::string &path) {
         return value.get<bool>() ? "1" : "0";
     if (value.is_number_integer())
         return value.dump();
-    throw Slip(path, value.is_null() ? "null is not a value" : "number is not a whole one");
+    throw Slip(path, value.is_number() ? "not a whole number" : "not a text, number or boolean");
 }
 
 Leaf leaf_from(const Json &value, const Json &properties, const std::string &path) {
@@ -214,13 +213,17 @@ std::string position_of(std::string_view text, std::size_t byte) {
 
 Json json_of(const Object &object);
 
+Json json_of(const std::string &value, ValueType type) {
+    if (type == ValueType::string)
+        return value;
+    if (type == ValueType::boolean)
+        return value == "1";
+    return to_number(value).value_or(0);
+}
+
 // The value alone would be read back as a string without limits, and so on.
 Json json_of(const Leaf &leaf) {
-    Json value = leaf.value;
-    if (leaf.type == ValueType::boolean)
-        value = leaf.value == "1";
-    else if (leaf.type != ValueType::string)
-        value = to_number(leaf.value).value_or(0);
+    const Json value = json_of(leaf.value, leaf.type);
     Json json{{"$value", value}};
     if (inferred_type(value) != leaf.type)
         json["$type"] = type_name(leaf.type);
@@ -229,9 +232,9 @@ Json json_of(const Leaf &leaf) {
     if (leaf.max_length)
         json["$max"] = *leaf.max_length;
     if (leaf.least && leaf.most)
-        json["$range"] = {*leaf.least, *leaf.most};
-    if (!leaf.choices.empty())
-        json["$enum"] = leaf.choices;
+        json["$range"] = Json::array({*leaf.least, *leaf.most});
+    for (const std::string &choice : leaf.choices)
+        json["$enum"].push_back(json_of(choice, leaf.type));
     return json.size() == 1 ? value : json;
 }
 
@@ -265,8 +268,56 @@ Json json_of(const Object &object) {
     return json;
 }
 
+std::string text_of(const Json &json) {
+    // Values need not be UTF-8: what is not is replaced.
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// A parameter takes one line, so that a saved tree can be read and compared.
+std::string one_line(const Json &json) {
+    std::string text;
+    for (const auto &[key, value] : json.items()) {
+        text += text.empty() ? "" : ", ";
+        text += json.is_object() ? text_of(key) + ": " : "";
+        text += value.is_structured() ? one_line(value) : text_of(value);
+    }
+    return json.is_object() ? '{' + text + '}' : '[' + text + ']';
+}
+
+void append_json(std::string &text, const Json &json, std::size_t depth) {
+    if (!json.is_structured() || json.empty()) {
+        text += text_of(json);
+        return;
+    }
+    if (json.contains("$value")) {
+        text += one_line(json);
+        return;
+    }
+    text += json.is_object() ? '{' : '[';
+    const char *separator = "\n";
+    for (const auto &[key, value] : json.items()) {
+        text += separator + std::string(2 * depth + 2, ' ');
+        text += json.is_object() ? text_of(key) + ": " : "";
+        append_json(text, value, depth + 1);
+        separator = ",\n";
+    }
+    text += '\n' + std::string(2 * depth, ' ') + (json.is_object() ? '}' : ']');
+}
+
 Error file_error(const std::string &file, const char *step) {
     return {0, file + ": " + step + ": " + std::strerror(errno)};
+}
+
+bool read_all(int fd, std::string &text) {
+    char block[65536];
+    for (;;) {
+        const ssize_t size = read(fd, block, sizeof block);
+        if (size < 0 && errno == EINTR)
+            continue;
+        if (size <= 0)
+            return size == 0;
+        text.append(block, static_cast<std::size_t>(size));
+    }
 }
 
 bool write_all(int fd, std::string_view text) {
@@ -287,7 +338,10 @@ Result<Tree> parse_tree(std::string_view text, const std::string &file) {
     try {
         MemberCheck check;
         const Json json = Json::parse(text, std::ref(check));
-        return Tree(object_from(json, ""));
+        Object root = object_from(json, "");
+        if (root.find(kReservedBranch) != nullptr)
+            throw Slip('/' + std::string(kReservedBranch), "this branch is zansim's own");
+        return Tree(std::move(root));
     } catch (const Json::parse_error &error) {
         // The library's text begins with its own code and position.
         const std::string what = error.what();
@@ -300,17 +354,21 @@ Result<Tree> parse_tree(std::string_view text, const std::string &file) {
 }
 
 Result<Tree> load_tree(const std::string &file) {
-    // Opening a directory succeeds; only reading it fails.
-    std::ifstream stream(file, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad())
-        return file_error(file, "cannot be read");
+    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string text;
+    const bool complete = fd >= 0 && read_all(fd, text);
+    const Error error = file_error(file, "cannot be read");
+    if (fd >= 0)
+        close(fd);
+    if (!complete)
+        return error;
     return parse_tree(text, file);
 }
 
 std::string format_tree(const Tree &tree) {
-    // Values need not be UTF-8: what is not is replaced.
-    return json_of(tree.root()).dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+    std::string text;
+    append_json(text, json_of(tree.root()), 0);
+    return text + '\n';
 }
 
 Result<Done> write_atomically(const std::string &file, std::string_view text) {

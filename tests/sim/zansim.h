@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_TESTS_SIM_ZANSIM_H
+#define ZAN_TESTS_SIM_ZANSIM_H
+
+#include "support/program.h"
+#include "support/raw.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zan::test {
+
+// Numbers as they travel, written down apart from the library's header.
+inline constexpr int class_cfg = 1;
+inline constexpr int class_registration = 3;
+inline constexpr int class_notify = 5;
+
+inline constexpr int cmd_get = 1;
+inline constexpr int cmd_set = 2;
+inline constexpr int cmd_delete = 3;
+inline constexpr int cmd_array = 23;
+inline constexpr int cmd_anchor = 25;
+inline constexpr int cmd_pid = 34;
+
+inline constexpr int cmd_register = 0;
+inline constexpr int cmd_unregister = 1;
+
+inline constexpr int cmd_watch = 0;
+inline constexpr int cmd_await_event = 1;
+inline constexpr int cmd_unwatch = 2;
+inline constexpr int cmd_ignore_event = 3;
+inline constexpr int cmd_value_changed = 7;
+inline constexpr int cmd_event = 8;
+
+std::string zansim_path();
+std::string device_file();
+
+// A tree file under /tmp.
+std::string tree_file(std::string_view json);
+
+// The bytes of a number as it stands in a record.
+std::string number_bytes(std::int32_t number);
+
+// The payload that subscribes to a path.
+std::string watch_payload(int flag, int option, std::string_view path);
+
+// zansim as a program of its own, ready to serve.
+class Zansim {
+public:
+    explicit Zansim(const std::string &tree, const std::vector<std::string> &options = {});
+
+    Program &program() { return program_; }
+    pid_t pid() const { return program_.pid(); }
+    int request_queue() const { return request_queue_; }
+    int answer_queue() const { return answer_queue_; }
+
+    // Ends it as a person would: its exit code.
+    int stop();
+
+private:
+    Program program_;
+    int request_queue_ = -1;
+    int answer_queue_ = -1;
+};
+
+// The next record of this type, waited for; a failed test when none comes.
+SizedRecord await_record(int qid, long msgtyp);
+
+// A module by plain system calls: a queue and a name.
+class RawModule {
+public:
+    RawModule(const Zansim &zansim, std::string name) : zansim_(zansim), name_(std::move(name)) {}
+
+    int queue() const { return queue_.id(); }
+    const std::string &name() const { return name_; }
+    void remove_queue() { queue_.remove(); }
+
+    // A request of this module, well-formed.
+    Fields request(int type, int cmd, std::string payload) const;
+
+    // Waits while the request queue is full.
+    void send(const SizedRecord &record) const;
+    void send(const Fields &fields) const { send(make_record(fields)); }
+
+    // Sends a request and waits for its answer.
+    SizedRecord call(int type, int cmd, std::string payload) const;
+    SizedRecord call(const SizedRecord &record) const;
+
+    // Registers or unregisters the queue under the name.
+    SizedRecord announce(int cmd, int instance = 0) const;
+
+    SizedRecord get(std::string path) const { return call(class_cfg, cmd_get, std::move(path)); }
+    SizedRecord set(const std::string &path, const std::string &value) const {
+        return call(class_cfg, cmd_set, "0" + path + " " + value);
+    }
+
+    // The text of a notification, waited for.
+    SizedRecord notification() const { return await_record(queue_.id(), class_notify); }
+
+    // What has come without being asked for: as many records as had been sent when
+    // zansim answered a further request.
+    std::vector<SizedRecord> notifications() const;
+
+    // The answer that zansim owes to a request.
+    Fields answer(int type, int cmd, int result, std::string payload = {}) const;
+
+private:
+    const Zansim &zansim_;
+    std::string name_;
+    RawQueue queue_;
+};
+
+// zansim on a small tree, and one registered module.
+class ZansimTest : public testing::Test {
+protected:
+    void SetUp() override;
+
+    // Starts it on another tree, or with options, instead of the usual ones.
+    void start(const std::string &tree, const std::vector<std::string> &options = {});
+
+    Zansim &zansim() { return *zansim_; }
+    RawModule &module() { return *module_; }
+
+    std::unique_ptr<RawModule> another_module(const std::string &name) const;
+
+    // Expects zansim to refuse with this code and text, and to serve on.
+    void expect_refused(const SizedRecord &answer, int type, int cmd, int code,
+                        const std::string &text);
+    void expect_value(const std::string &path, const std::string &value);
+
+    bool autostart_ = true;
+
+private:
+    std::unique_ptr<Zansim> zansim_;
+    std::unique_ptr<RawModule> module_;
+};
+
+} // namespace zan::test
+
+#endif

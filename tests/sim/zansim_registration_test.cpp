@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#include "sim/zansim.h"
+
+#include <unistd.h>
+
+namespace zan::test {
+
+namespace {
+
+using Registration = ZansimTest;
+
+TEST_F(Registration, IsAnsweredOnTheAnswerQueueUnderTheModulesQueueId) {
+    const RawModule late(zansim(), "LATE");
+    const SizedRecord answer = late.announce(cmd_register, 3);
+    EXPECT_TRUE(same_record(answer, late.answer(class_registration, cmd_register, 1)));
+    EXPECT_EQ(queue_length(late.queue()), 0);
+}
+
+TEST_F(Registration, EndsWithAPositiveAnswerThatLetsTheModuleRemoveItsQueue) {
+    const SizedRecord answer = module().announce(cmd_unregister);
+    EXPECT_TRUE(same_record(answer, module().answer(class_registration, cmd_unregister, 1)));
+    EXPECT_TRUE(queue_exists(module().queue()));
+}
+
+TEST_F(Registration, CannotEndTwice) {
+    module().announce(cmd_unregister);
+    expect_refused(module().announce(cmd_unregister), class_registration, cmd_unregister, -114,
+                   "not registered: queue " + std::to_string(module().queue()));
+}
+
+TEST_F(Registration, RefusesAQueueThatDoesNotExist) {
+    RawModule ghost(zansim(), "GHOST");
+    const int qid = ghost.queue();
+    ghost.remove_queue();
+    module().send(Fields{.mtype = qid, .type = class_registration, .src = "GHOST"});
+    expect_refused(await_record(zansim().answer_queue(), qid), class_registration, cmd_register,
+                   -117, "no such queue: " + std::to_string(qid));
+}
+
+TEST_F(Registration, RefusesANamelessModule) {
+    const RawModule nameless(zansim(), "");
+    expect_refused(nameless.announce(cmd_register), class_registration, cmd_register, -108,
+                   "no module name for queue " + std::to_string(nameless.queue()));
+}
+
+TEST_F(Registration, RefusesANameWithoutEnd) {
+    const RawModule endless(zansim(), std::string(32, 'x'));
+    expect_refused(endless.announce(cmd_register), class_registration, cmd_register, -106,
+                   "malformed record: source name is not terminated");
+}
+
+TEST_F(Registration, TakesTheLongestName) {
+    const RawModule longest(zansim(), std::string(31, 'x'));
+    EXPECT_EQ(longest.announce(cmd_register).record.result(), 1);
+}
+
+TEST_F(Registration, CountsEachQueueOfAModule) {
+    expect_value("/zansim/modules", "1");
+    const RawModule second(zansim(), module().name());
+    ASSERT_EQ(second.announce(cmd_register, 1).record.result(), 1);
+    expect_value("/zansim/modules", "2");
+    ASSERT_EQ(second.announce(cmd_unregister, 1).record.result(), 1);
+    expect_value("/zansim/modules", "1");
+}
+
+TEST_F(Registration, OfTheSameQueueAgainReplacesTheFirst) {
+    EXPECT_EQ(module().announce(cmd_register, 1).record.result(), 1);
+    expect_value("/zansim/modules", "1");
+}
+
+TEST_F(Registration, OfTheSameQueueAgainForgetsItsSubscriptions) {
+    module().call(class_notify, cmd_watch, watch_payload(0, 0, "/sys"));
+    expect_value("/zansim/subscriptions", "1");
+    module().announce(cmd_register);
+    expect_value("/zansim/subscriptions", "0");
+}
+
+TEST_F(Registration, NamesTheProcessThatRegisteredUntilARequestNamesAnother) {
+    // The registration's own number is an instance; its sender is known to the kernel.
+    const SizedRecord first = module().call(class_cfg, cmd_pid, "TESTER");
+    EXPECT_EQ(first.payload(), "4242"); // this very request told it
+    const auto silent = another_module("SILENT");
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "SILENT").payload(), std::to_string(getpid()));
+    silent->get("/sys/level");
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "SILENT").payload(), "4242");
+}
+
+TEST_F(Registration, RefusesThePidOfAModuleThatIsNot) {
+    expect_refused(module().call(class_cfg, cmd_pid, "NOBODY"), class_cfg, cmd_pid, -108,
+                   "unknown module: NOBODY");
+    module().announce(cmd_unregister);
+    expect_refused(module().call(class_cfg, cmd_pid, "TESTER"), class_cfg, cmd_pid, -108,
+                   "unknown module: TESTER");
+}
+
+TEST_F(Registration, GivesTheDaemonsPidUnderItsOwnNames) {
+    const std::string pid = std::to_string(zansim().pid());
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "ZAN").payload(), pid);
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "ZAN_CFG").payload(), pid);
+}
+
+TEST_F(Registration, ServesAThousandModules) {
+    std::vector<std::unique_ptr<RawModule>> modules;
+    for (int i = 1; i < 1000; ++i)
+        modules.push_back(another_module("MODULE" + std::to_string(i)));
+    expect_value("/zansim/modules", "1000");
+    for (const auto &each : modules)
+        ASSERT_EQ(each->get("/sys/hostname").payload(), "router");
+    for (const auto &each : modules)
+        ASSERT_EQ(each->announce(cmd_unregister).record.result(), 1);
+    expect_value("/zansim/modules", "1");
+}
+
+TEST_F(Registration, SurvivesModulesThatDieBeforeTheirAnswer) {
+    // Far more unclaimed answers than the answer queue holds by default.
+    for (int i = 0; i < 500; ++i) {
+        const RawModule dying(zansim(), "DYING");
+        dying.send(Fields{.mtype = dying.queue(), .type = class_registration, .src = "DYING"});
+        module().get("/sys/level"); // its registration has been served
+    }
+    const RawModule late(zansim(), "LATE");
+    EXPECT_EQ(late.announce(cmd_register).record.result(), 1);
+}
+
+} // namespace
+
+} // namespace zan::test

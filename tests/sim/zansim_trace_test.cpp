@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "sim/zansim.h"
+
+#include <nlohmann/json.hpp>
+
+#include <regex>
+#include <sstream>
+
+namespace zan::test {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr char json_file[] = "/tmp/zan_trace.json";
+
+class Trace : public ZansimTest {
+protected:
+    Trace() { autostart_ = false; }
+
+    // What --trace printed since the start, without the time of each line.
+    std::string lines() {
+        zansim().stop();
+        const std::string &output = zansim().program().output();
+        const std::string traced = output.substr(output.find('\n') + 1);
+        return std::regex_replace(traced,
+                                  std::regex("(^|\n)[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} "), "$1");
+    }
+
+    std::vector<Json> json_lines() {
+        zansim().stop();
+        std::istringstream text(read_file(json_file));
+        std::vector<Json> parsed;
+        for (std::string line; std::getline(text, line);)
+            parsed.push_back(Json::parse(line));
+        return parsed;
+    }
+
+    const std::string simple = tree_file(R"({"a": "x y"})");
+};
+
+TEST_F(Trace, PrintsALineForEachRecord) {
+    start(simple, {"--trace"});
+    module().get("/a");
+    module().get("/b");
+    module().call(class_notify, cmd_watch, watch_payload(2, 3, "/a"));
+    module().set("/a", "z\n");
+    const std::string queue = "queue=" + std::to_string(module().queue());
+    const std::string pid = "pid=" + std::to_string(zansim().pid());
+    EXPECT_EQ(
+        lines(),
+        "in  REGISTRATION register TESTER -> - " + queue + " instance=0 len=0\n" +
+            "out REGISTRATION register ZAN -> TESTER " + queue + " " + pid + " result=1 len=0\n" +
+            "in  CFG get TESTER -> ZAN_CFG " + queue + " pid=4242 len=2 \"/a\"\n" +
+            "out CFG get ZAN_CFG -> TESTER " + queue + " " + pid + " result=1 len=3 \"x y\"\n" +
+            "in  CFG get TESTER -> ZAN_CFG " + queue + " pid=4242 len=2 \"/b\"\n" +
+            "out CFG get ZAN_CFG -> TESTER " + queue + " " + pid +
+            " result=-101 len=16 \"no such node: /b\"\n" + "in  NOTIFY watch TESTER -> ZAN " +
+            queue + " pid=4242 len=4 flag=2 option=3 \"/a\"\n" + "out NOTIFY watch ZAN -> TESTER " +
+            queue + " " + pid + " result=1 len=0\n" + "in  CFG set TESTER -> ZAN_CFG " + queue +
+            " pid=4242 len=6 \"0/a z\\n\"\n" + "out NOTIFY value-changed ZAN -> TESTER " + queue +
+            " " + pid + " result=0 len=22 \"TESTER /a z%0A 1 3 /a\"\n" +
+            "out CFG set ZAN_CFG -> TESTER " + queue + " " + pid + " result=1 len=0\n");
+}
+
+TEST_F(Trace, MarksWhatIsMalformedAndWhatIsPassedOver) {
+    start(simple, {"--trace"});
+    Fields lying = module().request(6, 1, std::string("\x01\xff", 2));
+    lying.len = 9;
+    lying.arg = 5;
+    module().call(make_record(lying));
+    Fields astray = module().request(6, 1, "");
+    astray.mtype = zansim().answer_queue();
+    module().send(astray);
+    module().send(module().request(8, 0, "ls"));
+    module().get("/a");
+    const std::string all = lines();
+    EXPECT_NE(all.find("in  class-6 1 TESTER -> ZAN queue=" + std::to_string(module().queue()) +
+                       " pid=4242 arg=5 len=2 hex 01FF malformed: len is 9, but 2 payload bytes "
+                       "arrived\n"),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("--  dropped a record of 100 bytes: its mtype " +
+                       std::to_string(zansim().answer_queue()) + " is not the queue of a module\n"),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("--  no answer to TESTER: CONTROL command-line is not served\n"),
+              std::string::npos)
+        << all;
+}
+
+TEST_F(Trace, WritesTheSameAsJsonLines) {
+    start(simple, {"--trace-json", json_file});
+    module().get("/a");
+    const std::vector<Json> all = json_lines();
+    ASSERT_EQ(all.size(), 4U);
+    Json answer = all[3];
+    EXPECT_TRUE(std::regex_match(
+        answer["time"].get<std::string>(),
+        std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}")));
+    answer.erase("time");
+    EXPECT_EQ(answer, Json({{"direction", "out"},
+                            {"queue", module().queue()},
+                            {"class", 1},
+                            {"class_name", "CFG"},
+                            {"command", 1},
+                            {"command_name", "get"},
+                            {"source", "ZAN_CFG"},
+                            {"destination", "TESTER"},
+                            {"pid", zansim().pid()},
+                            {"result", 1},
+                            {"arg", 0},
+                            {"len", 3},
+                            {"text", "x y"}}));
+    EXPECT_EQ(all[2]["text"], "/a");
+    EXPECT_EQ(all[2]["direction"], "in");
+    EXPECT_EQ(zansim().program().output().find('\n'), zansim().program().output().size() - 1);
+}
+
+TEST_F(Trace, WritesBytesThatAreNoTextAsHex) {
+    start(simple, {"--trace-json", json_file});
+    RawModule odd(zansim(), "\xff\x01");
+    odd.call(class_cfg, cmd_get, "/\xff");
+    odd.call(class_notify, cmd_await_event, number_bytes(1));
+    const std::vector<Json> all = json_lines();
+    ASSERT_EQ(all.size(), 6U);
+    EXPECT_EQ(all[2]["source"], "\xef\xbf\xbd\x01");
+    EXPECT_EQ(all[2]["hex"], "2FFF");
+    EXPECT_FALSE(all[2].contains("text"));
+    EXPECT_EQ(all[4]["hex"], "01000000");
+}
+
+TEST_F(Trace, SaysWhenAModuleIsForgotten) {
+    start(simple, {"--trace-json", json_file});
+    const auto going = another_module("GOING");
+    const std::string queue = std::to_string(going->queue());
+    going->call(class_notify, cmd_watch, watch_payload(0, 0, "/a"));
+    going->remove_queue();
+    module().set("/a", "other");
+    std::vector<std::string> notes;
+    for (const Json &line : json_lines())
+        if (line.contains("note"))
+            notes.push_back(line["note"]);
+    EXPECT_THAT(notes, testing::ElementsAre("queue " + queue + " is gone: forgot GOING"));
+}
+
+TEST_F(Trace, ServesOnWhenNobodyReadsTheTrace) {
+    const Program shell({"/bin/sh", "-c", "true"}, {.host = true});
+    start(simple, {"--trace-json", "/dev/full"});
+    expect_value("/a", "x y");
+    EXPECT_EQ(zansim().stop(), 0);
+}
+
+} // namespace
+
+} // namespace zan::test
