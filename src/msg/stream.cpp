@@ -137,7 +137,7 @@ bool deliver_set_aside() {
 
 int timeout_for(int type, int cmd) {
     const bool slow = type == ZAN_CLASS_CFG &&
-                      (cmd == ZAN_CFG_DUMP || cmd == ZAN_CFG_CONVERT || cmd == ZAN_CFG_APPLY_ALL);
+                      (cmd == ZAN_CFG_DUMP || cmd == ZAN_CFG_PRINT || cmd == ZAN_CFG_CONVERT);
     return slow ? slow_answer_timeout_ms : answer_timeout_ms;
 }
 
