@@ -2,13 +2,13 @@
 #include "support/daemon.h"
 
 #include "support/patience.h"
+#include "support/undisturbed.h"
 
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -26,18 +26,6 @@ int create_queue() {
     if (id < 0)
         throw std::system_error(errno, std::generic_category(), "msgget");
     return id;
-}
-
-// Starts a thread that takes no signal: those that a test sends are meant for its
-// own threads.
-template<typename Work> std::thread start_undisturbed(Work work) {
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread thread(work);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
 }
 
 } // namespace
