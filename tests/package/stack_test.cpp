@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <functional>
@@ -111,6 +112,20 @@ TEST_P(Stack, StaysWithinThePromiseWhenTheDaemonIsGone) {
     StdoutCapture output;
     daemon.die();
     expect_promise_kept();
+}
+
+// Which is what the system says: 16 KB on x86-64, more elsewhere.
+TEST_P(Stack, FitsTheSmallestThread) {
+    StdoutCapture output;
+    const auto smallest = static_cast<std::size_t>(sysconf(_SC_THREAD_STACK_MIN));
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, smallest), 0);
+    Measured measured{&GetParam().make, nullptr};
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, run_measured, &measured), 0);
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_EQ(daemon.records().size(), 1U);
 }
 
 } // namespace
