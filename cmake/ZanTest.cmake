@@ -13,6 +13,8 @@ function(zan_add_test name)
   cmake_parse_arguments(arg "" "" "LINK;LABELS" ${ARGN})
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE zan_compile zan_test_support ${arg_LINK} GTest::gmock_main)
+  # Optimising test code would take most of the build's time.
+  target_compile_options(${name} PRIVATE -O0)
   set_target_properties(${name} PROPERTIES
     CROSSCOMPILING_EMULATOR "${ZAN_SANDBOX};--;${CMAKE_CROSSCOMPILING_EMULATOR}")
   gtest_discover_tests(${name}
