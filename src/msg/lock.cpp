@@ -37,6 +37,9 @@ void zan_api_lock_init(void) {
 void zan_api_lock_destroy(void) {
     if (g_api_lock_init == 0)
         return;
+    // A lock that was left held is released first: to destroy it held is undefined.
+    if (api_lock_held.exchange(false))
+        pthread_mutex_unlock(&g_api_lock);
     pthread_mutex_destroy(&g_api_lock);
     --g_api_lock_init;
 }
