@@ -5,6 +5,7 @@
 #include "zan.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -83,10 +84,12 @@ int ipc_create_client(void) {
 
 int ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to) {
     return when_free([=] {
-        return len < 0
-                   ? -1
-                   : static_cast<int>(sendto(fd, data, static_cast<size_t>(len), 0,
-                                             reinterpret_cast<const sockaddr *>(to), sizeof *to));
+        if (len < 0) {
+            errno = EINVAL;
+            return -1;
+        }
+        return static_cast<int>(sendto(fd, data, static_cast<size_t>(len), 0,
+                                       reinterpret_cast<const sockaddr *>(to), sizeof *to));
     });
 }
 

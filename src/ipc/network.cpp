@@ -2,6 +2,7 @@
 // The daemon link over TCP and the links between modules over UDP.
 #include "ipc/pending.h"
 #include "ipc/socket.h"
+#include "util/errno_guard.h"
 #include "util/number.h"
 #include "util/pause.h"
 #include "zan.h"
@@ -50,14 +51,13 @@ struct AddressFile {
 
     int write(int port) const {
         FILE *file = std::fopen(path, "w+");
-        if (file == nullptr) {
+        const bool written =
+            file != nullptr && std::fprintf(file, "%d\n", port) > 0 && std::fflush(file) == 0;
+        if (file != nullptr)
+            std::fclose(file);
+        if (!written)
             std::printf("zan: write socket port file failed\n");
-            return 0;
-        }
-        std::fprintf(file, "%d\n", port);
-        std::fflush(file);
-        std::fclose(file);
-        return 1;
+        return written ? 1 : 0;
     }
 
     // False when there is no such file; an empty one gives an empty line.
@@ -78,8 +78,11 @@ struct AddressFile {
     }
 };
 
-const AddressFile daemon_port_file() {
+AddressFile daemon_port_file() {
     return AddressFile("zan.socket");
+}
+AddressFile daemon_address_file() {
+    return AddressFile("zan.socketip");
 }
 AddressFile module_port_file(const char *module) {
     return AddressFile(module, ".info");
@@ -182,7 +185,7 @@ int zan_get_socket_port(void) {
 
 void zan_get_socket_ip(char *out) {
     char line[first_line_size];
-    if (AddressFile("zan.socketip").read_line(line) && line[0] != '\0')
+    if (daemon_address_file().read_line(line) && line[0] != '\0')
         zan_strcpy(out, line, address_text_size);
 }
 
@@ -250,8 +253,10 @@ int zan_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
     if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0)
         return std::printf("socket option  SO_RCVTIMEO not support\n");
     const int received = ipc_socket_recv_from(fd, buf, len, from);
-    if (received < 0)
+    if (received < 0) {
+        const ErrnoGuard error;
         std::printf("recvfrom err:%d\n", errno);
+    }
     return received;
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ipc/pending.h"
 
+#include "util/errno_guard.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -23,7 +25,8 @@ Resend resend(PendingRecord *record, const Destination &to) {
     const unsigned int remaining = record->size - record->offset;
     const int sent = transfer(to, record->buffer + record->offset, remaining);
     if (sent < 1) {
-        std::printf("resend failed packet ret = %d, %s\n", sent, std::strerror(errno));
+        const ErrnoGuard error;
+        std::printf("resend failed packet ret = %d, %s\n", sent, error.text());
         return Resend::failed;
     }
     if (static_cast<unsigned int>(sent) < remaining) {
@@ -109,7 +112,8 @@ int send_in_order(PendingList &list, const Destination &to, const void *data, in
     else
         sent = transfer(to, data, static_cast<std::size_t>(len));
     if (sent < 1) {
-        std::printf(policy.failure, std::strerror(errno));
+        const ErrnoGuard error;
+        std::printf(policy.failure, error.text());
     } else if (sent < len && policy.remainder == Remainder::kept) {
         set_snd_failed_buffer(list, to.fd, static_cast<const char *>(data) + sent,
                               static_cast<unsigned int>(len - sent));
