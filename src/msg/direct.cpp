@@ -26,14 +26,13 @@ bool sendable(const char *module, const void *data, int len) {
     return module != nullptr && len >= 0 && (data != nullptr || len == 0);
 }
 
-// Returns the bytes to send.  The source comes before the fields that a long
-// destination name would run over into.
+// Returns the bytes to send.  A long destination name runs over into the source
+// and what is behind it; what is set here comes after.
 int build(zan_body &body, const Message &message, const char *source, const char *module,
           const void *data, int len) {
     begin_body(body, message.type, message.cmd);
     set_destination(body, module);
-    std::memset(body.src, 0, sizeof body.src);
-    std::memcpy(body.src, source, strnlen(source, sizeof body.src));
+    set_source_within_field(body, {source, strnlen(source, sizeof body.src)});
     body.pid = own_pid();
     body.time = static_cast<int32_t>(std::time(nullptr));
     const int copied = std::min(len, longest_message);

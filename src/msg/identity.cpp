@@ -2,6 +2,7 @@
 #include "msg/identity.h"
 
 #include <atomic>
+#include <cstring>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -28,6 +29,10 @@ void watch_fork() {
 }
 
 } // namespace
+
+std::string_view module_name() {
+    return {g_module_name, strnlen(g_module_name, sizeof g_module_name)};
+}
 
 int own_pid() {
     int pid = cached_pid.load(std::memory_order_relaxed);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <string_view>
 
 namespace zan {
 namespace {
@@ -45,7 +46,13 @@ void set_source(zan_body &body, const char *name) {
 }
 
 void set_source_to_self(zan_body &body) {
-    std::memcpy(body.src, g_module_name, strnlen(g_module_name, sizeof g_module_name));
+    set_source_within_field(body, module_name());
+}
+
+void set_source_within_field(zan_body &body, std::string_view name) {
+    std::memcpy(body.src, name.data(), name.size());
+    if (name.size() < sizeof body.src)
+        body.src[name.size()] = '\0';
 }
 
 void set_payload(zan_body &body, const char *payload, std::size_t size, int len) {

@@ -6,6 +6,7 @@
 #include "zan.h"
 
 #include <cstddef>
+#include <string_view>
 #include <type_traits>
 
 namespace zan {
@@ -50,8 +51,10 @@ void begin_body(zan_body &body, int type, int cmd);
 void set_destination(zan_body &body, const char *name);
 void set_source(zan_body &body, const char *name);
 
-// Fills src with g_module_name, which a module can leave without a terminator.
+// Set src, and no more than src, to g_module_name or to a name of at most the
+// field's size.
 void set_source_to_self(zan_body &body);
+void set_source_within_field(zan_body &body, std::string_view name);
 
 // Copies a payload and sets len, which may count more than the payload: the
 // rest reads as zeros.  What the area cannot hold is left out of the copy; the

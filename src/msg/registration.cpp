@@ -4,6 +4,8 @@
 #include "util/number.h"
 
 #include <cstdio>
+#include <cstring>
+#include <string_view>
 #include <unistd.h>
 
 namespace zan {
@@ -147,12 +149,12 @@ int zan_register_by_qid(int qid) {
     g_zan_qid = zan_get_msq_qid();
     g_reg_msq_qid = zan_get_reg_msq_qid();
     std::printf("%s:qid=%d\n", "zan_register_by_qid", qid);
-    zan_msg msg;
-    begin_record(msg, qid, ZAN_CLASS_REGISTRATION, ZAN_REGISTER);
-    set_source_to_self(msg.body);
-    msg.body.pid = static_cast<int>(getpid());
-    if (zan_msg_send(g_zan_qid, &msg, ZAN_HEADER_SIZE) < 0)
-        return ZAN_ERR_SEND;
+    const std::string_view own_name = module_name();
+    char name[ZAN_NAME_SIZE + 1] = {};
+    std::memcpy(name, own_name.data(), own_name.size());
+    const int sent = send_registration(ZAN_REGISTER, qid, name, own_pid());
+    if (sent < 0)
+        return sent;
     const int result = zan_client_recv_reg_msq(qid, nullptr);
     if (result < 0) {
         std::printf("%s: register fail! ret = %d\n", "zan_register_by_qid", result);
