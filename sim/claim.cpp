@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kRequestFile[] = "/tmp/zan_qid";
 constexpr char kAnswerFile[] = "/tmp/zan_req_qid";
-constexpr char kLockFile[] = "/tmp/zansim.lock";
+constexpr char kLockFile[] = "/tmp/zan_sim.lock";
 
 // What the lock file of an earlier run says.
 struct Earlier {

@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 
 namespace zan::sim {
@@ -137,6 +138,15 @@ void Daemon::account(const Peer &peer, Delivery delivery) {
         ++statistics.dropped;
         break;
     }
+}
+
+void Daemon::enrol(const Peer &peer, Module module) {
+    if (modules.size() >= next_look_) {
+        for (const Peer &vanished : modules.vanished())
+            forget(vanished);
+        next_look_ = std::max<std::size_t>(256, 2 * modules.size());
+    }
+    modules.add(peer, std::move(module));
 }
 
 void Daemon::forget(const Peer &peer) {

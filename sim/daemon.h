@@ -47,6 +47,10 @@ public:
     // Drops a module that cannot be reached any more, with its subscriptions.
     void forget(const Peer &peer);
 
+    // Makes a module known.  Now and then looks for others that ended without a
+    // word, so that they do not add up.
+    void enrol(const Peer &peer, Module module);
+
     // Grows with each change of the tree.
     std::uint64_t tree_version() const { return tree_version_; }
 
@@ -66,6 +70,7 @@ private:
     std::mutex mutex_;
     Trace &trace_;
     std::uint64_t tree_version_ = 0;
+    std::size_t next_look_ = 256; // modules at which the vanished are looked for
 };
 
 } // namespace zan::sim

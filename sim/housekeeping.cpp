@@ -38,9 +38,11 @@ void Housekeeping::run() {
         daemon_.work.wait(guard, [this] { return stopping_ || link_.has_backlog() || unsaved(); });
         daemon_.work.wait_for(guard, pause(), [this] { return stopping_; });
         send_backlog();
-        if (unsaved() && (stopping_ || Clock::now() >= last_save_ + kSavePeriod))
+        if (unsaved() && Clock::now() >= last_save_ + kSavePeriod)
             save(guard);
     }
+    if (unsaved())
+        save(guard);
 }
 
 bool Housekeeping::unsaved() const {

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zan::sim {
 
@@ -38,6 +39,16 @@ public:
     }
 
     std::size_t size() const { return modules_.size(); }
+
+    // Those that cannot be reached any more.
+    std::vector<Peer> vanished() const {
+        std::vector<Peer> peers;
+        for (const auto &[peer, module] : modules_) {
+            if (!peer.link->exists(peer.address))
+                peers.push_back(peer);
+        }
+        return peers;
+    }
 
 private:
     std::map<Peer, Module> modules_;

@@ -54,6 +54,7 @@ enum Code : int {
     kBadPath = -116,
     kNoQueue = -117,
     kWriteOnly = -118,
+    kTooManySubscriptions = -119,
 };
 
 } // namespace zan::sim

@@ -12,9 +12,9 @@ Result<std::string> register_module(Daemon &daemon, const Request &request) {
         return Error{kNoQueue, "no such queue: " + queue};
     // A queue that comes again starts without the subscriptions of its last life.
     daemon.subscriptions.forget(request.peer);
-    daemon.modules.add(request.peer, {.name = request.record.src,
-                                      .instance = request.record.pid,
-                                      .pid = request.peer.link->last_sender()});
+    daemon.enrol(request.peer, {.name = request.record.src,
+                                .instance = request.record.pid,
+                                .pid = request.peer.link->last_sender()});
     return std::string();
 }
 

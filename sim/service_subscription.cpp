@@ -52,8 +52,7 @@ Result<std::string> await_event(Daemon &daemon, const Request &request) {
     const auto code = event_code(request);
     if (!code)
         return code.error();
-    daemon.subscriptions.add_event(request.peer, *code);
-    return std::string();
+    return answer_of(daemon.subscriptions.add_event(request.peer, *code));
 }
 
 Result<std::string> ignore_event(Daemon &daemon, const Request &request) {

@@ -7,6 +7,22 @@
 
 namespace zan::sim {
 
+namespace {
+
+Error too_many() {
+    return {kTooManySubscriptions,
+            "already " + std::to_string(kMostSubscriptions) + " subscriptions"};
+}
+
+} // namespace
+
+bool Subscriptions::may_add(const Peer &peer) const {
+    const auto is_of_peer = [&](const auto &entry) { return entry.peer == peer; };
+    const auto count = std::count_if(watches_.begin(), watches_.end(), is_of_peer) +
+                       std::count_if(events_.begin(), events_.end(), is_of_peer);
+    return static_cast<std::size_t>(count) < kMostSubscriptions;
+}
+
 std::vector<Watch>::iterator Subscriptions::find(const Peer &peer, std::string_view path) {
     return std::find_if(watches_.begin(), watches_.end(), [&](const Watch &watch) {
         return watch.peer == peer && watch.path == path;
@@ -17,10 +33,13 @@ Result<Done> Subscriptions::watch(const Peer &peer, std::string_view path, std::
     auto pattern = parse_pattern(path);
     if (!pattern)
         return pattern.error();
-    if (const auto known = find(peer, path); known != watches_.end())
+    if (const auto known = find(peer, path); known != watches_.end()) {
         known->option = option;
-    else
-        watches_.push_back({peer, std::string(path), std::move(*pattern), option});
+        return Done{};
+    }
+    if (!may_add(peer))
+        return too_many();
+    watches_.push_back({peer, std::string(path), std::move(*pattern), option});
     return Done{};
 }
 
@@ -32,8 +51,11 @@ Result<Done> Subscriptions::unwatch(const Peer &peer, std::string_view path) {
     return Done{};
 }
 
-void Subscriptions::add_event(const Peer &peer, std::int32_t code) {
+Result<Done> Subscriptions::add_event(const Peer &peer, std::int32_t code) {
+    if (!events_.contains({code, peer}) && !may_add(peer))
+        return too_many();
     events_.insert({code, peer});
+    return Done{};
 }
 
 Result<Done> Subscriptions::remove_event(const Peer &peer, std::int32_t code) {

@@ -20,13 +20,16 @@ struct Watch {
     std::uint8_t option = 0;
 };
 
+// For each module; a further one is refused.
+inline constexpr std::size_t kMostSubscriptions = 1024;
+
 class Subscriptions {
 public:
     // A path that the peer watches already only takes the new option.
     Result<Done> watch(const Peer &peer, std::string_view path, std::uint8_t option);
     Result<Done> unwatch(const Peer &peer, std::string_view path);
 
-    void add_event(const Peer &peer, std::int32_t code);
+    Result<Done> add_event(const Peer &peer, std::int32_t code);
     Result<Done> remove_event(const Peer &peer, std::int32_t code);
 
     void forget(const Peer &peer);
@@ -46,6 +49,7 @@ private:
         auto operator<=>(const EventInterest &) const = default;
     };
 
+    bool may_add(const Peer &peer) const;
     std::vector<Watch>::iterator find(const Peer &peer, std::string_view path);
 
     std::vector<Watch> watches_;

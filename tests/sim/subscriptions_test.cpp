@@ -60,10 +60,10 @@ TEST_F(SubscriptionsTest, RefusesWhatIsNoPath) {
 }
 
 TEST_F(SubscriptionsTest, KeepsEventsByCodeAndOwner) {
-    subscriptions.add_event(one, 7);
-    subscriptions.add_event(one, 7);
-    subscriptions.add_event(two, 7);
-    subscriptions.add_event(two, -1);
+    ASSERT_TRUE(subscriptions.add_event(one, 7));
+    ASSERT_TRUE(subscriptions.add_event(one, 7));
+    ASSERT_TRUE(subscriptions.add_event(two, 7));
+    ASSERT_TRUE(subscriptions.add_event(two, -1));
     EXPECT_THAT(subscriptions.awaiting(7), ElementsAre(one, two));
     EXPECT_THAT(subscriptions.awaiting(-1), ElementsAre(two));
     ASSERT_TRUE(subscriptions.remove_event(one, 7));
@@ -71,10 +71,21 @@ TEST_F(SubscriptionsTest, KeepsEventsByCodeAndOwner) {
     EXPECT_THAT(subscriptions.awaiting(7), ElementsAre(two));
 }
 
+TEST_F(SubscriptionsTest, AreBoundedForEachModule) {
+    for (std::size_t i = 0; i + 1 < kMostSubscriptions; ++i)
+        ASSERT_TRUE(subscriptions.watch(one, "/sys/x" + std::to_string(i), 0));
+    ASSERT_TRUE(subscriptions.add_event(one, 1));
+    EXPECT_EQ(subscriptions.watch(one, "/sys/more", 0).error().text, "already 1024 subscriptions");
+    EXPECT_EQ(subscriptions.add_event(one, 2).error().code, kTooManySubscriptions);
+    EXPECT_TRUE(subscriptions.watch(one, "/sys/x0", 7));
+    EXPECT_TRUE(subscriptions.add_event(one, 1));
+    EXPECT_TRUE(subscriptions.watch(two, "/sys/more", 0));
+}
+
 TEST_F(SubscriptionsTest, ForgetsAModuleWhole) {
     ASSERT_TRUE(subscriptions.watch(one, "/sys", 0));
     ASSERT_TRUE(subscriptions.watch(two, "/sys", 0));
-    subscriptions.add_event(one, 7);
+    ASSERT_TRUE(subscriptions.add_event(one, 7));
     subscriptions.forget(one);
     EXPECT_THAT(watching("/sys"), ElementsAre("2 /sys 0"));
     EXPECT_THAT(subscriptions.awaiting(7), IsEmpty());

@@ -147,10 +147,16 @@ void ZansimTest::SetUp() {
         start(tree_file(small_tree));
 }
 
-void ZansimTest::start(const std::string &tree, const std::vector<std::string> &options) {
+void ZansimTest::TearDown() {
     module_.reset();
-    if (zansim_)
-        zansim_->stop();
+    if (zansim_ && zansim_->program().running()) {
+        EXPECT_EQ(zansim_->stop(), 0) << zansim_->program().error();
+    }
+    zansim_.reset();
+}
+
+void ZansimTest::start(const std::string &tree, const std::vector<std::string> &options) {
+    TearDown();
     zansim_ = std::make_unique<Zansim>(tree, options);
     module_ = another_module("TESTER");
 }

@@ -60,7 +60,7 @@ public:
     int request_queue() const { return request_queue_; }
     int answer_queue() const { return answer_queue_; }
 
-    // Ends it as a person would: its exit code.
+    // Ends it as a person would, unless it has ended: its exit code.
     int stop();
 
 private:
@@ -120,6 +120,8 @@ private:
 class ZansimTest : public testing::Test {
 protected:
     void SetUp() override;
+    // Ends zansim as a person would, so that a sanitizer's verdict counts.
+    void TearDown() override;
 
     // Starts it on another tree, or with options, instead of the usual ones.
     void start(const std::string &tree, const std::vector<std::string> &options = {});

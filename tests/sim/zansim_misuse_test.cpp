@@ -36,8 +36,6 @@ TEST_F(Misuse, OfTheLengthIsAnswered) {
     for (const std::int32_t len : {0, 4, 6, 35000, 35001, INT_MAX, -1, INT_MIN}) {
         Fields lying = module().request(class_cfg, cmd_get, "/sys1");
         lying.len = len;
-        if (len == 5)
-            continue;
         expect_refused(module().call(make_record(lying)), class_cfg, cmd_get, -106,
                        "malformed record: len is " + std::to_string(len) +
                            ", but 5 payload bytes arrived");

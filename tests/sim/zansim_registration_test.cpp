@@ -111,6 +111,12 @@ TEST_F(Registration, ServesAThousandModules) {
     expect_value("/zansim/modules", "1");
 }
 
+TEST_F(Registration, DoesNotAddUpModulesThatWentWithoutAWord) {
+    for (int i = 0; i < 600; ++i)
+        another_module("PASSING"); // its queue goes at once
+    EXPECT_LE(std::stoi(module().get("/zansim/modules").payload()), 256);
+}
+
 TEST_F(Registration, SurvivesModulesThatDieBeforeTheirAnswer) {
     // Far more unclaimed answers than the answer queue holds by default.
     for (int i = 0; i < 500; ++i) {

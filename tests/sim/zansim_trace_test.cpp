@@ -3,7 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include <regex>
+#include <algorithm>
+#include <cctype>
 #include <sstream>
 
 namespace zan::test {
@@ -21,10 +22,22 @@ protected:
     // What --trace printed since the start, without the time of each line.
     std::string lines() {
         zansim().stop();
-        const std::string &output = zansim().program().output();
-        const std::string traced = output.substr(output.find('\n') + 1);
-        return std::regex_replace(traced,
-                                  std::regex("(^|\n)[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} "), "$1");
+        std::istringstream output(zansim().program().output());
+        std::string rest;
+        std::string line;
+        std::getline(output, line); // that it is ready
+        while (std::getline(output, line)) {
+            EXPECT_EQ(shape(line.substr(0, 13)), "00:00:00.000 ") << line;
+            rest += line.substr(std::min<std::size_t>(line.size(), 13)) + '\n';
+        }
+        return rest;
+    }
+
+    // The text with a 0 in the place of each digit.
+    static std::string shape(std::string text) {
+        std::replace_if(
+            text.begin(), text.end(), [](unsigned char byte) { return std::isdigit(byte); }, '0');
+        return text;
     }
 
     std::vector<Json> json_lines() {
@@ -59,7 +72,7 @@ TEST_F(Trace, PrintsALineForEachRecord) {
             queue + " pid=4242 len=4 flag=2 option=3 \"/a\"\n" + "out NOTIFY watch ZAN -> TESTER " +
             queue + " " + pid + " result=1 len=0\n" + "in  CFG set TESTER -> ZAN_CFG " + queue +
             " pid=4242 len=6 \"0/a z\\n\"\n" + "out NOTIFY value-changed ZAN -> TESTER " + queue +
-            " " + pid + " result=0 len=22 \"TESTER /a z%0A 1 3 /a\"\n" +
+            " " + pid + " result=0 len=21 \"TESTER /a z%0A 1 3 /a\"\n" +
             "out CFG set ZAN_CFG -> TESTER " + queue + " " + pid + " result=1 len=0\n");
 }
 
@@ -95,9 +108,7 @@ TEST_F(Trace, WritesTheSameAsJsonLines) {
     const std::vector<Json> all = json_lines();
     ASSERT_EQ(all.size(), 4U);
     Json answer = all[3];
-    EXPECT_TRUE(std::regex_match(
-        answer["time"].get<std::string>(),
-        std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}")));
+    EXPECT_EQ(shape(answer["time"]), "0000-00-00T00:00:00.000");
     answer.erase("time");
     EXPECT_EQ(answer, Json({{"direction", "out"},
                             {"queue", module().queue()},
@@ -145,7 +156,6 @@ TEST_F(Trace, SaysWhenAModuleIsForgotten) {
 }
 
 TEST_F(Trace, ServesOnWhenNobodyReadsTheTrace) {
-    const Program shell({"/bin/sh", "-c", "true"}, {.host = true});
     start(simple, {"--trace-json", "/dev/full"});
     expect_value("/a", "x y");
     EXPECT_EQ(zansim().stop(), 0);
