@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+//
+// zansim_load [MODULES [SECONDS [THREADS]]]
+//
+// Registers many modules with the zansim that is running and makes requests in
+// all their names, as fast as the answers come.  Prints the rate, and the memory
+// of zansim as it goes on: it must not grow.
+#include <zan.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Every tenth request changes the value that a tenth of the modules watch.
+constexpr int set_every = 10;
+constexpr int watch_every = 100;
+constexpr char path_to_get[] = "/runtime/hw/model";
+constexpr char path_to_set[] = "/sys/hostname";
+
+[[noreturn]] void fail(const std::string &what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+int read_id(const char *file) {
+    int id = -1;
+    if (!(std::ifstream(file) >> id))
+        throw std::runtime_error(std::string("no daemon: cannot read ") + file);
+    return id;
+}
+
+pid_t reader_of(int queue) {
+    msqid_ds state{};
+    if (msgctl(queue, IPC_STAT, &state) != 0)
+        fail("the daemon's queue");
+    return state.msg_lrpid;
+}
+
+long resident_kilobytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;) {
+        long kilobytes = 0;
+        if (word == "VmRSS:" && status >> kilobytes)
+            return kilobytes;
+    }
+    return -1;
+}
+
+struct Daemon {
+    int requests = read_id("/tmp/zan_qid");
+    int answers = read_id("/tmp/zan_req_qid");
+    pid_t pid = reader_of(requests);
+};
+
+struct Module {
+    int queue = -1;
+    std::string name;
+};
+
+// One thread's record; the payload area is cleared as far as it was used.
+class Exchange {
+public:
+    explicit Exchange(const Daemon &daemon) : daemon_(daemon) {}
+
+    void request(const Module &module, int type, int cmd, const std::string &payload) {
+        std::memset(&message_, 0, offsetof(zan_msg, body.data));
+        message_.mtype = module.queue;
+        zan_body &body = message_.body;
+        body.type = type;
+        body.cmd = cmd;
+        body.pid = type == ZAN_CLASS_REGISTRATION ? 0 : getpid();
+        module.name.copy(body.src, sizeof body.src - 1);
+        body.len = static_cast<int>(payload.size());
+        payload.copy(body.data, sizeof body.data);
+        if (msgsnd(daemon_.requests, &message_, ZAN_HEADER_SIZE + payload.size(), 0) != 0)
+            fail("msgsnd");
+        const bool registration = type == ZAN_CLASS_REGISTRATION;
+        const int queue = registration ? daemon_.answers : module.queue;
+        if (msgrcv(queue, &message_, sizeof message_.body, registration ? module.queue : type, 0) <
+            0)
+            fail("msgrcv");
+        if (body.result < 0)
+            throw std::runtime_error(body.data);
+    }
+
+    // Empties the module's queue of notifications: how many there were.
+    long collect(const Module &module) {
+        long count = 0;
+        while (msgrcv(module.queue, &message_, sizeof message_.body, ZAN_CLASS_NOTIFY,
+                      IPC_NOWAIT) >= 0)
+            ++count;
+        return count;
+    }
+
+private:
+    const Daemon &daemon_;
+    zan_msg message_{};
+};
+
+std::vector<Module> register_modules(const Daemon &daemon, int count) {
+    Exchange exchange(daemon);
+    std::vector<Module> modules;
+    for (int i = 0; i < count; ++i) {
+        modules.push_back({msgget(IPC_PRIVATE, IPC_CREAT | 0600), "LOAD" + std::to_string(i)});
+        if (modules.back().queue < 0)
+            fail("msgget");
+        exchange.request(modules.back(), ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "");
+        if (i % watch_every == 0)
+            exchange.request(modules.back(), ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE,
+                             std::string(2, '\0') + path_to_set);
+    }
+    return modules;
+}
+
+void unregister_modules(const Daemon &daemon, const std::vector<Module> &modules) {
+    Exchange exchange(daemon);
+    for (const Module &module : modules) {
+        exchange.request(module, ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "");
+        msgctl(module.queue, IPC_RMID, nullptr);
+    }
+}
+
+struct Counters {
+    std::atomic<long> requests = 0;
+    std::atomic<long> notifications = 0;
+    std::atomic<bool> stop = false;
+};
+
+// Requests of every THREADS-th module, in turn.
+void work(const Daemon &daemon, const std::vector<Module> &modules, std::size_t first,
+          std::size_t step, Counters &counters) {
+    Exchange exchange(daemon);
+    long round = 0;
+    for (std::size_t i = first; !counters.stop; i = i + step < modules.size() ? i + step : first) {
+        const Module &module = modules[i];
+        ++round;
+        if (round % set_every == 0)
+            exchange.request(module, ZAN_CLASS_CFG, ZAN_CFG_SET,
+                             std::string("0") + path_to_set + " host" + std::to_string(round));
+        else
+            exchange.request(module, ZAN_CLASS_CFG, ZAN_CFG_GET, path_to_get);
+        counters.notifications += exchange.collect(module);
+        ++counters.requests;
+    }
+}
+
+void report(const char *when, const Daemon &daemon) {
+    std::printf("%-24s zansim has %ld kB resident\n", when, resident_kilobytes(daemon.pid));
+    std::fflush(stdout);
+}
+
+int number_argument(int argc, char **argv, int index, int otherwise) {
+    const int number = index < argc ? std::atoi(argv[index]) : otherwise;
+    if (number < 1)
+        throw std::runtime_error("usage: zansim_load [MODULES [SECONDS [THREADS]]]");
+    return number;
+}
+
+void run(int argc, char **argv) {
+    const int count = number_argument(argc, argv, 1, 1000);
+    const int seconds = number_argument(argc, argv, 2, 10);
+    const int threads = number_argument(argc, argv, 3, 2);
+    const Daemon daemon;
+    report("before", daemon);
+    const auto registering = Clock::now();
+    const std::vector<Module> modules = register_modules(daemon, count);
+    const std::chrono::duration<double> registered = Clock::now() - registering;
+    std::printf("%d modules registered in %.2f s\n", count, registered.count());
+    report("registered", daemon);
+
+    Counters counters;
+    std::vector<std::thread> workers;
+    const auto step = static_cast<std::size_t>(threads);
+    for (std::size_t first = 0; first < step; ++first)
+        workers.emplace_back([&, first] {
+            try {
+                work(daemon, modules, first, step, counters);
+            } catch (const std::exception &error) {
+                std::fprintf(stderr, "zansim_load: %s\n", error.what());
+                _exit(1); // the other threads wait for answers that will not come
+            }
+        });
+    const auto start = Clock::now();
+    for (int part = 1; part <= 4; ++part) {
+        std::this_thread::sleep_until(start + part * std::chrono::seconds(seconds) / 4);
+        report(("after " + std::to_string(counters.requests) + " requests").c_str(), daemon);
+    }
+    counters.stop = true;
+    const std::chrono::duration<double> lasted = Clock::now() - start;
+    for (std::thread &worker : workers)
+        worker.join();
+    std::printf("%.0f requests a second from %d threads, %ld notifications received\n",
+                static_cast<double>(counters.requests) / lasted.count(), threads,
+                counters.notifications.load());
+    unregister_modules(daemon, modules);
+    report("unregistered", daemon);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    try {
+        run(argc, argv);
+        return 0;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "zansim_load: %s\n", error.what());
+        return 1;
+    }
+}
