@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+//
+// The waits of a minute, waited for.
+#include "msg/link_test.h"
+
+#include <zan.h>
+
+#include <chrono>
+
+namespace zan::test {
+namespace {
+
+using std::chrono::seconds;
+
+class Minute : public LinkTest {
+protected:
+    static std::chrono::steady_clock::duration wait_for(int type, int cmd) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(zan_client_recv_response(type, cmd, nullptr, nullptr), -2);
+        return std::chrono::steady_clock::now() - start;
+    }
+};
+
+TEST_F(Minute, AnAnswerIsWaitedForAWholeOne) {
+    EXPECT_GE(wait_for(1, 1), seconds(60));
+}
+
+TEST_F(Minute, ADumpIsWaitedForFiftySeconds) {
+    const auto waited = wait_for(1, 5);
+    EXPECT_GE(waited, seconds(50));
+    EXPECT_LT(waited, seconds(60));
+}
+
+} // namespace
+} // namespace zan::test
