@@ -2,7 +2,8 @@
 # A thin front over the scripts and CMake presets. "make help" lists it.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo shell test test-release test-thread test-unprivileged test-target check format bench clean
+FUZZ_SECONDS := 60
+.PHONY: help demo shell test test-release test-thread test-unprivileged test-target check format bench fuzz test-nightly clean
 
 help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
@@ -49,6 +50,17 @@ bench: ## measure against bare kernel queues
 	scripts/bootstrap build bench
 	cmake --preset bench >/dev/null && cmake --build --preset bench -- --quiet
 	scripts/sandbox build/bench/bench/bench_round_trip
+
+fuzz: ## look for hostile records, FUZZ_SECONDS=60 long
+	scripts/bootstrap build fuzz
+	cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -- --quiet
+	mkdir -p build/fuzz/found
+	build/fuzz/fuzz/fuzz_reassembly -max_len=300 -max_total_time=$(FUZZ_SECONDS) \
+	  -artifact_prefix=build/fuzz/ build/fuzz/found fuzz/corpus/reassembly
+
+test-nightly: ## run what waits for a minute
+	scripts/bootstrap build test
+	scripts/run-tests dev nightly
 
 clean: ## remove everything built
 	rm -rf build
