@@ -56,9 +56,11 @@ void set_source_within_field(zan_body &body, std::string_view name) {
 }
 
 void set_payload(zan_body &body, const char *payload, std::size_t size, int len) {
-    std::memcpy(body.data, payload, std::min(size, sizeof body.data));
+    const std::size_t copied = std::min(size, sizeof body.data);
+    if (copied > 0) // an empty payload may be a null pointer
+        std::memcpy(body.data, payload, copied);
     body.len = len;
-    const int payload_end = static_cast<int>(ZAN_HEADER_SIZE + std::min(size, sizeof body.data));
+    const int payload_end = ZAN_HEADER_SIZE + static_cast<int>(copied);
     zero_behind(body, payload_end, std::min<int>(len, ZAN_DATA_SIZE) + ZAN_HEADER_SIZE);
 }
 
