@@ -24,7 +24,7 @@ private:
     using Times = std::vector<double>; // ns a call, one for each repetition
 
     std::string floor_;
-    std::vector<std::string> sizes_;                       // in order of appearance
+    std::vector<std::string> sizes_;                        // in order of appearance
     std::map<std::string, std::vector<std::string>> names_; // per size, in order
     std::map<std::pair<std::string, std::string>, Times> times_;
 };
