@@ -17,17 +17,23 @@ constexpr int busy_attempts = 6;
 constexpr int busy_pause_us = 200'000;
 constexpr int still_busy = -1;
 
-// Tested and set in two steps: best effort, not mutual exclusion.  Atomic only
-// so that two threads may do it at all.
+// Tested and set in two steps: best effort, not mutual exclusion.  Atomic only so
+// that two threads may do it at all, and that a call sees what the one before it
+// left behind.
 constinit std::atomic<unsigned char> g_ipc_lock = 0;
 constinit std::atomic<unsigned char> g_ipc_enable_lock = 1;
 
+bool is_free() {
+    return g_ipc_lock.load(std::memory_order_acquire) == 0 ||
+           g_ipc_enable_lock.load(std::memory_order_relaxed) == 0;
+}
+
 template<class Operation> int when_free(Operation operation, const char *complaint = nullptr) {
     for (int attempt = 0; attempt < busy_attempts; ++attempt) {
-        if (g_ipc_lock == 0 || g_ipc_enable_lock == 0) {
-            g_ipc_lock = 1;
+        if (is_free()) {
+            g_ipc_lock.store(1, std::memory_order_relaxed);
             const int result = operation();
-            g_ipc_lock = 0;
+            g_ipc_lock.store(0, std::memory_order_release);
             return result;
         }
         pause_for_us(busy_pause_us);
@@ -43,7 +49,7 @@ template<class Operation> int when_free(Operation operation, const char *complai
 using namespace zan;
 
 void zan_ipc_enable_lock(unsigned char flag) {
-    g_ipc_enable_lock = flag;
+    g_ipc_enable_lock.store(flag, std::memory_order_relaxed);
 }
 
 int zan_ipc_create(const char *name, int) {
