@@ -46,10 +46,11 @@ format: ## format all sources
 	scripts/bootstrap check
 	git ls-files '*.cpp' '*.c' '*.h' | xargs clang-format -i
 
-bench: ## measure against bare kernel queues
+bench: ## measure against bare kernel queues and sockets
 	scripts/bootstrap build bench
 	cmake --preset bench >/dev/null && cmake --build --preset bench -- --quiet
 	scripts/sandbox build/bench/bench/bench_round_trip
+	scripts/sandbox build/bench/bench/bench_socket_send
 
 fuzz: ## look for hostile records, FUZZ_SECONDS=60 long
 	scripts/bootstrap build fuzz

@@ -26,15 +26,21 @@ std::vector<double> ratios(const std::vector<double> &times, const std::vector<d
     return result;
 }
 
+// "32", or "WORDS 32".
+std::pair<std::string, long> by_size(const std::string &size) {
+    const std::size_t digits = size.find_last_not_of("0123456789") + 1;
+    return {size.substr(0, digits), std::stol(size.substr(digits))};
+}
+
 } // namespace
 
 bool RatioReporter::ReportContext(const Context &) {
-    std::printf("%-14s %-26s %10s %8s %17s %7s\n", "size", "what", "median ns", "ratio",
+    std::printf("%-20s %-26s %10s %8s %17s %7s\n", "size", "what", "median ns", "ratio",
                 "quartiles of runs", "runs");
     return true;
 }
 
-// Benchmarks are named WHAT/SIZE.
+// Benchmarks are named WHAT/SIZE, where one run has several kinds WHAT/KIND SIZE.
 void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
     for (const Run &run : runs) {
         if (run.run_type != Run::RT_Iteration || run.error_occurred)
@@ -54,14 +60,14 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
 
 void RatioReporter::Finalize() {
     std::sort(sizes_.begin(), sizes_.end(),
-              [](const auto &a, const auto &b) { return std::stol(a) < std::stol(b); });
+              [](const auto &a, const auto &b) { return by_size(a) < by_size(b); });
     for (const std::string &size : sizes_) {
         const Times &floor = times_[{size, floor_}];
         for (const std::string &what : names_[size]) {
             const Times &times = times_[{size, what}];
             const double median = quantile(times, 0.5);
             const std::vector<double> spread = ratios(times, floor);
-            std::printf("%-14s %-26s %10.1f %8.3f %8.3f-%-8.3f %7zu\n", size.c_str(), what.c_str(),
+            std::printf("%-20s %-26s %10.1f %8.3f %8.3f-%-8.3f %7zu\n", size.c_str(), what.c_str(),
                         median, median / quantile(floor, 0.5), quantile(spread, 0.25),
                         quantile(spread, 0.75), times.size());
         }
