@@ -178,7 +178,11 @@ Fields unregistration(int qid, const std::string &name = "probe", int instance =
 
 class Registration : public testing::Test {
 protected:
-    ~Registration() override { remove_leftovers(); }
+    ~Registration() override {
+        remove_leftovers();
+        g_zan_qid = g_reg_msq_qid = g_msq_qid = g_msq_qid2 = -1;
+        g_module_name[0] = '\0';
+    }
 
     // The queues of the attempts so far, as they announced themselves.
     std::vector<int> announced(std::size_t count) const {

@@ -4,6 +4,7 @@
 // No real condition makes these calls fail on demand, so the linker puts the
 // functions below in front of them (--wrap), for the library's objects too.
 #include "support/capture.h"
+#include "support/daemon.h"
 
 #include <zan.h>
 
@@ -27,6 +28,7 @@ struct Failures {
     int create = 0;
 };
 Failures failures;
+int signals_released = 0;
 
 } // namespace
 
@@ -46,6 +48,8 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
 
 int __real_pthread_sigmask(int how, const sigset_t *mask, sigset_t *before);
 int __wrap_pthread_sigmask(int how, const sigset_t *mask, sigset_t *before) {
+    if (how == SIG_UNBLOCK)
+        ++signals_released;
     return failures.sigmask != 0 ? failures.sigmask : __real_pthread_sigmask(how, mask, before);
 }
 
@@ -146,6 +150,22 @@ TEST_F(ThreadFailure, TheQueueLockFailsSilently) {
     EXPECT_EQ(printed_when({.mutex_lock = EINVAL, .sigmask = EINVAL}, zan_msq_lock), "");
     zan_msq_lock();
     EXPECT_EQ(printed_when({.mutex_unlock = EPERM, .sigmask = EINVAL}, zan_msq_unlock), "");
+}
+
+// A queue that cannot be removed makes one call release the lock twice, each time
+// with the signal.
+TEST_F(ThreadFailure, AQueueThatCannotBeRemovedReleasesTheLockTwice) {
+    const ScriptedDaemon daemon;
+    const int qid = zan_register("probe", 7);
+    ASSERT_GT(qid, 0);
+    StdoutCapture out;
+    signals_released = 0;
+    EXPECT_EQ(zan_unregister_msqid("probe", 7, qid), 0);
+    EXPECT_EQ(signals_released, 1);
+    signals_released = 0;
+    EXPECT_EQ(zan_unregister_msqid("probe", 7, qid), -2006);
+    EXPECT_EQ(signals_released, 2);
+    EXPECT_EQ(out.stop(), "zan_msg_del ERROR:Invalid argument\n");
 }
 
 class ThreadCreation : public ThreadFailure, public testing::WithParamInterface<int (*)(int)> {
