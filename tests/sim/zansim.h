@@ -129,6 +129,10 @@ protected:
     Zansim &zansim() { return *zansim_; }
     RawModule &module() { return *module_; }
 
+    // What zansim wrote on standard error, without what it says of the kernel's
+    // limits, which are not everywhere the test's own.
+    std::string errors();
+
     std::unique_ptr<RawModule> another_module(const std::string &name) const;
 
     // Expects zansim to refuse with this code and text, and to serve on.

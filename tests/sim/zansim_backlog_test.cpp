@@ -85,7 +85,7 @@ TEST_F(Backlog, IsBoundedAndTellsOnceWhenItOverflowsAndOnceWhenItIsOver) {
     change(1);
     EXPECT_THAT(read_values(1), testing::ElementsAre(value));
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(zansim().program().error(), full + over);
+    EXPECT_EQ(errors(), full + over);
 }
 
 TEST_F(Backlog, ForgetsAModuleThatGoesWhileRecordsWaitForIt) {

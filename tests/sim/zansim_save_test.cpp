@@ -96,7 +96,7 @@ TEST_F(Save, TellsOnceThatItCannotAndServesOn) {
     expect_value("/name", "modem");
     module().set("/name", "switch");
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(zansim().program().error(), line);
+    EXPECT_EQ(errors(), line);
 }
 
 TEST_F(Save, CatchesUpOnceItCan) {

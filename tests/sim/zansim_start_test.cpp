@@ -82,7 +82,7 @@ TEST_F(Start, SaysWhenItServesAndWhat) {
                   std::to_string(zansim().request_queue()) + " and " +
                   std::to_string(zansim().answer_queue()) + ", 2 parameters)\n");
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(zansim().program().error(), "");
+    EXPECT_EQ(errors(), "");
 }
 
 TEST_F(Start, WritesTheQueueIdsAndNothingElse) {
@@ -114,7 +114,7 @@ TEST_F(Start, TellsWhenItsQueueIsTakenAway) {
     start(simple);
     remove_queue(zansim().request_queue());
     EXPECT_EQ(zansim().program().wait(), 1);
-    EXPECT_EQ(zansim().program().error(), "zansim: the request queue was removed\n");
+    EXPECT_EQ(errors(), "zansim: the request queue was removed\n");
     expect_nothing_left();
 }
 
@@ -186,8 +186,8 @@ TEST_F(Start, ClearsWhatAKilledRunLeft) {
     start(simple);
     expect_value("/a/b", "1");
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(zansim().program().error(), "zansim: cleared what a killed run left: queue " +
-                                              request + ", queue " + answer + "\n");
+    EXPECT_EQ(errors(), "zansim: cleared what a killed run left: queue " + request + ", queue " +
+                            answer + "\n");
     EXPECT_FALSE(queue_exists(old_queue));
     expect_nothing_left();
 }
@@ -223,7 +223,7 @@ TEST_F(Start, IgnoresFilesWhoseQueuesAreGone) {
     start(simple);
     expect_value("/a/b", "1");
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(zansim().program().error(), "");
+    EXPECT_EQ(errors(), "");
 }
 
 TEST_F(Start, RefusesToRunBesideAnotherLiveDaemon) {
