@@ -27,8 +27,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Every tenth request changes the value that a tenth of the modules watch.
-constexpr int set_every = 10;
+// Now and then a request changes the value that some of the modules watch.
+constexpr int set_every = 50;
 constexpr int watch_every = 100;
 constexpr char path_to_get[] = "/runtime/hw/model";
 constexpr char path_to_set[] = "/sys/hostname";
