@@ -170,8 +170,8 @@ typedef int (*zan_value_changed_fn)(char *f1, char *f2, char *f3, char *f6, int 
 typedef int (*zan_value_changed2_fn)(char *f1, char *f2, char *f3, char *f6, int f4, int f5);
 /* An event has happened; type is ZAN_CLASS_NOTIFY. */
 typedef int (*zan_event_fn)(int event, int type);
-/* A direct message of len bytes; body is the whole record.  len is what the
- * sender wrote: check it against ZAN_DATA_SIZE before trusting it. */
+/* A direct message of len bytes; body is the whole record.  len is kept within
+ * the storage behind data; body->len is what the sender wrote. */
 typedef int (*zan_message_fn)(char *data, int len, zan_body *body);
 /* A task-manager message; type is ZAN_CLASS_ACTION. */
 typedef int (*zan_taskmgr_fn)(char *data, int type);
