@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <deque>
 #include <utility>
 
@@ -16,6 +17,7 @@ constinit int allocations_until_refusal = 0;
 constinit int refused_option = -1;
 constinit int connects = 0;
 std::deque<std::size_t> taken;
+thread_local std::vector<std::chrono::milliseconds> pauses;
 std::function<void(int)> connect_action;
 std::function<void()> unlink_action;
 
@@ -43,6 +45,10 @@ void before_connect(std::function<void(int)> action) {
 
 int connects_made() {
     return connects;
+}
+
+std::vector<std::chrono::milliseconds> pauses_made() {
+    return pauses;
 }
 
 void after_unlink(std::function<void()> action) {
@@ -93,6 +99,13 @@ int __wrap_connect(int fd, const sockaddr *to, socklen_t to_size) {
     if (connect_action)
         connect_action(connects);
     return __real_connect(fd, to, to_size);
+}
+
+int __real_clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left);
+int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left) {
+    pauses.push_back(std::chrono::seconds(time->tv_sec) +
+                     std::chrono::milliseconds(time->tv_nsec / 1'000'000));
+    return __real_clock_nanosleep(clock, flags, time, left);
 }
 
 int __real_unlink(const char *path);

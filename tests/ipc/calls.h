@@ -7,9 +7,11 @@
 #ifndef ZAN_TESTS_IPC_CALLS_H
 #define ZAN_TESTS_IPC_CALLS_H
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <initializer_list>
+#include <vector>
 
 namespace zan::test {
 
@@ -25,6 +27,9 @@ void refuse_option(int option);
 // Called before each connect with its number, from 1.
 void before_connect(std::function<void(int)> action);
 int connects_made();
+
+// The pauses that this thread has made.
+std::vector<std::chrono::milliseconds> pauses_made();
 
 // Called once after the next unlink.
 void after_unlink(std::function<void()> action);

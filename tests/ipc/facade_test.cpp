@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <zan.h>
 
+#include "ipc/calls.h"
 #include "ipc/sockets.h"
 #include "support/capture.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
 #include "support/worker.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <unistd.h>
 
@@ -26,6 +27,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr char retry_failure[] = "zan_ipc_send: retry fail!\n";
+const auto six_pauses = testing::ElementsAre(200ms, 200ms, 200ms, 200ms, 200ms, 200ms);
 
 // ---- The busy flag ---------------------------------------------------------
 
@@ -57,6 +59,7 @@ TEST_F(Busy, SendWaitsSixTimesAndGivesUp) {
     StdoutCapture out;
     const Stopwatch watch;
     EXPECT_EQ(zan_ipc_send(others.near.get(), "lost", 4), -1);
+    EXPECT_THAT(pauses_made(), six_pauses);
     EXPECT_GE(watch.elapsed(), 1200ms);
     EXPECT_EQ(out.stop(), retry_failure);
     EXPECT_EQ(read_available(others.far.get()), "");
@@ -98,6 +101,7 @@ TEST_F(Busy, IsIgnoredOnRequest) {
     zan_ipc_enable_lock(0);
     StdoutCapture out;
     EXPECT_EQ(zan_ipc_send(others.near.get(), "sent", 4), 4);
+    EXPECT_THAT(pauses_made(), testing::IsEmpty());
     EXPECT_EQ(out.stop(), "");
     EXPECT_EQ(read_available(others.far.get()), "sent");
     let_go();
@@ -142,6 +146,7 @@ TEST_P(BusyOperation, WaitsSixTimesAndGivesUpInSilence) {
     StdoutCapture out;
     const Stopwatch watch;
     EXPECT_EQ(GetParam().call(others.near.get()), -1);
+    EXPECT_THAT(pauses_made(), six_pauses);
     EXPECT_GE(watch.elapsed(), 1200ms);
     EXPECT_EQ(out.stop(), "");
     EXPECT_TRUE(is_open(others.near.get()));
