@@ -12,6 +12,7 @@
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
+#include <utility>
 
 namespace zan::ctl {
 namespace {
@@ -44,23 +45,31 @@ void require_daemon() {
     }
 }
 
-std::string send_error(int error, std::size_t payload) {
-    if (error == EINVAL)
-        return "cannot send " + std::to_string(payload) +
-               " bytes: longer than kernel.msgmax allows";
-    return std::string("cannot send: ") + std::strerror(error);
-}
-
 } // namespace
 
 struct Session::Exchange {
     zan_msg request;
     zan_resp answer;
-    char error[1024];
+    char error[1024]; // the daemon's text
+    int reason;       // the system's, when the request or its answer got lost
+
+    int size() const { return ZAN_HEADER_SIZE + request.body.len; }
+    int run();
 };
 
-Session::Session(const std::string &name, double timeout)
-    : name_(name), timeout_(timeout), exchange_(std::make_unique<Exchange>()) {
+int Session::Exchange::run() {
+    answer = {};
+    error[0] = '\0';
+    errno = 0;
+    int result = ZAN_ERR_SEND;
+    if (zan_msg_send(g_zan_qid, &request, size()) == 0)
+        result = zan_client_recv_msq_response(request.body.type, request.body.cmd, error, &answer);
+    reason = errno;
+    return result;
+}
+
+Session::Session(std::string name, double timeout)
+    : name_(std::move(name)), timeout_(timeout), exchange_(std::make_unique<Exchange>()) {
     require_daemon();
     register_module();
 }
@@ -76,9 +85,11 @@ void Session::register_module() {
     throw_if_interrupted();
     if (deadline.expired())
         throw no_answer(timeout_);
-    if (result == ZAN_ERR_SEND || result == ZAN_ERR_QUEUE_IDS || !queue_exists(g_zan_qid))
-        throw no_daemon("registration failed with " + std::to_string(result));
-    throw Refused("registration as " + name_ + ": refused with " + std::to_string(result));
+    require_daemon();
+    const std::string registration = "registration as " + name_ + ": ";
+    if (result == ZAN_ERR_QUEUE_IDS)
+        throw Refused(registration + "cannot create a queue");
+    throw Refused(registration + "refused with " + std::to_string(result));
 }
 
 Session::~Session() {
@@ -119,47 +130,34 @@ void Session::fill(const Request &request) {
 std::string Session::request(const Request &request) {
     throw_if_interrupted();
     fill(request);
-    exchange_->answer = {};
-    exchange_->error[0] = '\0';
-
     const Deadline deadline(timeout_);
-    std::string text;
     zan_api_lock();
-    errno = 0;
-    const int payload = exchange_->request.body.len;
-    const bool sent = zan_msg_send(g_zan_qid, &exchange_->request, ZAN_HEADER_SIZE + payload) == 0;
-    const int send_errno = errno;
-    int result = ZAN_ERR_SEND;
-    if (sent) {
-        errno = 0;
-        result = zan_client_recv_msq_response(request.type, request.cmd, exchange_->error,
-                                              &exchange_->answer);
-    }
-    const int error = errno;
+    const int result = exchange_->run();
     // The text lives until the next request: copied before the lock goes.
-    if (result >= 0 && exchange_->answer.ptr != nullptr)
-        text = exchange_->answer.ptr;
+    const char *const answer = exchange_->answer.ptr;
+    const std::string text = result >= 0 && answer != nullptr ? answer : "";
     zan_api_unlock();
-
-    if (!sent && send_errno == EINVAL && queue_exists(g_zan_qid))
-        throw Failure(exit_refused, send_error(send_errno, static_cast<std::size_t>(payload)));
     if (result < 0)
-        fail(result, sent ? error : send_errno, deadline.expired());
+        fail(result, deadline.expired());
     return text;
 }
 
 // The matcher reports a failed receive as -1, which a daemon may also answer;
 // only the former leaves an error number and no text.
-void Session::fail(int result, int error, bool expired) {
+void Session::fail(int result, bool expired) {
     const std::string text = exchange_->error;
-    if (error == 0 || !text.empty())
+    const int reason = exchange_->reason;
+    if (reason == 0 || !text.empty())
         throw Refused(text.empty() ? "refused with " + std::to_string(result) : text);
     throw_if_interrupted();
+    if (result == ZAN_ERR_SEND && reason == EINVAL && connected())
+        throw Refused("a request of " + std::to_string(exchange_->size()) +
+                      " bytes is longer than kernel.msgmax allows");
     daemon_silent_ = true;
     if (expired)
         throw no_answer(timeout_);
     require_connection();
-    throw no_daemon(std::strerror(error));
+    throw no_daemon(std::strerror(reason));
 }
 
 bool Session::connected() const {

@@ -20,7 +20,7 @@ struct Request {
 class Session {
 public:
     // Throws Failure when no daemon answers or it refuses the module.
-    Session(const std::string &name, double timeout);
+    Session(std::string name, double timeout);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -40,7 +40,7 @@ private:
     void register_module();
     void fill(const Request &request);
     double clean_up_seconds() const;
-    [[noreturn]] void fail(int result, int error, bool expired);
+    [[noreturn]] void fail(int result, bool expired);
 
     std::string name_;
     double timeout_;

@@ -4,6 +4,7 @@
 #include "support/sandbox.h"
 
 #include <csignal>
+#include <fstream>
 
 namespace zan::test {
 namespace {
@@ -148,6 +149,36 @@ TEST_F(ZanctlTest, ARefusedUnregistrationLeavesNothing) {
         EXPECT_EQ(run({"get", "/x"}).output, "value\n");
         expect_left_nothing();
     }
+}
+
+// ---- a kernel that says no
+
+// Sets a limit of this sandbox's own queues: whether it could.
+bool set_limit(const std::string &name, int value) {
+    std::ofstream file("/proc/sys/kernel/" + name);
+    file << value << std::flush;
+    return file.good();
+}
+
+TEST_F(ZanctlTest, AValueThatTheKernelDoesNotTakeIsReported) {
+    ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+    ASSERT_TRUE(set_limit("msgmax", 200));
+    const Ended ended = run({"set", "/x", std::string(300, 'v')});
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_THAT(ended.error, HasSubstr("zanctl: /x: a request of 404 bytes is longer than "
+                                       "kernel.msgmax allows\n"));
+    ASSERT_EQ(records.size(), 2U) << "registered and unregistered";
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlTest, AQueueThatTheKernelDoesNotGrantIsReported) {
+    ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+    ASSERT_TRUE(set_limit("msgmni", 2));
+    const Ended ended = run({"get", "--name", "zanctl-x", "/x"});
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_THAT(ended.error, HasSubstr("zan_msg_create_by_id ERROR:No space left on device\n"));
+    EXPECT_THAT(ended.error, EndsWith("zanctl: registration as zanctl-x: cannot create a queue\n"));
+    EXPECT_THAT(zanctl_key_files(), IsEmpty());
 }
 
 // ---- signals
