@@ -178,8 +178,8 @@ TEST_F(ControlValue, ASendOfNothingIsReturnedAsZero) {
     int ends[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
     g_ipc_handle = ends[0];
-    const std::string much(4 * 1024 * 1024, 'x');
-    std::vector<char> some(100 * 1024);
+    const std::string much(4UL * 1024 * 1024, 'x');
+    std::vector<char> some(100UL * 1024);
     mesh_is_ready();
     StdoutCapture out;
     ASSERT_GT(zan_ipc_send(g_ipc_handle, much.data(), static_cast<int>(much.size())), 0);
@@ -226,9 +226,8 @@ TEST_F(ControlValue, MayTravelBehindOtherRecords) {
 
 TEST_F(ControlValue, NeedsABufferAndAPath) {
     EXPECT_EQ(ctl_getstr(nullptr, 10, "/a"), -1);
-    const char *none = nullptr;
-    EXPECT_EQ(ctl_getstr(value, sizeof value, none), -1);
-    EXPECT_EQ(ctl_getint(none), 0);
+    EXPECT_EQ(ctl_getstr(value, sizeof value, nullptr), -1);
+    EXPECT_EQ(ctl_getint(nullptr), 0);
     EXPECT_THAT(daemon.records(), IsEmpty());
 }
 

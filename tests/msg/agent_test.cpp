@@ -389,7 +389,7 @@ protected:
 
     // The peer appears in the pause after so many failed attempts.
     void listen_after_attempt(int attempts) {
-        at_pause = [this, attempts] {
+        at_pause = [this] {
             if (pauses_ms.back() == 200 && --pauses_left_ == 0)
                 peer.listen();
         };

@@ -466,7 +466,7 @@ protected:
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
         g_ipc_handle = ends[0];
         StdoutCapture out;
-        const std::string much(4 * 1024 * 1024, 'x');
+        const std::string much(4UL * 1024 * 1024, 'x');
         ASSERT_GT(zan_ipc_send(g_ipc_handle, much.data(), static_cast<int>(much.size())), 0);
         ASSERT_EQ(out.stop(), "ipc socket: buffer maybe full\n");
     }
@@ -480,7 +480,7 @@ protected:
 
     // Makes room, but not for all that is kept.
     void make_room() const {
-        std::vector<char> some(100 * 1024);
+        std::vector<char> some(100UL * 1024);
         ASSERT_GT(read(ends[1], some.data(), some.size()), 0);
     }
 

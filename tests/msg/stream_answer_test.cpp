@@ -16,7 +16,6 @@
 namespace zan::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char untouched = '#';

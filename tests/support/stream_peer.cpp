@@ -116,7 +116,7 @@ StreamPeer::~StreamPeer() {
     unlink(address_file);
 }
 
-void StreamPeer::listen() {
+void StreamPeer::listen() const {
     if (::listen(listener_, 16) < 0)
         fail("listen");
 }

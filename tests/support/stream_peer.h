@@ -43,7 +43,7 @@ public:
     StreamPeer &operator=(const StreamPeer &) = delete;
 
     int port() const { return port_; }
-    void listen();
+    void listen() const;
 
     // Answers the next record that is not spoken for yet with these bytes, or, to
     // hang up, by closing the connection.  A record without a reply gets none.
