@@ -4,6 +4,15 @@ include(GoogleTest)
 # Test programs stay out of any sandboxed directory and keep their symbols.
 set(ZAN_SANDBOX ${PROJECT_SOURCE_DIR}/scripts/sandbox)
 
+# Test code is compiled for a short build: optimised, with all debug information
+# and with checks for undefined behaviour it took most of the time. The library,
+# zansim and zanctl have all three. To be linked behind zan_compile.
+add_library(zan_test_compile INTERFACE)
+target_compile_options(zan_test_compile INTERFACE -O0 $<$<CONFIG:Debug>:-g1>)
+if(ZAN_SANITIZE MATCHES undefined)
+  target_compile_options(zan_test_compile INTERFACE -fno-sanitize=undefined)
+endif()
+
 # zan_add_test(NAME SOURCES... [LINK targets...] [LABELS labels...])
 #
 # One GoogleTest program per tested file.  CTest runs every case in a process
@@ -12,9 +21,16 @@ set(ZAN_SANDBOX ${PROJECT_SOURCE_DIR}/scripts/sandbox)
 function(zan_add_test name)
   cmake_parse_arguments(arg "" "" "LINK;LABELS" ${ARGN})
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
-  target_link_libraries(${name} PRIVATE zan_compile zan_test_support ${arg_LINK} GTest::gmock_main)
-  # Optimising test code would take most of the build's time.
-  target_compile_options(${name} PRIVATE -O0)
+  target_link_libraries(${name} PRIVATE
+    zan_compile zan_test_compile zan_test_support ${arg_LINK} GTest::gmock_main)
+  # The first program's are for all; those with C sources do without.
+  get_property(precompiled GLOBAL PROPERTY zan_precompiled_headers)
+  if(NOT precompiled)
+    target_precompile_headers(${name} PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+    set_property(GLOBAL PROPERTY zan_precompiled_headers ${name})
+  elseif(NOT "${arg_UNPARSED_ARGUMENTS}" MATCHES "[.]c(;|$)")
+    target_precompile_headers(${name} REUSE_FROM ${precompiled})
+  endif()
   set_target_properties(${name} PROPERTIES
     CROSSCOMPILING_EMULATOR "${ZAN_SANDBOX};--;${CMAKE_CROSSCOMPILING_EMULATOR}")
   gtest_discover_tests(${name}

@@ -384,8 +384,8 @@ ZAN_API int zan_thread_cancel(void);
 /* ------------------------------------------------------------------------ */
 /*
  * Up to 1024 bytes to one module by name, or to all; longer messages are cut.
- * They reach the receiver's message handler.  A null module or data, or a
- * negative length, gives -1.
+ * They reach the receiver's message handler.  A null module, a negative length,
+ * or null data of a length above 0 gives -1.
  */
 
 /* Over the queue, under the queue lock: the send's result (0), or 1 once the
