@@ -35,6 +35,11 @@ Result<std::string> outcome_of(Daemon &daemon, const Peer &peer, const Received 
     return service->handler(daemon, {received.record, peer});
 }
 
+Reply reply_to(const Record &request) {
+    const Service *const service = find_service(request.type, request.cmd);
+    return service == nullptr ? Reply::same_command : service->reply;
+}
+
 // Who answers for a class.
 std::string_view answering_name(std::int32_t type) {
     return type == ZAN_CLASS_CFG ? "ZAN_CFG" : "ZAN";
@@ -52,8 +57,7 @@ void Daemon::serve(const Peer &peer, const Received &received) {
             module->pid = request.pid;
     }
     const Result<std::string> outcome = outcome_of(*this, peer, received);
-    const Service *const service = find_service(request.type, request.cmd);
-    if (service == nullptr || service->awaited)
+    if (reply_to(request) != Reply::none)
         answer(peer, request, outcome);
     else if (!outcome)
         trace_.note("no answer to " + request.src + ": " + outcome.error().text);
@@ -62,7 +66,7 @@ void Daemon::serve(const Peer &peer, const Received &received) {
 void Daemon::answer(const Peer &peer, const Record &request, const Result<std::string> &outcome) {
     Record answer;
     answer.type = request.type;
-    answer.cmd = request.cmd;
+    answer.cmd = reply_to(request) == Reply::acknowledgement ? int{ZAN_MESSAGE_ACK} : request.cmd;
     answer.dst = request.src;
     answer.src = answering_name(request.type);
     answer.pid = getpid();
@@ -118,12 +122,15 @@ void Daemon::notify(const Peer &peer, std::int32_t cmd, std::string payload) {
     record.time = static_cast<std::int32_t>(time(nullptr));
     record.payload = std::move(payload);
     ++statistics.notifications;
-    trace_.sent(peer.address, record);
-    const Delivery delivery = peer.link->notify(peer.address, record);
-    account(peer, delivery);
+    forward(peer, record);
 }
 
-void Daemon::account(const Peer &peer, Delivery delivery) {
+Delivery Daemon::forward(const Peer &peer, const Record &record) {
+    trace_.sent(peer.address, record);
+    return account(peer, peer.link->notify(peer.address, record));
+}
+
+Delivery Daemon::account(const Peer &peer, Delivery delivery) {
     switch (delivery) {
     case Delivery::sent:
         break;
@@ -138,6 +145,7 @@ void Daemon::account(const Peer &peer, Delivery delivery) {
         ++statistics.dropped;
         break;
     }
+    return delivery;
 }
 
 void Daemon::enrol(const Peer &peer, Module module) {

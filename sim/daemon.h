@@ -24,6 +24,7 @@ struct Statistics {
     std::uint64_t requests = 0;
     std::uint64_t notifications = 0;
     std::uint64_t dropped = 0;
+    std::uint64_t command_lines = 0;
 };
 
 // The state that the services work on, and the way answers and notifications
@@ -44,6 +45,9 @@ public:
     // Tells who subscribed to the event.
     void raise_event(std::int32_t code);
 
+    // Hands a module a record of another module.
+    Delivery forward(const Peer &peer, const Record &record);
+
     // Drops a module that cannot be reached any more, with its subscriptions.
     void forget(const Peer &peer);
 
@@ -61,11 +65,12 @@ public:
     Modules modules;
     Subscriptions subscriptions;
     Statistics statistics;
+    std::string last_command_line;
 
 private:
     void answer(const Peer &peer, const Record &request, const Result<std::string> &outcome);
     void notify(const Peer &peer, std::int32_t cmd, std::string payload);
-    void account(const Peer &peer, Delivery delivery);
+    Delivery account(const Peer &peer, Delivery delivery);
 
     std::mutex mutex_;
     Trace &trace_;

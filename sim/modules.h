@@ -4,8 +4,10 @@
 #include "peer.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace zan::sim {
@@ -16,9 +18,12 @@ struct Module {
     int pid = 0; // 0 while unknown
 };
 
-// Who is registered.  A module may have several queues: each is an entry.
+// Who is registered.  A module may have several queues: each is an entry, and
+// the module is found by that of its lowest instance.
 class Modules {
 public:
+    using Entry = std::pair<const Peer, Module>;
+
     // Takes the place of an earlier entry of this peer.
     void add(const Peer &peer, Module module) { modules_[peer] = std::move(module); }
     bool remove(const Peer &peer) { return modules_.erase(peer) != 0; }
@@ -28,14 +33,23 @@ public:
         return found == modules_.end() ? nullptr : &found->second;
     }
 
-    // The entry of the lowest instance; null when the name is not registered.
-    const Module *find(std::string_view name) const {
-        const Module *best = nullptr;
-        for (const auto &[peer, module] : modules_) {
-            if (module.name == name && (best == nullptr || module.instance < best->instance))
-                best = &module;
+    // Null when the name is not registered.
+    const Entry *find(std::string_view name) const {
+        const Entry *best = nullptr;
+        for (const Entry &entry : modules_) {
+            if (entry.second.name == name &&
+                (best == nullptr || entry.second.instance < best->second.instance))
+                best = &entry;
         }
         return best;
+    }
+
+    // Each name once.
+    std::set<std::string> names() const {
+        std::set<std::string> all;
+        for (const auto &[peer, module] : modules_)
+            all.insert(module.name);
+        return all;
     }
 
     std::size_t size() const { return modules_.size(); }

@@ -55,6 +55,7 @@ enum Code : int {
     kNoQueue = -117,
     kWriteOnly = -118,
     kTooManySubscriptions = -119,
+    kUnreachable = -120,
 };
 
 } // namespace zan::sim

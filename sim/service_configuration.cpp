@@ -13,12 +13,12 @@ namespace {
 Result<int> pid_of(const Daemon &daemon, std::string_view name) {
     if (name == "ZAN" || name == "ZAN_CFG")
         return static_cast<int>(getpid());
-    const Module *const module = daemon.modules.find(name);
-    if (module == nullptr)
-        return Error{kUnknownModule, "unknown module: " + escape(name)};
-    if (module->pid <= 0)
+    const Modules::Entry *const entry = daemon.modules.find(name);
+    if (entry == nullptr)
+        return unknown_module(name);
+    if (entry->second.pid <= 0)
         return Error{kUnknownModule, "pid not known: " + escape(name)};
-    return module->pid;
+    return entry->second.pid;
 }
 
 } // namespace

@@ -51,9 +51,11 @@ constexpr std::array kServices{
     Service{ZAN_CLASS_CFG, ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid},
     Service{ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "register", none, none, register_module},
     Service{ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "unregister", none, none, unregister_module},
-    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, "send", bytes, none, nullptr},
-    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, false},
-    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND, "send-unconfirmed", bytes, none, nullptr, false},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, "send", bytes, none, send_to_module,
+            Reply::acknowledgement},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, Reply::none},
+    Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND, "send-unconfirmed", bytes, none, send_to_module,
+            Reply::none},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE, "watch", watch, none, watch_value},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_EVENT, "await-event", event, none, await_event},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_VALUE, "unwatch", text, none, unwatch_value},
@@ -61,16 +63,21 @@ constexpr std::array kServices{
             ignore_event},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_EVENT, "event", event, event, nullptr},
-    Service{ZAN_CLASS_ACTION, 1, "event-result", bytes, none, nullptr, false},
-    Service{ZAN_CLASS_CONTROL, 0, "command-line", text, none, nullptr, false},
-    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, false},
-    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, "send-all", bytes, none, nullptr},
+    Service{ZAN_CLASS_ACTION, 1, "event-result", bytes, none, nullptr, Reply::none},
+    Service{ZAN_CLASS_CONTROL, 0, "command-line", text, none, note_command_line, Reply::none},
+    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, Reply::none},
+    Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, "send-all", bytes, none, send_to_all,
+            Reply::acknowledgement},
 };
 
 } // namespace
 
 std::string_view Request::text() const {
     return until_nul(record.payload);
+}
+
+Error unknown_module(std::string_view name) {
+    return {kUnknownModule, "unknown module: " + escape(name)};
 }
 
 const Service *find_service(std::int32_t type, std::int32_t cmd) {

@@ -33,6 +33,13 @@ enum class Form {
     bytes,
 };
 
+// What the sender of a command waits for.
+enum class Reply {
+    same_command,
+    acknowledgement, // command 2 of the class
+    none,
+};
+
 // What zansim knows of one command.  A command without handler is refused.
 struct Service {
     std::int32_t type;
@@ -41,11 +48,13 @@ struct Service {
     Form request;
     Form answer;
     Handler handler;
-    bool awaited = true; // the sender waits for an answer
+    Reply reply = Reply::same_command;
 };
 
 // Null for a command that does not exist.
 const Service *find_service(std::int32_t type, std::int32_t cmd);
+
+Error unknown_module(std::string_view name);
 
 // "CFG" for 1; empty for a class that does not exist.
 std::string_view class_name(std::int32_t type);
@@ -57,6 +66,13 @@ Result<std::string> get_array(Daemon &daemon, const Request &request);
 Result<std::string> add_instance(Daemon &daemon, const Request &request);
 Result<std::string> delete_node(Daemon &daemon, const Request &request);
 Result<std::string> module_pid(Daemon &daemon, const Request &request);
+
+// service_control.cpp
+Result<std::string> note_command_line(Daemon &daemon, const Request &request);
+
+// service_message.cpp
+Result<std::string> send_to_module(Daemon &daemon, const Request &request);
+Result<std::string> send_to_all(Daemon &daemon, const Request &request);
 
 // service_registration.cpp
 Result<std::string> register_module(Daemon &daemon, const Request &request);

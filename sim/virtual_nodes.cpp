@@ -46,6 +46,12 @@ constexpr std::array kNodes{
         "notifications",
         [](const Daemon &daemon) { return std::to_string(daemon.statistics.notifications); },
         nullptr},
+    VirtualNode{
+        "command_lines",
+        [](const Daemon &daemon) { return std::to_string(daemon.statistics.command_lines); },
+        nullptr},
+    VirtualNode{"last_command_line", [](const Daemon &daemon) { return daemon.last_command_line; },
+                nullptr},
     VirtualNode{"dropped",
                 [](const Daemon &daemon) { return std::to_string(daemon.statistics.dropped); },
                 nullptr},

@@ -85,7 +85,8 @@ TEST_F(Trace, MarksWhatIsMalformedAndWhatIsPassedOver) {
     Fields astray = module().request(6, 1, "");
     astray.mtype = zansim().answer_queue();
     module().send(astray);
-    module().send(module().request(8, 0, "ls"));
+    module().send(module().request(7, 1, "x"));
+    module().send(module().request(4, 4, "x"));
     module().get("/a");
     const std::string all = lines();
     EXPECT_NE(all.find("in  class-6 1 TESTER -> ZAN queue=" + std::to_string(module().queue()) +
@@ -97,7 +98,29 @@ TEST_F(Trace, MarksWhatIsMalformedAndWhatIsPassedOver) {
                        std::to_string(zansim().answer_queue()) + " is not the queue of a module\n"),
               std::string::npos)
         << all;
-    EXPECT_NE(all.find("--  no answer to TESTER: CONTROL command-line is not served\n"),
+    EXPECT_NE(all.find("--  no answer to TESTER: ACTION event-result is not served\n"),
+              std::string::npos)
+        << all;
+    EXPECT_NE(all.find("--  no answer to TESTER: unknown module: ZAN\n"), std::string::npos) << all;
+}
+
+TEST_F(Trace, ShowsMessagesAndCommandLines) {
+    start(simple, {"--trace"});
+    const auto other = another_module("OTHER");
+    Fields message = module().request(4, 1, "hello");
+    message.dst = "OTHER";
+    module().call(make_record(message));
+    module().send(module().request(8, 0, std::string("reboot\0\0", 8)));
+    module().get("/a");
+    const std::string all = lines();
+    const std::string queue = "queue=" + std::to_string(module().queue());
+    EXPECT_NE(all.find("in  MESSAGE send TESTER -> OTHER " + queue + " pid=4242 len=5 \"hello\"\n" +
+                       "out MESSAGE send TESTER -> OTHER queue=" + std::to_string(other->queue()) +
+                       " pid=4242 result=0 len=5 \"hello\"\n" +
+                       "out MESSAGE acknowledge ZAN -> TESTER " + queue +
+                       " pid=" + std::to_string(zansim().pid()) + " result=1 len=0\n" +
+                       "in  CONTROL command-line TESTER -> ZAN " + queue +
+                       " pid=4242 len=8 \"reboot\"\n"),
               std::string::npos)
         << all;
 }
