@@ -26,22 +26,12 @@ constexpr const char *footer = R"(
 Exit codes: 0 done, 1 refused, with the daemon's text on standard error,
             2 usage, 3 no daemon, or no answer from it in time.)";
 
-// The name is part of a file name and travels in a field of the record.
-std::string check_name(const std::string &name) {
-    if (name.empty() || name.size() >= ZAN_NAME_SIZE)
-        return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";
-    for (const char c : name)
-        if (c <= ' ' || c == '/' || c == '\x7f')
-            return "a module name has no blanks, control characters or slashes";
-    return {};
-}
-
 // Both before and after the command, whichever comes to mind.
 void add_common_options(CLI::App &app, Arguments &arguments) {
     app.add_flag("--json", arguments.json, "Print one JSON object per line");
     app.add_option("--name", arguments.name, "Module name to register under (default: zanctl-PID)")
         ->option_text("NAME")
-        ->check(check_name);
+        ->check(check_module_name);
     app.add_option("--timeout", arguments.timeout, "Longest wait for each answer (default: 5)")
         ->option_text("SECONDS")
         ->check(CLI::Range(0.01, 86400.0));
@@ -72,10 +62,22 @@ void report(const CLI::App &app, const CLI::ParseError &error, CommandLine &resu
 
 } // namespace
 
+// The name is part of a file name and travels in a field of the record.
+std::string check_module_name(const std::string &name) {
+    if (name.empty() || name.size() >= ZAN_NAME_SIZE)
+        return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";
+    for (const char c : name)
+        if (c <= ' ' || c == '/' || c == '\x7f')
+            return "a module name has no blanks, control characters or slashes";
+    return {};
+}
+
 CommandLine parse_command_line(int argc, char **argv) {
     CommandLine result;
     result.arguments.name = "zanctl-" + std::to_string(getpid());
-    CLI::App app("Reads, writes and watches the configuration of a running zan daemon.", "zanctl");
+    CLI::App app("Reads, writes and watches the configuration of a running zan daemon, and "
+                 "sends messages to its modules.",
+                 "zanctl");
     app.set_version_flag("--version", version);
     app.footer(footer);
     add_common_options(app, result.arguments);

@@ -20,6 +20,8 @@ struct Arguments {
     std::vector<std::string> paths;
     std::string value;
     std::string module;
+    std::string text; // of a message or a command line
+    bool acknowledged = false;
     std::vector<int> events;
     unsigned count = 0; // of notifications to wait for; 0: no end
     bool time = false;
@@ -34,6 +36,9 @@ struct CommandLine {
 
     bool runs() const { return arguments.command != nullptr; }
 };
+
+// Why a name cannot be a module's, or empty.
+std::string check_module_name(const std::string &name);
 
 CommandLine parse_command_line(int argc, char **argv);
 

@@ -13,6 +13,7 @@ namespace zan::ctl {
 namespace {
 
 constexpr const char *cfg_module = "ZAN_CFG";
+constexpr const char *core_module = "ZAN";
 
 // ---- arguments
 
@@ -55,26 +56,82 @@ void define_set(CLI::App &app, Arguments &arguments) {
     app.footer("Write -- before a VALUE that begins with a dash.");
 }
 
-void define_module(CLI::App &app, Arguments &arguments) {
-    app.add_option("MODULE", arguments.module, "The name it has registered under")
+CLI::Option *add_module(CLI::App &app, Arguments &arguments) {
+    return app.add_option("MODULE", arguments.module, "The name it has registered under")
         ->option_text(" ")
         ->required();
 }
 
-void define_watch(CLI::App &app, Arguments &arguments) {
-    add_paths(app, arguments)->description("Values or subtrees to watch");
+void define_module(CLI::App &app, Arguments &arguments) {
+    add_module(app, arguments);
+}
+
+void add_arrival_options(CLI::App &app, Arguments &arguments) {
     app.add_option("--event", arguments.events, "Event code to watch; may be repeated")
         ->option_text("CODE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--count", arguments.count, "End after so many notifications")
+    app.add_option("--count", arguments.count, "End after so many lines")
         ->option_text("N")
         ->check(CLI::PositiveNumber);
-    app.add_flag("--time", arguments.time, "Say when each notification came");
+    app.add_flag("--time", arguments.time, "Say when each came");
+}
+
+void define_watch(CLI::App &app, Arguments &arguments) {
+    add_paths(app, arguments)->description("Values or subtrees to watch");
+    add_arrival_options(app, arguments);
     app.parse_complete_callback([&arguments] {
         if (arguments.paths.empty() && arguments.events.empty())
             throw CLI::RequiredError("PATH or --event");
     });
+}
+
+// The library would cut a longer one without a word.
+constexpr std::size_t longest_text = 1024;
+
+std::string check_text(const std::string &text) {
+    if (text.size() > longest_text)
+        return "a message has at most " + std::to_string(longest_text) + " characters";
+    return {};
+}
+
+std::string check_command_line(const std::string &text) {
+    if (text.empty() || text.size() > longest_text)
+        return "a command line has 1 to " + std::to_string(longest_text) + " characters";
+    return {};
+}
+
+void define_text(CLI::App &app, Arguments &arguments) {
+    app.add_option("TEXT", arguments.text, "The message; \"\" for an empty one")
+        ->option_text(" ")
+        ->required()
+        ->check(check_text);
+    app.footer("Write -- before a TEXT that begins with a dash.");
+}
+
+void define_send(CLI::App &app, Arguments &arguments) {
+    add_module(app, arguments)->check(check_module_name);
+    define_text(app, arguments);
+    app.add_flag("--ack", arguments.acknowledged, "Wait for the daemon's acknowledgement");
+}
+
+void define_control(CLI::App &app, Arguments &arguments) {
+    app.add_option("CMDLINE", arguments.text, "A command line for the daemon, as one word")
+        ->option_text(" ")
+        ->required()
+        ->check(check_command_line);
+}
+
+void define_listen(CLI::App &app, Arguments &arguments) {
+    app.add_option("NAME", arguments.name, "Module name to register under, as with --name")
+        ->option_text(" ")
+        ->check(check_module_name);
+    app.add_option("--watch", arguments.paths, "Value or subtree to watch; may be repeated")
+        ->option_text("PATH")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(check_path);
+    add_arrival_options(app, arguments);
 }
 
 // ---- running
@@ -174,6 +231,39 @@ int run_pid(Session &session, const Arguments &arguments, Output &output) {
     });
 }
 
+int run_send(Session &session, const Arguments &arguments, Output &output) {
+    return attempt(arguments.module, [&] {
+        Json json = {{"module", arguments.module}, {"text", arguments.text}};
+        if (arguments.acknowledged) {
+            session.request({ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, arguments.module.c_str(),
+                             arguments.text});
+            json["acknowledged"] = true;
+        } else {
+            session.post([&] {
+                return zan_send(arguments.module.c_str(), arguments.text.data(),
+                                static_cast<int>(arguments.text.size()));
+            });
+        }
+        if (arguments.json)
+            output.line(to_line(json));
+    });
+}
+
+int run_broadcast(Session &session, const Arguments &arguments, Output &output) {
+    return attempt("broadcast", [&] {
+        session.request({ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, core_module, arguments.text});
+        if (arguments.json)
+            output.line(to_line({{"text", arguments.text}, {"acknowledged", true}}));
+    });
+}
+
+int run_control(Session &session, const Arguments &arguments, Output &output) {
+    session.post([&] { return zan_ctl_request(arguments.text.c_str()); });
+    if (arguments.json)
+        output.line(to_line({{"command_line", arguments.text}}));
+    return exit_done;
+}
+
 constexpr Command table[] = {
     {"get", "Print values", define_paths, run_get},
     {"set", "Write a value", define_set, run_set},
@@ -184,6 +274,10 @@ constexpr Command table[] = {
     {"del", "Delete a node or an instance", define_paths, run_del},
     {"watch", "Print changes and events as they come", define_watch, run_watch},
     {"pid", "Print the process id of a module", define_module, run_pid},
+    {"send", "Send a message to a module", define_send, run_send},
+    {"broadcast", "Send a message to all modules", define_text, run_broadcast},
+    {"listen", "Print messages as they come", define_listen, run_listen},
+    {"control", "Hand the daemon a command line to carry out", define_control, run_control},
 };
 
 } // namespace

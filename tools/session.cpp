@@ -45,6 +45,12 @@ void require_daemon() {
     }
 }
 
+// Messages are acknowledged by a command of its own, all else by the same.
+int answer_command(const zan_body &request) {
+    const bool message = request.type == ZAN_CLASS_MESSAGE || request.type == ZAN_CLASS_BROADCAST;
+    return message ? int{ZAN_MESSAGE_ACK} : request.cmd;
+}
+
 } // namespace
 
 struct Session::Exchange {
@@ -63,7 +69,8 @@ int Session::Exchange::run() {
     errno = 0;
     int result = ZAN_ERR_SEND;
     if (zan_msg_send(g_zan_qid, &request, size()) == 0)
-        result = zan_client_recv_msq_response(request.body.type, request.body.cmd, error, &answer);
+        result = zan_client_recv_msq_response(request.body.type, answer_command(request.body),
+                                              error, &answer);
     reason = errno;
     return result;
 }
@@ -120,7 +127,7 @@ void Session::fill(const Request &request) {
     zan_strcpy(record.body.dst, request.dst, sizeof record.body.dst);
     zan_strcpy(record.body.src, g_module_name, sizeof record.body.src);
     record.body.pid = getpid();
-    if (request.type == ZAN_CLASS_NOTIFY)
+    if (request.type != ZAN_CLASS_CFG)
         record.body.time = static_cast<int32_t>(std::time(nullptr));
     const std::size_t length = std::min(request.payload.size(), sizeof record.body.data - 1);
     std::memcpy(record.body.data, request.payload.data(), length);
@@ -142,6 +149,13 @@ std::string Session::request(const Request &request) {
     return text;
 }
 
+void Session::post(const std::function<int()> &send) {
+    throw_if_interrupted();
+    const Deadline deadline(timeout_);
+    if (send() < 0)
+        lose_daemon(errno, deadline.expired());
+}
+
 // The matcher reports a failed receive as -1, which a daemon may also answer;
 // only the former leaves an error number and no text.
 void Session::fail(int result, bool expired) {
@@ -153,6 +167,11 @@ void Session::fail(int result, bool expired) {
     if (result == ZAN_ERR_SEND && reason == EINVAL && connected())
         throw Refused("a request of " + std::to_string(exchange_->size()) +
                       " bytes is longer than kernel.msgmax allows");
+    lose_daemon(reason, expired);
+}
+
+void Session::lose_daemon(int reason, bool expired) {
+    throw_if_interrupted();
     daemon_silent_ = true;
     if (expired)
         throw no_answer(timeout_);

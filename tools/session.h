@@ -3,6 +3,7 @@
 
 #include <zan.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -30,6 +31,10 @@ public:
     // does not answer, Interrupted.
     std::string request(const Request &request);
 
+    // Runs a send of the library's that nobody answers.  Throws Failure when it
+    // fails, Interrupted.
+    void post(const std::function<int()> &send);
+
     // Whether the daemon still has its queue and leaves this module its own.
     bool connected() const;
     void require_connection() const; // throws Failure
@@ -41,6 +46,7 @@ private:
     void fill(const Request &request);
     double clean_up_seconds() const;
     [[noreturn]] void fail(int result, bool expired);
+    [[noreturn]] void lose_daemon(int reason, bool expired);
 
     std::string name_;
     double timeout_;

@@ -6,6 +6,7 @@
 #include "json.h"
 #include "notification.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -39,6 +40,14 @@ int on_value_changed(char *f1, char *f2, char *f3, char *f6, int f4, int f5) {
 
 int on_event(int event, int /*type*/) {
     arrived.push_back({{"event", event}});
+    return 0;
+}
+
+int on_message(char *data, int len, zan_body *body) {
+    const char *const kind = body->type == ZAN_CLASS_BROADCAST ? "broadcast" : "message";
+    const std::size_t length = static_cast<std::size_t>(std::clamp(len, 0, int{ZAN_DATA_SIZE}));
+    arrived.push_back({{kind, std::string(data, length)},
+                       {"source", std::string(body->src, strnlen(body->src, ZAN_NAME_SIZE))}});
     return 0;
 }
 
@@ -134,13 +143,19 @@ std::string time_text() {
     return text;
 }
 
+std::string followed_by(const std::string &head, const std::string &text) {
+    return text.empty() ? head : head + " " + printable(text);
+}
+
 std::string plain_line(const Json &json) {
     if (json.contains("event"))
         return "event " + std::to_string(json["event"].get<int>());
-    std::string line = json["change"].get<std::string>() + " " + json["path"].get<std::string>();
-    const auto value = printable(json["value"].get<std::string>());
-    if (!value.empty())
-        line += " " + value;
+    for (const std::string kind : {"message", "broadcast"})
+        if (json.contains(kind))
+            return followed_by(kind + " " + printable(json["source"].get<std::string>()),
+                               json[kind]);
+    const std::string line = followed_by(
+        json["change"].get<std::string>() + " " + json["path"].get<std::string>(), json["value"]);
     return json.contains("cut") ? line + "..." : line;
 }
 
@@ -155,12 +170,21 @@ void print(Output &output, const Arguments &arguments, Json json) {
     }
 }
 
+// Of each class that comes unasked, one.
+bool dispatch_arrivals() {
+    static zan_msg record;
+    bool dispatched = false;
+    for (const int type : {ZAN_CLASS_NOTIFY, ZAN_CLASS_MESSAGE, ZAN_CLASS_BROADCAST})
+        dispatched = zan_client_recv_msq_no_wait(&record, type, ZAN_BODY_SIZE) > 0 || dispatched;
+    return dispatched;
+}
+
 // Polled, because the answer to an unsubscription arrives on the same type as
 // the notifications: a receive thread would take it.
 void print_arrivals(Session &session, const Arguments &arguments, Output &output) {
     unsigned printed = 0;
     while (interrupted() == 0) {
-        const bool dispatched = zan_recv_notify_msq() > 0;
+        const bool dispatched = dispatch_arrivals();
         for (; !arrived.empty(); arrived.pop_front()) {
             print(output, arguments, std::move(arrived.front()));
             if (++printed == arguments.count)
@@ -173,18 +197,27 @@ void print_arrivals(Session &session, const Arguments &arguments, Output &output
     }
 }
 
-} // namespace
-
-int run_watch(Session &session, const Arguments &arguments, Output &output) {
+int run(const char *ready, Session &session, const Arguments &arguments, Output &output) {
     zan_set_value_changed_handler2(on_value_changed);
     zan_set_event_handler(on_event);
     Subscriptions subscriptions(session);
     if (!subscribe_all(subscriptions, arguments))
         return exit_refused;
-    // For those who change something once it is watched.
-    std::fputs("zanctl: watching\n", stderr);
+    // For those who change or send something from here on.
+    std::fprintf(stderr, "zanctl: %s\n", ready);
     print_arrivals(session, arguments, output);
     return exit_done;
+}
+
+} // namespace
+
+int run_watch(Session &session, const Arguments &arguments, Output &output) {
+    return run("watching", session, arguments, output);
+}
+
+int run_listen(Session &session, const Arguments &arguments, Output &output) {
+    zan_set_message_handler(on_message);
+    return run("listening", session, arguments, output);
 }
 
 } // namespace zan::ctl

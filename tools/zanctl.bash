@@ -69,13 +69,15 @@ _zanctl() {
     done
 
     local choices=''
-    if [ -n "$skip" ]; then
+    if [[ $word == --watch ]]; then
+        choices=$(_zanctl_paths "$current")
+    elif [ -n "$skip" ]; then
         choices=''
     elif [[ $current == -* ]]; then
         choices=$(_zanctl_options ${command:+"$command"})
     elif [ -z "$command" ]; then
         choices=$(_zanctl_commands)
-    else
+    elif [[ " pid send broadcast listen control " != *" $command "* ]]; then
         choices=$(_zanctl_paths "$current")
     fi
 

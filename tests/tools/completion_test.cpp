@@ -34,7 +34,8 @@ std::vector<std::string> complete(const std::string &line) {
 
 TEST(Completion, OffersTheCommands) {
     EXPECT_THAT(complete("zanctl "),
-                UnorderedElementsAre("get", "set", "count", "array", "add", "del", "watch", "pid"));
+                UnorderedElementsAre("get", "set", "count", "array", "add", "del", "watch", "pid",
+                                     "send", "broadcast", "listen", "control"));
     EXPECT_THAT(complete("zanctl a"), UnorderedElementsAre("array", "add"));
     EXPECT_THAT(complete("zanctl --json --name x w"), ElementsAre("watch"));
 }
@@ -45,6 +46,9 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(complete("zanctl watch /a --"),
                 UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--event",
                                      "--count", "--time"));
+    EXPECT_THAT(complete("zanctl send --"),
+                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--ack"));
+    EXPECT_THAT(complete("zanctl listen wlan --w"), ElementsAre("--watch"));
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
 }
 
@@ -63,6 +67,12 @@ protected:
         daemon.on(class_cfg, 23, answer("1 name=admin level=3\n12 name=guest level=0\n"));
     }
 };
+
+TEST_F(CompletionOfPaths, OffersThemWhereAPathIsWanted) {
+    EXPECT_THAT(complete("zanctl listen --watch /sys/user:12"), ElementsAre("12"));
+    for (const std::string command : {"pid", "send", "broadcast", "listen", "control"})
+        EXPECT_THAT(complete("zanctl " + command + " /sys/user:12"), IsEmpty()) << command;
+}
 
 // Bash replaces only what stands behind the last colon.
 TEST_F(CompletionOfPaths, OffersInstances) {

@@ -29,6 +29,8 @@ TEST_P(Usage, MistakeIsReported) {
 
 const std::string path_length = "PATH: a path has 1 to 1023 characters";
 const std::string path_characters = "PATH: a path has no blanks or control characters";
+const std::string text_length = "TEXT: a message has at most 1024 characters";
+const std::string line_length = "CMDLINE: a command line has 1 to 1024 characters";
 const std::string name_length = "--name: a module name has 1 to 31 characters";
 const std::string name_characters =
     "--name: a module name has no blanks, control characters or slashes";
@@ -53,6 +55,22 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
                     Mistake{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
                     Mistake{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
+                    Mistake{"NoText", {"send", "wlan"}, "TEXT is required"},
+                    Mistake{"NoTextForAll", {"broadcast"}, "TEXT is required"},
+                    Mistake{"NoCommandLine", {"control"}, "CMDLINE is required"},
+                    Mistake{"LongText", {"send", "wlan", std::string(1025, 't')}, text_length},
+                    Mistake{"LongTextForAll", {"broadcast", std::string(1025, 't')}, text_length},
+                    Mistake{"LongCommandLine", {"control", std::string(1025, 't')}, line_length},
+                    Mistake{"EmptyCommandLine", {"control", ""}, line_length},
+                    Mistake{"LongReceiver",
+                            {"send", std::string(32, 'n'), "x"},
+                            "MODULE: a module name has 1 to 31 characters"},
+                    Mistake{"LongListener",
+                            {"listen", std::string(32, 'n')},
+                            "NAME: a module name has 1 to 31 characters"},
+                    Mistake{"BlankInPathToListenFor",
+                            {"listen", "--watch", "/a b"},
+                            "--watch: a path has no blanks or control characters"},
                     Mistake{"NoTimeout",
                             {"get", "--timeout", "0", "/x"},
                             "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
@@ -79,14 +97,14 @@ TEST(Zanctl, HelpListsTheCommands) {
     const Ended ended = run_zanctl({"--help"});
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.error, "");
-    for (const std::string command :
-         {"get", "set", "count", "array", "add", "del", "watch", "pid", "--json", "--name"})
+    for (const std::string command : {"get", "set", "count", "array", "add", "del", "watch", "pid",
+                                      "send", "broadcast", "listen", "control", "--json", "--name"})
         EXPECT_THAT(ended.output, HasSubstr("\n  " + command + " "));
 }
 
 TEST(Zanctl, EveryCommandHasHelpOfItsOwn) {
-    for (const std::string command :
-         {"get", "set", "count", "array", "add", "del", "watch", "pid"}) {
+    for (const std::string command : {"get", "set", "count", "array", "add", "del", "watch", "pid",
+                                      "send", "broadcast", "listen", "control"}) {
         const Ended ended = run_zanctl({command, "--help"});
         EXPECT_EQ(ended.status, exit_done) << command;
         EXPECT_THAT(ended.output, HasSubstr("Usage: zanctl " + command + " [OPTIONS] "));
