@@ -269,6 +269,15 @@ TEST_F(Message, ToAllComesToNoQueueOfItsSender) {
     expect_nothing_for(module());
 }
 
+TEST_F(Message, ToAllComesToNobodyWhoseNameItsSenderBears) {
+    const RawModule namesake(zansim(), "OTHER");
+    const Fields sent = from(namesake, class_broadcast, cmd_send_all, "", "x");
+    EXPECT_TRUE(same_record(namesake.call(make_record(sent)),
+                            namesake.answer(class_broadcast, cmd_ack, 1)));
+    expect_delivered(module(), sent);
+    expect_nothing_for(*other);
+}
+
 TEST_F(Message, ToAllPassesOverAModuleThatHasGone) {
     const auto third = another_module("THIRD");
     other->remove_queue();

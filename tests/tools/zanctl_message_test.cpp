@@ -112,6 +112,40 @@ TEST_F(ZanctlMessage, WithoutAcknowledgementEndsInTime) {
     EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: no answer within 0.2 seconds\n"));
 }
 
+// Registered with a daemon that then reads no further, on a queue without room.
+class ZanctlWithFullQueue : public ZanctlMessage {
+protected:
+    Ended end_blocked(const std::vector<std::string> &arguments, int signal = 0) {
+        daemon.on(class_registration, 0, {{.held = true}, {.held = true}});
+        Program program(zanctl_command(arguments));
+        daemon.wait_for_records(1);
+        EXPECT_GT(fill_queue(daemon.request_queue(), 1), 0);
+        daemon.release();
+        if (signal != 0)
+            program.signal(signal);
+        return finish(program);
+    }
+};
+
+TEST_F(ZanctlWithFullQueue, SendEndsInTime) {
+    const Ended ended = end_blocked({"send", "--timeout", "2", "wlan", "x"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_THAT(ended.error, testing::EndsWith("zanctl: no daemon: no answer within 2 seconds\n"));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlWithFullQueue, ControlEndsInTime) {
+    const Ended ended = end_blocked({"control", "--timeout", "2", "ls"});
+    EXPECT_EQ(ended.status, exit_no_daemon);
+    EXPECT_THAT(ended.error, testing::EndsWith("zanctl: no daemon: no answer within 2 seconds\n"));
+    expect_left_nothing();
+}
+
+TEST_F(ZanctlWithFullQueue, SendEndsAtASignal) {
+    EXPECT_EQ(end_blocked({"send", "--timeout", "60", "wlan", "x"}, SIGTERM).status, 128 + SIGTERM);
+    expect_left_nothing();
+}
+
 TEST_F(ZanctlMessage, ListenSurvivesAnyLengthAndName) {
     Program listener(zanctl_command({"listen", "wlan", "--count", "3"}));
     ASSERT_TRUE(listener.read_error_until("zanctl: listening\n"));
