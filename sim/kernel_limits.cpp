@@ -21,7 +21,7 @@ struct Limit {
 // A queue of twice the longest record takes it beside unread notifications.
 constexpr std::array kLimits{
     Limit{"kernel.msgmax", "/proc/sys/kernel/msgmax", ZAN_BODY_SIZE, 65536},
-    Limit{"kernel.msgmnb", "/proc/sys/kernel/msgmnb", 2 * ZAN_BODY_SIZE, 1048576},
+    Limit{"kernel.msgmnb", "/proc/sys/kernel/msgmnb", 2L * ZAN_BODY_SIZE, 1048576},
 };
 
 long read_number(const char *file) {

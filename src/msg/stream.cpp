@@ -19,7 +19,7 @@ namespace zan {
 namespace {
 
 constexpr int first_buffer_size = 1124;
-constexpr int64_t refused_total = 2 * 1024 * 1024;
+constexpr int64_t refused_total = int64_t{2} * 1024 * 1024;
 constexpr int slow_answer_timeout_ms = 50'000;
 constexpr int answer_timeout_ms = 60'000;
 
@@ -94,7 +94,7 @@ constinit SetAside *g_msg_queue = nullptr;
 
 // A copy of the received record with a NUL behind it; null without memory.
 HeapText copy_received(int payload) {
-    const auto size = static_cast<std::size_t>(ZAN_HEADER_SIZE + payload);
+    const auto size = ZAN_HEADER_SIZE + static_cast<std::size_t>(payload);
     HeapText copy(static_cast<char *>(std::malloc(size + 1)));
     if (copy != nullptr) {
         std::memcpy(copy.get(), g_recv_buffer, size);
