@@ -33,6 +33,11 @@ function(zan_add_test name)
   endif()
   set_target_properties(${name} PROPERTIES
     CROSSCOMPILING_EMULATOR "${ZAN_SANDBOX};--;${CMAKE_CROSSCOMPILING_EMULATOR}")
+  # The thread sanitizer's build is for what uses threads or locks.
+  if(ZAN_SANITIZE STREQUAL "thread" AND NOT "thread" IN_LIST arg_LABELS)
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    return()
+  endif()
   gtest_discover_tests(${name}
     TEST_PREFIX ${name}.
     DISCOVERY_MODE PRE_TEST

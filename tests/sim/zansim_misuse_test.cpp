@@ -43,7 +43,7 @@ TEST_F(Misuse, OfTheLengthIsAnswered) {
 }
 
 TEST_F(Misuse, OfTheSizeIsAnsweredWhenTheRecordSaysByWhom) {
-    for (const std::size_t size : {4, 8, 50, 99}) {
+    for (const std::size_t size : {4U, 8U, 50U, 99U}) {
         Fields cut = module().request(class_cfg, cmd_get, "");
         cut.msgsz = size;
         const SizedRecord answer = module().call(make_record(cut));
