@@ -8,7 +8,7 @@
 
 namespace zan::ctl {
 
-Output::Output() : stream_(nullptr) {
+Output::Output() {
     const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (own >= 0)
         stream_ = fdopen(own, "w");

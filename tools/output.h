@@ -20,7 +20,7 @@ public:
     void line(std::string_view text);
 
 private:
-    std::FILE *stream_;
+    std::FILE *stream_ = nullptr;
 };
 
 } // namespace zan::ctl

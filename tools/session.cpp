@@ -142,7 +142,7 @@ std::string Session::request(const Request &request) {
     const int result = exchange_->run();
     // The text lives until the next request: copied before the lock goes.
     const char *const answer = exchange_->answer.ptr;
-    const std::string text = result >= 0 && answer != nullptr ? answer : "";
+    std::string text = result >= 0 && answer != nullptr ? answer : "";
     zan_api_unlock();
     if (result < 0)
         fail(result, deadline.expired());
