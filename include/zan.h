@@ -653,6 +653,47 @@ ZAN_API int zan_strtol(const char *text, char **end, int base, int32_t *value);
 ZAN_API int zan_strtoul(const char *text, char **end, int base, uint32_t *value);
 
 /* ------------------------------------------------------------------------ */
+/* Fields                                                                    */
+/* ------------------------------------------------------------------------ */
+/*
+ * A run of fields in a buffer of the caller's, without padding, in the byte order of
+ * the machine: an unsigned 16-bit length n, then n characters of text without NUL,
+ * or then, with n 4, a 32-bit number.  *pos is the next field and *room the bytes
+ * left; every call moves both along.  A null pos or room counts as no room.
+ *
+ * Writers that find too little room return 0 and leave both as they are.  Readers
+ * then set *room to 0 and leave *pos, so that every later read fails too: read all
+ * fields, then look at *room once.  What is read must have readable bytes behind its
+ * room, 2 for get_string and get_string2 and 4 for get_int: a last field may reach
+ * so far, and leaves *room negative.
+ */
+
+/* Appends a text of up to 65535 characters; null counts as empty.  The buffer needs
+ * one byte behind the room, for a NUL that the next field overwrites.  The bytes
+ * used, or 0 after "fill string = TEXT failed". */
+ZAN_API int fill_string(char **pos, int *room, const char *text);
+
+/* Appends a number: 6, or 0 after "fill int = VALUE failed". */
+ZAN_API int fill_int(char **pos, int *room, int value);
+
+/* Reads a text: a buffer of the library's, the same at every call, with the first
+ * 1024 characters; more print "### warning: get_string data len > 1024".  Empty when
+ * there is no field; one that is longer than the room prints
+ * "get string failed data len = LENGTH, buf len = 0".  For one thread at a time. */
+ZAN_API char *get_string(char **pos, int *room);
+
+/* The same into dst, of size bytes, which is returned; a longer text is cut and
+ * prints the warning above, with 1024 whatever the size; one of exactly size
+ * characters loses the last without it.  Without dst, with a size of 0 or less, and
+ * when there is no field, the result is a buffer of the library's, another than that
+ * of get_string. */
+ZAN_API char *get_string2(char **pos, int *room, char *dst, int size);
+
+/* Reads a number: 0 also when there is none; a field of another length prints
+ * "get int failed data len = LENGTH, buf len = ROOM". */
+ZAN_API int get_int(char **pos, int *room);
+
+/* ------------------------------------------------------------------------ */
 /* Processes and files                                                       */
 /* ------------------------------------------------------------------------ */
 
