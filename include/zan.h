@@ -694,6 +694,23 @@ ZAN_API char *get_string2(char **pos, int *room, char *dst, int size);
 ZAN_API int get_int(char **pos, int *room);
 
 /* ------------------------------------------------------------------------ */
+/* Time                                                                      */
+/* ------------------------------------------------------------------------ */
+
+/* A time, in seconds since 1970, as UTC: "2020-01-01T12:00:00", without a zone.  0
+ * stands for an unknown time, "0001-01-01T00:00:00Z", for which buf must have 21
+ * bytes whatever its size; any other text that does not fit size leaves an empty
+ * one, and with size 0 nothing is written.  Returns buf. */
+ZAN_API char *time_string(char *buf, unsigned int size, int32_t t);
+
+/* Reads such a text, with or without the "-" and ":": as UTC when "Z", a fraction of
+ * seconds or an offset such as "+01:00" or "+0100" follows, otherwise as local time.
+ * An offset needs two digits for its hours; a "-" anywhere means that the date has
+ * dashes.  *t is -1 when the text has no time that fits 32 bits, and 0 for the
+ * unknown time.  1, or 0 when an argument is null. */
+ZAN_API int string_time(const char *text, int32_t *t);
+
+/* ------------------------------------------------------------------------ */
 /* Processes and files                                                       */
 /* ------------------------------------------------------------------------ */
 

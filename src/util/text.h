@@ -16,6 +16,10 @@ constexpr std::size_t bound_of(int size) {
     return static_cast<std::size_t>(size < 5 ? default_bound : size);
 }
 
+constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 // White space as in the C locale, whatever locale the module has set.
 constexpr bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
