@@ -694,7 +694,7 @@ ZAN_API char *get_string2(char **pos, int *room, char *dst, int size);
 ZAN_API int get_int(char **pos, int *room);
 
 /* ------------------------------------------------------------------------ */
-/* Time                                                                      */
+/* Time and hashing                                                          */
 /* ------------------------------------------------------------------------ */
 
 /* A time, in seconds since 1970, as UTC: "2020-01-01T12:00:00", without a zone.  0
@@ -709,6 +709,10 @@ ZAN_API char *time_string(char *buf, unsigned int size, int32_t t);
  * dashes.  *t is -1 when the text has no time that fits 32 bits, and 0 for the
  * unknown time.  1, or 0 when an argument is null. */
 ZAN_API int string_time(const char *text, int32_t *t);
+
+/* 32-bit FNV-1 of the lower-cased text, without the top bit, modulo a modulus above
+ * 0.  Bytes from 128 up are mixed in sign-extended.  A null text counts as empty. */
+ZAN_API uint32_t fnv1_hash(const char *text, int modulus);
 
 /* ------------------------------------------------------------------------ */
 /* Processes and files                                                       */
