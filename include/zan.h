@@ -653,6 +653,45 @@ ZAN_API int zan_strtol(const char *text, char **end, int base, int32_t *value);
 ZAN_API int zan_strtoul(const char *text, char **end, int base, uint32_t *value);
 
 /* ------------------------------------------------------------------------ */
+/* Addresses                                                                 */
+/* ------------------------------------------------------------------------ */
+/*
+ * The validators answer 1 or 0, print nothing and never write into the text.  A
+ * null text is invalid, but to the list validators.
+ */
+
+/* Four numbers of 0 to 255 with three dots between them.  Nothing but digits and
+ * dots passes; the first number that is missing, and those behind it, count as 0:
+ * "1.2.3." is valid.  Leading zeros are decimal. */
+ZAN_API int zan_valid_ipv4_check(const char *text);
+
+/* Such an address that a host can have: the first number is 1 to 223 and not 127,
+ * the last 1 to 254. */
+ZAN_API int zan_is_valid_ipv4(const char *text);
+
+/* A netmask: ones, then zeros.  0.0.0.0 and 255.255.255.255 are masks. */
+ZAN_API int zan_is_valid_ipv4_mask(const char *text);
+
+/* "xx:xx:xx:xx:xx:xx" in hexadecimal digits.  Each pair is read as zan_strtoul
+ * does: its first character may be a plus sign or white space, and two of white
+ * space are 0. */
+ZAN_API int zan_is_valid_macaddr(const char *text);
+
+/* Whether every entry of a comma-separated list is valid; so are the null and the
+ * empty list.  Blanks, as zan_trim has them, may stand around entries, but not
+ * behind the last.  Of an entry with a comma behind it 128 characters are looked
+ * at.  An empty entry is invalid. */
+ZAN_API int zan_is_valid_ipv4_list(const char *text);
+ZAN_API int zan_is_valid_ipv4_mask_list(const char *text);
+ZAN_API int zan_is_valid_mac_list(const char *text);
+
+/* Converts a valid text into 6 bytes, or 6 bytes into 17 lower-case characters and
+ * a NUL: text has room for 18.  0, or -1 when an argument is null or the text is
+ * invalid; then nothing is written. */
+ZAN_API int zan_macstr_to_num(const char *text, unsigned char *mac);
+ZAN_API int zan_macnum_to_str(const unsigned char *mac, char *text);
+
+/* ------------------------------------------------------------------------ */
 /* Fields                                                                    */
 /* ------------------------------------------------------------------------ */
 /*

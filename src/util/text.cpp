@@ -8,17 +8,6 @@
 #include <cstring>
 #include <unistd.h>
 
-namespace zan {
-namespace {
-
-// Taken as signed, so every byte of a multi-byte character is blank too.
-constexpr bool is_blank(char c) {
-    return static_cast<signed char>(c) < 33;
-}
-
-} // namespace
-} // namespace zan
-
 using namespace zan;
 
 char *zan_triml(char *text) {

@@ -16,6 +16,12 @@ constexpr std::size_t bound_of(int size) {
     return static_cast<std::size_t>(size < 5 ? default_bound : size);
 }
 
+// Blank to the trim functions: taken as signed, so every byte of a multi-byte
+// character is blank too.
+constexpr bool is_blank(char c) {
+    return static_cast<signed char>(c) < 33;
+}
+
 constexpr bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
