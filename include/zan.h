@@ -692,6 +692,16 @@ ZAN_API int zan_macstr_to_num(const char *text, unsigned char *mac);
 ZAN_API int zan_macnum_to_str(const unsigned char *mac, char *text);
 
 /* ------------------------------------------------------------------------ */
+/* Lists                                                                     */
+/* ------------------------------------------------------------------------ */
+
+/* Unlinks and frees every node of a circular list but its head.  Head and nodes begin
+ * with two pointers, next and prev; an empty list's head points to itself; nodes come
+ * from malloc().  release, which may be null, is called with each node before it is
+ * freed, and frees only what the node owns.  Returns 1. */
+ZAN_API int free_all_dlist(void *head, int (*release)(void *node));
+
+/* ------------------------------------------------------------------------ */
 /* Fields                                                                    */
 /* ------------------------------------------------------------------------ */
 /*
