@@ -692,6 +692,51 @@ ZAN_API int zan_macstr_to_num(const char *text, unsigned char *mac);
 ZAN_API int zan_macnum_to_str(const unsigned char *mac, char *text);
 
 /* ------------------------------------------------------------------------ */
+/* Paths                                                                     */
+/* ------------------------------------------------------------------------ */
+/*
+ * Pure string work on NUL-terminated paths; nothing is printed.  In an instance
+ * field, the text behind a ":", only the first 31 characters count, and upper and
+ * lower case always differ.  The comparisons answer 0 for a match and 1 for none,
+ * which is also the answer for a null path.
+ */
+
+/* Whether two paths are equal, in either order.  An instance field that begins with
+ * "#" equals any other: "/sys/user:#/name" is "/sys/user:12/name".  At the end of a
+ * path, however, "#" stands for one character: "/sys/user:#" is "/sys/user:3" and not
+ * "/sys/user:12".  nocase: letters elsewhere are equal in either case. */
+ZAN_API int pathcmp(const char *a, const char *b, int nocase);
+
+/* Whether a is the beginning of b (direction 0), or b that of a (otherwise), by
+ * characters: "/A/B" is the beginning of "/A/BC".  "." and "/" are the same.  Before
+ * the walk, direction 0 passes over a leading "." or "/" of a, and then over a leading
+ * "/" of b, or over whatever b begins with when a goes on with another "."; any other
+ * direction passes over the first character of b when b begins with "/" or a with ".",
+ * and over a leading "." or "/" of a. */
+ZAN_API int pathpartcmp(const char *a, const char *b, int direction, int nocase);
+
+/* Whether path is the object of the pattern or one element below it.  "#" in the
+ * pattern stands for one or more digits.  Case matters. */
+ZAN_API int pathobjectcmp(const char *pattern, const char *path);
+
+/* Copies the elements from number start up to but not including number end; ".", "/"
+ * and ":" separate them, and the one behind the last element is copied too; a leading
+ * "/" does not count, nor one more separator when start is not negative.  Counted
+ * from 0 at the left, or from -1 at the right: then end 0 is the end of the path, and a
+ * separator there does not count.  At most size-1 characters go to out, without a
+ * warning; with a size below 1 nothing does.  path and out must not overlap.
+ *     "/A/B/C"  0, 1: "A/"   1, 9: "B/C"   -2, -1: "B/"   -1, 0: "C"
+ * Returns out; an empty text elsewhere, to be left alone, when the path has no such
+ * range; or null for a null argument, and for an empty path counted from the right. */
+ZAN_API char *extract_tr098_path(const char *path, char *out, int size, int start, int end);
+
+/* Collects the instance numbers of a path, the digits behind "." or ":" from its
+ * second character on, into list, which has room for 31 numbers: how many there are,
+ * then the first 30 from left to right.  An instance number of 0 is left out, one that
+ * does not fit 32 bits is the largest that does.  1, or 0 for a null argument. */
+ZAN_API int get_instances_by_path(const char *path, int32_t *list);
+
+/* ------------------------------------------------------------------------ */
 /* Lists                                                                     */
 /* ------------------------------------------------------------------------ */
 
