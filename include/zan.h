@@ -691,6 +691,12 @@ ZAN_API int zan_is_valid_mac_list(const char *text);
 ZAN_API int zan_macstr_to_num(const char *text, unsigned char *mac);
 ZAN_API int zan_macnum_to_str(const unsigned char *mac, char *text);
 
+/* The interface behind which a bridge has learnt a MAC address of 6 bytes: its name
+ * goes into ifname, which has room for 16 bytes.  Returns how many entries of the
+ * bridge's forwarding database were read, or -1; only its first 128 are searched.
+ * Asks the kernel; prints nothing. */
+ZAN_API int get_ifname_from_macaddr(const char *bridge, const unsigned char *mac, char *ifname);
+
 /* ------------------------------------------------------------------------ */
 /* Paths                                                                     */
 /* ------------------------------------------------------------------------ */
