@@ -27,6 +27,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+struct sockaddr;    /* <sys/socket.h> */
 struct sockaddr_in; /* <netinet/in.h> */
 struct sockaddr_un; /* <sys/un.h> */
 
@@ -696,6 +697,32 @@ ZAN_API int zan_macnum_to_str(const unsigned char *mac, char *text);
  * bridge's forwarding database were read, or -1; only its first 128 are searched.
  * Asks the kernel; prints nothing. */
 ZAN_API int get_ifname_from_macaddr(const char *bridge, const unsigned char *mac, char *ifname);
+
+/* ------------------------------------------------------------------------ */
+/* Interfaces and routes                                                     */
+/* ------------------------------------------------------------------------ */
+/*
+ * Questions to the kernel, asked afresh at each call through a socket and the tables
+ * below "/proc/net"; a line longer than the buffer for it is read in pieces, each as a
+ * line.  Texts for an IPv4 address have room for 16 bytes, for an IPv6 address 46, for
+ * an interface name 16: longer names are cut with zan_strcpy's warning.  A null pointer
+ * where one is not allowed is a failure.  When no socket is to be had, "error socket"
+ * is printed; a socket that gets descriptor 0 is left open.
+ */
+
+/* The IPv4 address of an interface: 1, or -1 with ip as it was.  An address of another
+ * family prints "not AF_INET family " and is -1 with ip filled. */
+ZAN_API int get_ip_by_inf(const char *ifname, char *ip);
+
+/* The same for family AF_INET; addr (16 bytes), addrlen and text may each be null.  For
+ * AF_INET6 the first address of the interface that begins with 0x20 goes into text,
+ * and into nothing else: 1, with or without one, 0 when the table cannot be opened, -1
+ * without a socket.  For another family 1 at once. */
+ZAN_API int get_addr_by_inf(int family, const char *ifname, struct sockaddr *addr, int *addrlen,
+                            char *text);
+
+/* The first interface with the address: 1, or 0 with ifname as it was. */
+ZAN_API int get_infname_by_ip(char *ifname, const char *ip);
 
 /* ------------------------------------------------------------------------ */
 /* Paths                                                                     */

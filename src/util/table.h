@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_UTIL_TABLE_H
+#define ZAN_UTIL_TABLE_H
+
+#include <cstddef>
+#include <cstdio>
+
+namespace zan {
+
+// A text table of the kernel's, open for as long as the object lives.
+class Table {
+public:
+    explicit Table(const char *path) : file_(std::fopen(path, "re")) {}
+    ~Table() {
+        if (file_ != nullptr)
+            std::fclose(file_);
+    }
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+
+    bool valid() const { return file_ != nullptr; }
+
+    // The next line with its end; one that does not fit comes in pieces, each as a
+    // line of its own.
+    template<std::size_t size> bool read_line(char (&line)[size]) {
+        return std::fgets(line, static_cast<int>(size), file_) != nullptr;
+    }
+
+private:
+    std::FILE *file_;
+};
+
+} // namespace zan
+
+#endif
