@@ -724,6 +724,27 @@ ZAN_API int get_addr_by_inf(int family, const char *ifname, struct sockaddr *add
 /* The first interface with the address: 1, or 0 with ifname as it was. */
 ZAN_API int get_infname_by_ip(char *ifname, const char *ip);
 
+/* The first route of the table that leads to dest, which need not be the most specific:
+ * the address of its interface, or "", and its gateway, which may be null.  1, or 0
+ * with ifaddr "", or as it was when the table cannot be opened.  dest is read as
+ * inet_addr() does: "10.1" is 10.0.0.1, and, other than in zan_is_valid_ipv4(), a number
+ * with a leading 0 is octal.  One that is no address counts as 255.255.255.255. */
+ZAN_API int get_route_ip(const char *dest, char *ifaddr, char *gateway);
+
+/* The IPv6 address, as get_addr_by_inf has it, of the interface behind the first route
+ * to exactly the network dest, whatever the length of its prefix; "" when there is
+ * none.  Always 0. */
+ZAN_API int get_route6_ip(const char *dest, char *ifaddr);
+
+/* Looks for default routes: those that are up, by a gateway, and without the flags H, R,
+ * D, M or "!".  ifname, which may be null, is the beginning of the interface's name, or
+ * "" to learn it from the first such route.  gateway, which may be null, is in network
+ * byte order.  The whole table is read: with ifname, gateway is in the end that of the
+ * last route that is up, 0 unless it is such a route on that interface; without, that
+ * of the last such route.  A line with too few fields prints "Unsuported kernel route
+ * format"; those that are missing count as 0.  Always 0. */
+ZAN_API int get_default_gw(char *ifname, uint32_t *gateway);
+
 /* ------------------------------------------------------------------------ */
 /* Paths                                                                     */
 /* ------------------------------------------------------------------------ */
