@@ -745,6 +745,16 @@ ZAN_API int get_route6_ip(const char *dest, char *ifaddr);
  * format"; those that are missing count as 0.  Always 0. */
 ZAN_API int get_default_gw(char *ifname, uint32_t *gateway);
 
+/* Counters of an interface, each output alone when it is not null.  A null or empty
+ * name stands for that of the default route; a name is cut at 127 characters, and found
+ * at the end of another one, too.  The multicast counters are the switch's, read for
+ * "eth0.1" to "eth0.4" from "/proc/tc3162/gsw_mib1" to 4: 1, or 0 without that file.
+ * 1 for "eth1".  0 for other names, with the four counters filled, and when there is no
+ * table or no default route.  Counters beyond 32 bits read as the largest number. */
+ZAN_API int get_inf_rx3tx(const char *ifname, uint32_t *rx_packets, uint32_t *rx_bytes,
+                          uint32_t *tx_packets, uint32_t *tx_bytes, uint32_t *rx_multicast,
+                          uint32_t *tx_multicast);
+
 /* ------------------------------------------------------------------------ */
 /* Paths                                                                     */
 /* ------------------------------------------------------------------------ */

@@ -42,6 +42,12 @@ int to_int(const char *text) {
                                              std::numeric_limits<int32_t>::max()));
 }
 
+std::uint32_t to_uint32(const char *text, int base) {
+    const unsigned long value = std::strtoul(text, nullptr, base);
+    return static_cast<std::uint32_t>(
+        std::min<unsigned long>(value, std::numeric_limits<uint32_t>::max()));
+}
+
 } // namespace zan
 
 using namespace zan;
