@@ -1,29 +1,34 @@
 // SPDX-License-Identifier: MIT
 // Values read over the daemon link, and command lines for the daemon.
-#include "cfg/request.h"
+#include "cfg/control.h"
+
+#include "cfg/formatted.h"
 #include "msg/identity.h"
+#include "msg/lock.h"
 #include "msg/stream.h"
 #include "util/number.h"
 
-#include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 namespace zan {
 namespace {
 
-constexpr std::size_t number_size = 256;
-// The whole field travels, however short the command line.
-constexpr int command_line_size = 1025;
+constexpr Command get_over_link = {"ctl_getstr", ZAN_CFG_GET};
+constexpr Line control_report[] = {Line::failure_subject};
+constexpr Command control = control_command("zan_ctl_request", "cmdline", control_report);
 
-int read_over_link(const char *path, char *value, int size) {
+constexpr std::size_t number_size = 256;
+
+int read_over_link(const Formatted &path, char *value, int size) {
+    if (value == nullptr)
+        return ZAN_ERR;
     if (zan_mesh_status() == 0) {
-        std::printf("%s: fail by mesh not ready\n", "ctl_getstr");
+        std::printf("%s: fail by mesh not ready\n", get_over_link.function);
         return ZAN_ERR_MESH;
     }
     const ApiLock lock;
     zan_body &body = api_record().msg.body;
-    begin_request(body, configuration_request("ctl_getstr", ZAN_CFG_GET, path, {}));
+    begin_request(body, text_request(get_over_link, path.text()));
     const int msgsz = ZAN_HEADER_SIZE + body.len;
     convert_byte_order(body);
     const int sent = zan_ipc_send(g_ipc_handle, &body, msgsz);
@@ -41,25 +46,15 @@ int read_over_link(const char *path, char *value, int size) {
 using namespace zan;
 
 int ctl_getstr(char *value, int size, const char *fmt, ...) {
-    if (value == nullptr || fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return read_over_link(path.text(), value, size);
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return read_over_link(path, value, size);
 }
 
 int ctl_getint(const char *fmt, ...) {
-    if (fmt == nullptr)
-        return 0;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
+    ZAN_FORMAT_OR_RETURN(0, path, fmt);
     char number[number_size] = {};
     // The message names the queue's function.
-    if (read_over_link(path.formatted_again().text(), number, sizeof number) != 1)
+    if (read_over_link(path.formatted_again(), number, sizeof number) != 1)
         std::printf("cfg_getint failed for %s\n", path.text());
     return to_int(number);
 }
@@ -68,20 +63,7 @@ int zan_ctl_request(const char *cmdline) {
     if (cmdline == nullptr)
         return ZAN_ERR;
     char text[command_line_size];
-    const int length = zan_strcpy(text, cmdline, sizeof text);
-    zan_msg msg;
-    msg.mtype = g_msq_qid;
-    begin_request(msg.body, {.function = "zan_ctl_request",
-                             .type = ZAN_CLASS_CONTROL,
-                             .cmd = 0,
-                             .destination = "ZAN",
-                             .payload = {text, static_cast<std::size_t>(length)},
-                             .len = command_line_size,
-                             .timed = true});
-    const int sent = zan_msg_send(g_zan_qid, &msg, ZAN_HEADER_SIZE + command_line_size);
-    if (sent < 0) {
-        std::printf("%s:zan_msg_send fail! cmdline=%s\n", "zan_ctl_request", cmdline);
-        return ZAN_ERR_SEND;
-    }
-    return sent;
+    zan_strcpy(text, cmdline, sizeof text);
+    return post(
+        {.command = control, .payload = text, .len = command_line_size, .subject = cmdline});
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Telling the daemon which value changes and events this module wants.
-#include "cfg/request.h"
+#include "msg/request.h"
 
 #include <algorithm>
 #include <climits>
@@ -15,21 +15,33 @@ constexpr std::size_t settings_size = 2;
 constexpr int registered_path_bound = 1024;
 constexpr int unregistered_path_bound = 1025;
 
+constexpr Command subscription(const char *function, int cmd) {
+    return {.function = function,
+            .cmd = cmd,
+            .type = ZAN_CLASS_NOTIFY,
+            .destination = "ZAN",
+            .timed = true};
+}
+constexpr Command register_value_changed =
+    subscription("zan_notify_register_value_changed", ZAN_NOTIFY_REGISTER_VALUE);
+constexpr Command unregister_value_changed =
+    subscription("zan_notify_unregister_value_changed", ZAN_NOTIFY_UNREGISTER_VALUE);
+constexpr Command register_event =
+    subscription("zan_notify_register_event", ZAN_NOTIFY_REGISTER_EVENT);
+constexpr Command unregister_event =
+    subscription("zan_notify_unregister_event", ZAN_NOTIFY_UNREGISTER_EVENT);
+
 // `len` counts the whole path even where its copy was cut.
-int subscribe(const char *function, int cmd, std::string_view payload, std::size_t len) {
-    return exchange_locked({.function = function,
-                            .type = ZAN_CLASS_NOTIFY,
-                            .cmd = cmd,
-                            .destination = "ZAN",
+int subscribe(const Command &command, std::string_view payload, std::size_t len) {
+    return exchange_locked({.command = command,
                             .payload = payload,
-                            .len = static_cast<int>(std::min<std::size_t>(len, INT_MAX / 2)),
-                            .timed = true});
+                            .len = static_cast<int>(std::min<std::size_t>(len, INT_MAX / 2))});
 }
 
-int subscribe_to_event(const char *function, int cmd, int32_t event) {
+int subscribe_to_event(const Command &command, int32_t event) {
     char code[sizeof event];
     std::memcpy(code, &event, sizeof event);
-    return subscribe(function, cmd, {code, sizeof code}, sizeof code);
+    return subscribe(command, {code, sizeof code}, sizeof code);
 }
 
 } // namespace
@@ -45,8 +57,8 @@ int zan_notify_register_value_changed(const char *path, unsigned int option, int
     payload[1] = static_cast<char>(option);
     const auto copied =
         static_cast<std::size_t>(zan_strcpy(payload + settings_size, path, registered_path_bound));
-    return subscribe("zan_notify_register_value_changed", ZAN_NOTIFY_REGISTER_VALUE,
-                     {payload, settings_size + copied}, settings_size + std::strlen(path));
+    return subscribe(register_value_changed, {payload, settings_size + copied},
+                     settings_size + std::strlen(path));
 }
 
 int zan_notify_unregister_value_changed(const char *path) {
@@ -54,14 +66,13 @@ int zan_notify_unregister_value_changed(const char *path) {
         return ZAN_ERR;
     char payload[unregistered_path_bound];
     const auto copied = static_cast<std::size_t>(zan_strcpy(payload, path, sizeof payload));
-    return subscribe("zan_notify_unregister_value_changed", ZAN_NOTIFY_UNREGISTER_VALUE,
-                     {payload, copied}, std::strlen(path));
+    return subscribe(unregister_value_changed, {payload, copied}, std::strlen(path));
 }
 
 int zan_notify_register_event(int event) {
-    return subscribe_to_event("zan_notify_register_event", ZAN_NOTIFY_REGISTER_EVENT, event);
+    return subscribe_to_event(register_event, event);
 }
 
 int zan_notify_unregister_event(int event) {
-    return subscribe_to_event("zan_notify_unregister_event", ZAN_NOTIFY_UNREGISTER_EVENT, event);
+    return subscribe_to_event(unregister_event, event);
 }

@@ -1,35 +1,29 @@
 // SPDX-License-Identifier: MIT
-// Operations on nodes of the configuration tree.
-#include "cfg/request.h"
+// The configuration tree as a whole, and its nodes.
+#include "cfg/formatted.h"
+#include "msg/request.h"
 
 #include <cstdarg>
 
 using namespace zan;
 
+namespace zan {
 namespace {
 
-int request_by_path(const char *function, int cmd, const char *path) {
-    return exchange_locked(configuration_request(function, cmd, path, {"path", path}));
-}
+constexpr Command anchor = {"cfg_anchor", ZAN_CFG_ANCHOR, "path"};
+constexpr Command del = {"cfg_del", ZAN_CFG_DELETE, "path"};
 
 } // namespace
+} // namespace zan
+
+using namespace zan;
 
 int cfg_anchor(const char *fmt, ...) {
-    if (fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return request_by_path("cfg_anchor", ZAN_CFG_ANCHOR, path.text());
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return exchange_locked(text_request(anchor, path.text()));
 }
 
 int cfg_del(const char *fmt, ...) {
-    if (fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return request_by_path("cfg_del", ZAN_CFG_DELETE, path.text());
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return exchange_locked(text_request(del, path.text()));
 }

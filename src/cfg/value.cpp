@@ -1,30 +1,35 @@
 // SPDX-License-Identifier: MIT
-#include "cfg/request.h"
+// Single values of the configuration tree.
+#include "cfg/formatted.h"
+#include "msg/lock.h"
+#include "msg/request.h"
 #include "util/number.h"
 #include "util/text.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 namespace zan {
 namespace {
 
+constexpr Command get = {"cfg_getstr", ZAN_CFG_GET, "path"};
+constexpr Command get_array = {"cfg_getarray", ZAN_CFG_GET_ARRAY, "path"};
+constexpr Command set = {"cfg_setstr", ZAN_CFG_SET, "path"};
+constexpr Command get_module_pid = {"cfg_get_module_pid", ZAN_CFG_MODULE_PID, "module"};
+
 constexpr std::size_t number_size = 256;
 constexpr std::size_t count_path_size = 256;
 constexpr std::size_t set_payload_bound = 2047;
 
-int get_text(const char *function, int cmd, const char *path, char *value, int size) {
-    return exchange_for_text(configuration_request(function, cmd, path, {"path", path}), value,
-                             size);
+int get_text(const Command &command, const Formatted &path, char *value, int size) {
+    return exchange_for_text(text_request(command, path.text()), value, size);
 }
 
-int set_text(const char *path, const char *value) {
+int set_text(const Formatted &path, const char *value) {
     char payload[set_payload_bound];
     // The digit in front is a flag that is always 0; the daemon splits path and
     // value at the first blank.
-    std::snprintf(payload, sizeof payload, "%d%s %s", 0, path, value);
-    return exchange_locked(
-        configuration_request("cfg_setstr", ZAN_CFG_SET, payload, {"path", path}));
+    std::snprintf(payload, sizeof payload, "%d%s %s", 0, path.text(), value);
+    return exchange_locked({.command = set, .payload = payload, .subject = path.text()});
 }
 
 } // namespace
@@ -33,72 +38,41 @@ int set_text(const char *path, const char *value) {
 using namespace zan;
 
 int cfg_getstr(char *value, int size, const char *fmt, ...) {
-    if (value == nullptr || fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return get_text("cfg_getstr", ZAN_CFG_GET, path.text(), value, size);
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return get_text(get, path, value, size);
 }
 
 int cfg_getarray(char *value, int size, const char *fmt, ...) {
-    if (value == nullptr || fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return get_text("cfg_getarray", ZAN_CFG_GET_ARRAY, path.text(), value, size);
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return get_text(get_array, path, value, size);
 }
 
 int cfg_setstr(const char *value, const char *fmt, ...) {
-    if (value == nullptr || fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
-    return set_text(path.text(), value);
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return value != nullptr ? set_text(path, value) : ZAN_ERR;
 }
 
 int cfg_getint(const char *fmt, ...) {
-    if (fmt == nullptr)
-        return 0;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
+    ZAN_FORMAT_OR_RETURN(0, path, fmt);
     char number[number_size] = {};
-    const Path asked = path.formatted_again();
-    if (get_text("cfg_getstr", ZAN_CFG_GET, asked.text(), number, sizeof number) != 1)
+    if (get_text(get, path.formatted_again(), number, sizeof number) != 1)
         std::printf("cfg_getint failed for %s\n", path.text());
     return to_int(number);
 }
 
 int cfg_setint(int value, const char *fmt, ...) {
-    if (fmt == nullptr)
-        return ZAN_ERR;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const Path path(fmt, arguments);
-    va_end(arguments);
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
     char number[16];
     zan_sprintf(number, sizeof number, "%d", value);
-    return set_text(path.formatted_again().text(), number);
+    return set_text(path.formatted_again(), number);
 }
 
 int cfg_getcount(const char *fmt, ...) {
-    if (fmt == nullptr)
-        return 0;
-    va_list arguments;
-    va_start(arguments, fmt);
-    Path path(fmt, arguments, count_path_size);
-    va_end(arguments);
+    ZAN_FORMAT_OR_RETURN(0, path, fmt, count_path_size);
     // Behind an object it asks for the number of its instances.
     path.append('#');
     char number[number_size] = {};
-    get_text("cfg_getstr", ZAN_CFG_GET, path.formatted_again().text(), number, sizeof number);
+    get_text(get, path.formatted_again(), number, sizeof number);
     return to_int(number);
 }
 
@@ -107,10 +81,8 @@ int cfg_get_module_pid(const char *module) {
         return ZAN_ERR;
     char name[default_bound];
     zan_strcpy(name, module, sizeof name);
-    const Request request =
-        configuration_request("cfg_get_module_pid", ZAN_CFG_MODULE_PID, name, {"module", module});
     const ApiLock lock;
     Answer answer;
-    const int result = exchange(request, &answer);
+    const int result = exchange(text_request(get_module_pid, name), &answer);
     return result == 1 && answer.text != nullptr ? to_int(answer.text) : result;
 }

@@ -8,6 +8,20 @@
 #include <cstring>
 #include <unistd.h>
 
+namespace zan {
+
+void format_without_arguments(char *out, std::size_t size, const char *format) {
+    const char *const end = out + size - 1;
+    for (const char *in = format; *in != '\0' && out < end; ++in) {
+        if (in[0] == '%' && in[1] == '%')
+            ++in;
+        *out++ = *in;
+    }
+    *out = '\0';
+}
+
+} // namespace zan
+
 using namespace zan;
 
 char *zan_triml(char *text) {

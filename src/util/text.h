@@ -3,7 +3,6 @@
 #ifndef ZAN_UTIL_TEXT_H
 #define ZAN_UTIL_TEXT_H
 
-#include <cstdarg>
 #include <cstddef>
 
 namespace zan {
@@ -30,6 +29,10 @@ constexpr bool is_digit(char c) {
 constexpr bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
+
+// What a text says as a format that has no arguments: "%%" is all it can say, any
+// other "%" stays as it is.  Cut at size-1 characters; out may be the text itself.
+void format_without_arguments(char *out, std::size_t size, const char *format);
 
 } // namespace zan
 

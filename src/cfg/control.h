@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+// Command lines for the daemon to carry out.
+#ifndef ZAN_CFG_CONTROL_H
+#define ZAN_CFG_CONTROL_H
+
+#include "msg/request.h"
+
+namespace zan {
+
+// The whole field travels, however short the command line.
+inline constexpr int command_line_size = 1025;
+
+constexpr Command control_command(const char *function, const char *label,
+                                  std::span<const Line> report) {
+    return {.function = function,
+            .cmd = 0,
+            .label = label,
+            .type = ZAN_CLASS_CONTROL,
+            .destination = "ZAN",
+            .timed = true,
+            .report = report};
+}
+
+} // namespace zan
+
+#endif

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "msg/request.h"
+
+#include "msg/identity.h"
+#include "msg/lock.h"
+
+#include <cstdio>
+#include <ctime>
+
+namespace zan {
+namespace {
+
+void report_line(const Request &request, Line line) {
+    const Command &command = request.command;
+    switch (line) {
+    case Line::failure:
+        std::printf("%s:zan_msg_send fail!\n", command.function);
+        break;
+    case Line::failure_subject:
+        std::printf("%s:zan_msg_send fail! %s=%s\n", command.function, command.label,
+                    request.subject);
+        break;
+    case Line::subject:
+        if (command.label != nullptr)
+            std::printf("%s: %s=%s\n", command.function, command.label, request.subject);
+        break;
+    case Line::pid:
+        std::printf("%s: pid=%d\n", command.function, own_pid());
+        break;
+    }
+}
+
+} // namespace
+
+void begin_request(zan_body &body, const Request &request) {
+    const Command &command = request.command;
+    begin_body(body, command.type, command.cmd);
+    set_destination(body, command.destination);
+    set_source_to_self(body);
+    set_payload(body, request.payload.data(), request.payload.size(), request.len);
+    body.pid = own_pid();
+    body.arg = request.arg;
+    if (command.timed)
+        body.time = static_cast<int32_t>(std::time(nullptr));
+}
+
+int send_request(zan_msg &msg, const Request &request) {
+    msg.mtype = g_msq_qid;
+    begin_request(msg.body, request);
+    const int sent = zan_msg_send(g_zan_qid, &msg, ZAN_HEADER_SIZE + request.len);
+    if (sent >= 0)
+        return sent;
+    for (const Line line : request.command.report)
+        report_line(request, line);
+    return ZAN_ERR_SEND;
+}
+
+int post(const Request &request) {
+    zan_msg msg;
+    return send_request(msg, request);
+}
+
+int exchange(const Request &request, Answer *answer) {
+    ReceiveRecord &record = api_record();
+    const int sent = send_request(record.msg, request);
+    if (sent < 0)
+        return sent;
+    return match_answer(record, request.command.type, request.command.cmd, nullptr, answer);
+}
+
+int exchange_locked(const Request &request) {
+    const ApiLock lock;
+    return exchange(request);
+}
+
+int exchange_for_text(const Request &request, char *value, int size) {
+    if (value == nullptr)
+        return ZAN_ERR;
+    const ApiLock lock;
+    Answer answer;
+    const int result = exchange(request, &answer);
+    zan_strcpy(value, answer.text, size);
+    return result;
+}
+
+} // namespace zan

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// The one path that every request to the daemon takes; what differs between
+// requests is data.
+#ifndef ZAN_MSG_REQUEST_H
+#define ZAN_MSG_REQUEST_H
+
+#include "msg/answer.h"
+
+#include <span>
+#include <string_view>
+
+namespace zan {
+
+// A line of the report that a failed send prints.
+enum class Line {
+    failure,         // "FUNCTION:zan_msg_send fail!"
+    failure_subject, // "FUNCTION:zan_msg_send fail! LABEL=SUBJECT"
+    subject,         // "FUNCTION: LABEL=SUBJECT", when there is a label
+    pid,             // "FUNCTION: pid=PID"
+};
+inline constexpr Line usual_report[] = {Line::failure, Line::subject, Line::pid};
+inline constexpr Line short_report[] = {Line::failure};
+
+// What the requests of one function have in common.
+struct Command {
+    const char *function; // begins every diagnostic line
+    int cmd;
+    const char *label = nullptr;
+    int type = ZAN_CLASS_CFG;
+    const char *destination = "ZAN_CFG";
+    bool timed = false; // carries the time of sending
+    std::span<const Line> report = usual_report;
+};
+
+struct Request {
+    const Command &command;
+    std::string_view payload = {};
+    int len = static_cast<int>(payload.size()); // of the record; the rest are zeros
+    const char *subject = nullptr;              // of the report
+    int arg = 0;
+};
+
+// A request whose payload is a text, and the report's subject as well.
+inline Request text_request(const Command &command, const char *text) {
+    return {.command = command, .payload = text, .subject = text};
+}
+
+// Fills the record from `type` on.
+void begin_request(zan_body &body, const Request &request);
+
+// Sends without waiting for an answer: the send's result, which is 0, or
+// ZAN_ERR_SEND after the report.
+int send_request(zan_msg &msg, const Request &request);
+// The same on storage of its own, 35 KB of stack.
+int post(const Request &request);
+
+// Sends the request and waits for its answer: 1, ZAN_ERR_SEND after the report,
+// or what the wait returned.  The caller holds the API lock until it is done with
+// the answer.
+int exchange(const Request &request, Answer *answer = nullptr);
+
+// The whole request: lock, exchange, copy of the answer's text, unlock.
+int exchange_locked(const Request &request);
+// ZAN_ERR without a buffer to copy to.
+int exchange_for_text(const Request &request, char *value, int size);
+
+} // namespace zan
+
+#endif
