@@ -552,7 +552,7 @@ ZAN_API int zan_notify_unregister_event(int event);
  */
 
 /* The daemon link over TCP.  A name of "ZAN", in any case, makes the daemon's
- * listening socket at the first free port from 2679 and writes that to
+ * listening socket at the first free port from 2679 to 65535 and writes that to
  * "/tmp/zan.socket"; any other connects a module, non-blocking, to the port in
  * that file and the address in "/tmp/zan.socketip" (192.168.0.1 without one),
  * trying five times 100 ms apart. */
@@ -574,9 +574,9 @@ ZAN_API int zan_socket_write_port_file(int port);
 ZAN_API int zan_get_socket_port(void);
 ZAN_API void zan_get_socket_ip(char *out);
 
-/* The module links over UDP.  A server takes the first free port from 12000 and
- * writes it to "/tmp/MODULE.info".  The address of a module without that file has
- * port 0; the result is the port in network order. */
+/* The module links over UDP.  A server takes the first free port from 12000 to
+ * 65535 and writes it to "/tmp/MODULE.info".  The address of a module without that
+ * file has port 0; the result is the port in network order. */
 ZAN_API int ipc_socket_create_server(const char *module);
 ZAN_API int ipc_socket_create_client(void);
 ZAN_API int ipc_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);

@@ -100,12 +100,15 @@ const sockaddr *generic(const sockaddr_in *address) {
     return reinterpret_cast<const sockaddr *>(address);
 }
 
-// Binds at the first free port from *port upward; false when none is left.
+// Binds at the first free port from *port upward, and leaves that there.  False
+// when none is left: ports may be free again when the next search starts.
 bool bind_upward(int fd, in_addr_t host, int *port) {
-    for (; *port <= last_port; ++*port) {
-        const sockaddr_in address = address_of(host, *port);
-        if (bind(fd, generic(&address), sizeof address) == 0)
+    for (int candidate = *port; candidate <= last_port; ++candidate) {
+        const sockaddr_in address = address_of(host, candidate);
+        if (bind(fd, generic(&address), sizeof address) == 0) {
+            *port = candidate;
             return true;
+        }
     }
     return false;
 }

@@ -94,15 +94,20 @@ TEST_F(ModuleServer, IsNoUseWithoutItsPortFile) {
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
-TEST_F(ModuleServer, RunsOutOfPorts) {
+TEST_F(ModuleServer, RunsOutOfPortsUntilOneIsFreeAgain) {
     ASSERT_TRUE(reserve_ports_below(65535));
-    const Descriptor last = udp_socket(65535);
+    Descriptor last = udp_socket(65535);
     StdoutCapture out;
     const int descriptors = open_descriptors();
     EXPECT_EQ(ipc_socket_create_server("probe"), -1);
     EXPECT_EQ(out.stop(), "");
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_FALSE(file_exists("/tmp/probe.info"));
+    last.reset();
+    const Descriptor fd(ipc_socket_create_server("probe"));
+    ASSERT_GE(fd.get(), 0);
+    EXPECT_EQ(port_of(fd.get()), 65535);
+    EXPECT_EQ(read_file("/tmp/probe.info"), "65535\n");
 }
 
 TEST_F(ModuleServer, ReceivesFromAClientThatLooksItUp) {

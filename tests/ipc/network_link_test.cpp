@@ -101,18 +101,24 @@ TEST_F(DaemonEnd, PassesOverEveryPortThatIsTaken) {
     EXPECT_EQ(read_file(port_file), "2682\n");
 }
 
-TEST_F(DaemonEnd, RunsOutOfPorts) {
+TEST_F(DaemonEnd, RunsOutOfPortsUntilOneIsFreeAgain) {
     // A module's attempt sets the port that the daemon's end starts from.
-    const Descriptor taken = tcp_listener(65535);
+    Descriptor taken = tcp_listener(65535);
     write_file(port_file, "65535\n");
     write_file(address_file, "127.0.0.1\n");
-    const Descriptor module(zan_socket_create("probe"));
+    Descriptor module(zan_socket_create("probe"));
     ASSERT_GE(module.get(), 0);
     unlink(port_file);
     const int descriptors = open_descriptors();
     EXPECT_EQ(zan_socket_create("ZAN"), -1);
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_FALSE(file_exists(port_file));
+    taken.reset();
+    module.reset();
+    const Descriptor fd(zan_socket_create("ZAN"));
+    ASSERT_GE(fd.get(), 0);
+    EXPECT_EQ(port_of(fd.get()), 65535);
+    EXPECT_EQ(read_file(port_file), "65535\n");
 }
 
 TEST_F(DaemonEnd, IsNoUseWithoutItsPortFile) {
