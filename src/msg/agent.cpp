@@ -32,6 +32,7 @@ void build(zan_body &body, int cmd, const char *name, int pid) {
 }
 
 void open_link(const char *name) {
+    restart_stream();
     for (int attempt = 1; attempt <= create_attempts; ++attempt) {
         g_ipc_handle = zan_ipc_create(name, 0);
         if (g_ipc_handle > 0)

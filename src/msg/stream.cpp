@@ -91,6 +91,7 @@ struct SetAside {
     int size;
 };
 constinit SetAside *g_msg_queue = nullptr;
+constinit SetAside **g_msg_queue_end = &g_msg_queue;
 
 // A copy of the received record with a NUL behind it; null without memory.
 HeapText copy_received(int payload) {
@@ -113,19 +114,23 @@ void set_aside(int payload) {
     void *memory = copy != nullptr ? std::calloc(1, sizeof(SetAside)) : nullptr;
     if (memory == nullptr)
         return;
-    auto *node = ::new (memory) SetAside{nullptr, std::move(copy), payload};
-    SetAside **tail = &g_msg_queue;
-    while (*tail != nullptr)
-        tail = &(*tail)->next;
-    *tail = node;
+    *g_msg_queue_end = ::new (memory) SetAside{nullptr, std::move(copy), payload};
+    g_msg_queue_end = &(*g_msg_queue_end)->next;
+}
+
+SetAside *take_first() {
+    SetAside *node = g_msg_queue;
+    g_msg_queue = node->next;
+    if (g_msg_queue == nullptr)
+        g_msg_queue_end = &g_msg_queue;
+    return node;
 }
 
 // Dispatches what was set aside; false when there was nothing.
 bool deliver_set_aside() {
     const bool any = g_msg_queue != nullptr;
     while (g_msg_queue != nullptr) {
-        SetAside *node = g_msg_queue;
-        g_msg_queue = node->next;
+        SetAside *node = take_first();
         dispatch_copy(node->record, node->size);
         node->~SetAside();
         std::free(node);
@@ -178,6 +183,11 @@ int await_record(int type, int cmd, char *err, Answer *answer) {
 }
 
 } // namespace
+
+void restart_stream() {
+    g_recv_pos = 0;
+    g_data_len = 0;
+}
 
 int await_stream_answer(int type, int cmd, char *err, Answer *answer) {
     const int result = await_record(type, cmd, err, answer);

@@ -8,6 +8,10 @@
 
 namespace zan {
 
+// A new link begins with a new record: what an earlier one left half received is
+// dropped.  What was set aside stays for the next poll.
+void restart_stream();
+
 // zan_client_recv_response; `answer` is filled for a value that was read.
 int await_stream_answer(int type, int cmd, char *err, Answer *answer);
 

@@ -269,6 +269,25 @@ TEST_F(RegisterAgent, ReplacesTheLinkItHas) {
     EXPECT_EQ(peer.connections(), 2);
 }
 
+// What the earlier link left of a record is no part of the first one on the new link.
+TEST_F(RegisterAgent, ANewLinkBeginsWithANewRecord) {
+    const Fields whole = {.type = 4, .cmd = 4, .payload = std::string(200, 'x')};
+    const Fields refused = {.type = 4, .cmd = 4, .len = 2 * 1024 * 1024};
+    for (const std::string &left : {stream_bytes(refused, ByteOrder::network),
+                                    stream_bytes(whole, ByteOrder::network).substr(0, 270)}) {
+        mesh_is(settled);
+        daemon_answers(1);
+        ASSERT_GT(register_agent(), 0);
+        peer.deliver(g_ipc_handle, left);
+        while (zan_client_recv(g_ipc_handle, nullptr, 0) == 0 && bytes_waiting(g_ipc_handle) > 0)
+            ;
+        peer.reset();
+    }
+    mesh_is(settled);
+    daemon_answers(1);
+    EXPECT_GT(register_agent(), 0);
+}
+
 TEST_F(RegisterAgent, AHandleOfZeroIsNoLinkToReplace) {
     mesh_is(settled);
     daemon_answers(1);
