@@ -165,6 +165,17 @@ typedef struct zan_resp {
     int len;                  /* bytes of either */
 } zan_resp;
 
+/* A login to check: four items, and a fifth or null; result is the daemon's
+ * number. */
+typedef struct zan_login_req {
+    const char *item1;
+    const char *item2;
+    const char *item3;
+    const char *item4;
+    const char *item5;
+    int result;
+} zan_login_req;
+
 /* A value has changed.  f1 to f3 and f6 are the notification's texts, f4 and
  * f5 its numbers, by position. */
 typedef int (*zan_value_changed_fn)(char *f1, char *f2, char *f3, char *f6, int f4);
@@ -515,6 +526,26 @@ ZAN_API int ctl_getint(const char *fmt, ...) ZAN_PRINTF(1, 2);
  * answer: 0, or ZAN_ERR_SEND after
  * "zan_ctl_request:zan_msg_send fail! cmdline=CMDLINE". */
 ZAN_API int zan_ctl_request(const char *cmdline);
+
+/* ------------------------------------------------------------------------ */
+/* Logins, conversions, the device                                           */
+/* ------------------------------------------------------------------------ */
+/*
+ * Requests as those for configuration; a failed send prints two lines,
+ * "FUNCTION:zan_msg_send fail!" and "FUNCTION: pid=PID".
+ */
+
+/* Has the daemon check a login.  The items travel one per line and are cut at 1022
+ * characters together; the record's length counts them whole, the rest reads as
+ * zeros.  req->result is 0, and on success the daemon's number.  ZAN_ERR when one
+ * of the first four items is null. */
+ZAN_API int zan_loginauth(zan_login_req *req);
+
+/* The user accounts under "/sys/user": cfg_getcount, and cfg_getstr of the name
+ * and the password of account number index. */
+ZAN_API int cfg_getcount_login_account(void);
+ZAN_API int cfg_getstr_login_un(char *value, int size, int index);
+ZAN_API int cfg_getstr_login_pw(char *value, int size, int index);
 
 /* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */

@@ -17,6 +17,7 @@ namespace cmd {
 inline constexpr int get = 1;
 inline constexpr int set = 2;
 inline constexpr int del = 3;
+inline constexpr int login = 19;
 inline constexpr int get_array = 23;
 inline constexpr int anchor = 25;
 inline constexpr int module_pid = 34;

@@ -79,6 +79,7 @@ TEST_F(HeapOfRequests, IsNotUsed) {
     daemon.on(1, 1, answer(std::string(200, '7')));
     daemon.on(1, 34, answer("4711"));
     char text[4000];
+    zan_login_req login = {"a", "b", value.c_str(), "d", "e", 0};
     EXPECT_EQ(allocations_of([&] {
                   cfg_getstr(text, sizeof text, "%s:%d", path.c_str(), 1);
                   cfg_getarray(text, sizeof text, "%s:%d", path.c_str(), 1);
@@ -93,9 +94,10 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_notify_unregister_value_changed("/a");
                   zan_notify_register_event(1);
                   zan_notify_unregister_event(1);
+                  zan_loginauth(&login);
               }),
               0);
-    EXPECT_EQ(daemon.records().size(), 13U);
+    EXPECT_EQ(daemon.records().size(), 14U);
 }
 
 } // namespace

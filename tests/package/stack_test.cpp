@@ -68,6 +68,8 @@ std::ostream &operator<<(std::ostream &out, const Request &request) {
 char g_value[1024];
 const std::string long_path(3000, 'p');
 const std::string long_value(3000, 'v');
+std::string g_long_storage(3000, 't');
+char *const g_long_text = g_long_storage.data();
 
 const Request requests[] = {
     {"cfg_getstr", [] { cfg_getstr(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
@@ -79,6 +81,11 @@ const Request requests[] = {
     {"cfg_get_module_pid", [] { cfg_get_module_pid(long_path.c_str()); }},
     {"cfg_anchor", [] { cfg_anchor("/%s:%d", long_path.c_str(), 1); }},
     {"cfg_del", [] { cfg_del("/%s:%d", long_path.c_str(), 1); }},
+    {"zan_loginauth",
+     [] {
+         zan_login_req login = {"a", "b", "c", g_long_text, g_long_text, 0};
+         zan_loginauth(&login);
+     }},
     {"zan_notify_register_value_changed",
      [] { zan_notify_register_value_changed(long_path.c_str(), 1, 2); }},
     {"zan_notify_unregister_value_changed",
