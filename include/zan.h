@@ -547,6 +547,19 @@ ZAN_API int cfg_getcount_login_account(void);
 ZAN_API int cfg_getstr_login_un(char *value, int size, int index);
 ZAN_API int cfg_getstr_login_pw(char *value, int size, int index);
 
+/* Has the daemon convert a text of up to 1023 characters; mode is the daemon's.  A
+ * longer text is cut, with zan_strcpy's warning. */
+ZAN_API int zan_convert(int mode, char *text);
+
+/* Converts a path, cut at 1022 characters, in one of the daemon's ways: kind is 0
+ * to 9, any other gives ZAN_ERR.  The answer is cut at size-1 characters without a
+ * warning, and at 1023 with zan_strcpy's; value is untouched when size is below 1. */
+ZAN_API int zan_convert_path(char *value, int size, int kind, const char *fmt, ...)
+    ZAN_PRINTF(4, 5);
+
+/* The name of the interface that a path stands for; as cfg_getstr. */
+ZAN_API int zan_cfg_get_ifname(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
 /* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */
 /* ------------------------------------------------------------------------ */

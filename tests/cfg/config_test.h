@@ -18,8 +18,11 @@ inline constexpr int get = 1;
 inline constexpr int set = 2;
 inline constexpr int del = 3;
 inline constexpr int login = 19;
+inline constexpr int convert_path = 22;
 inline constexpr int get_array = 23;
 inline constexpr int anchor = 25;
+inline constexpr int ifname = 29;
+inline constexpr int convert = 31;
 inline constexpr int module_pid = 34;
 } // namespace cmd
 
@@ -44,13 +47,14 @@ inline std::string path_of(std::size_t length) {
 class ConfigTest : public ModuleTest {
 protected:
     // What module "probe" sends to the configuration: every other word is zero.
-    static Fields request(int command, const std::string &payload) {
+    static Fields request(int command, const std::string &payload, int arg = 0) {
         return {.mtype = g_msq_qid,
                 .type = configuration,
                 .cmd = command,
                 .dst = "ZAN_CFG",
                 .src = "probe",
                 .pid = static_cast<std::int32_t>(getpid()),
+                .arg = arg,
                 .payload = payload};
     }
 

@@ -79,6 +79,7 @@ TEST_F(HeapOfRequests, IsNotUsed) {
     daemon.on(1, 1, answer(std::string(200, '7')));
     daemon.on(1, 34, answer("4711"));
     char text[4000];
+    char file[] = "/tmp/file";
     zan_login_req login = {"a", "b", value.c_str(), "d", "e", 0};
     EXPECT_EQ(allocations_of([&] {
                   cfg_getstr(text, sizeof text, "%s:%d", path.c_str(), 1);
@@ -95,9 +96,12 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_notify_register_event(1);
                   zan_notify_unregister_event(1);
                   zan_loginauth(&login);
+                  zan_convert(1, file);
+                  zan_convert_path(text, sizeof text, 1, "%s:%d", path.c_str(), 1);
+                  zan_cfg_get_ifname(text, sizeof text, "%s:%d", path.c_str(), 1);
               }),
               0);
-    EXPECT_EQ(daemon.records().size(), 14U);
+    EXPECT_EQ(daemon.records().size(), 17U);
 }
 
 } // namespace

@@ -86,6 +86,9 @@ const Request requests[] = {
          zan_login_req login = {"a", "b", "c", g_long_text, g_long_text, 0};
          zan_loginauth(&login);
      }},
+    {"zan_convert", [] { zan_convert(1, g_long_text); }},
+    {"zan_convert_path", [] { zan_convert_path(g_value, 5, 1, "/%s:%d", long_path.c_str(), 1); }},
+    {"zan_cfg_get_ifname", [] { zan_cfg_get_ifname(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
     {"zan_notify_register_value_changed",
      [] { zan_notify_register_value_changed(long_path.c_str(), 1, 2); }},
     {"zan_notify_unregister_value_changed",
@@ -111,7 +114,8 @@ INSTANTIATE_TEST_SUITE_P(Of, Stack, testing::ValuesIn(requests),
 TEST_P(Stack, StaysWithinThePromiseWhenAnswered) {
     StdoutCapture output;
     daemon.on(1, 1, answer(std::string(2000, 'x')));
-    daemon.on(1, 23, answer(std::string(2000, 'x')));
+    for (const int cmd : {15, 19, 22, 23, 29})
+        daemon.on(1, cmd, answer(std::string(2000, 'x')));
     expect_promise_kept();
 }
 

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+// Converting names and paths between the daemon's forms.
+#include "cfg/conversion.h"
+
+#include "cfg/formatted.h"
+#include "msg/lock.h"
+#include "msg/request.h"
+#include "util/text.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace zan {
+namespace {
+
+constexpr Command convert = {"zan_convert", ZAN_CFG_CONVERT};
+constexpr Command converted_path = {"zan_convert_path", ZAN_CFG_CONVERT_PATH};
+constexpr Command interface_name = {"zan_cfg_get_ifname", ZAN_CFG_IFNAME};
+
+constexpr int kinds = 10; // one digit of the payload
+
+// A text that fits is bounded once more, by the default; one that does not is cut
+// without a warning.
+void copy_converted(char *value, int size, const char *text) {
+    if (text == nullptr || size < 1)
+        return;
+    const auto room = static_cast<std::size_t>(size);
+    if (std::strlen(text) < room) {
+        zan_strcpy(value, text, 0);
+        return;
+    }
+    std::memcpy(value, text, room - 1);
+    value[room - 1] = '\0';
+}
+
+} // namespace
+
+int convert_path(char *value, int size, int kind, const char *path) {
+    if (value == nullptr || kind < 0 || kind >= kinds)
+        return ZAN_ERR;
+    char payload[ZAN_PATH_SIZE];
+    std::snprintf(payload, sizeof payload, "%d%s", kind, path);
+    const ApiLock lock;
+    Answer answer;
+    const int result = exchange(text_request(converted_path, payload), &answer);
+    copy_converted(value, size, answer.text);
+    return result;
+}
+
+} // namespace zan
+
+using namespace zan;
+
+int zan_convert(int mode, char *text) {
+    if (text == nullptr)
+        return ZAN_ERR;
+    char payload[default_bound];
+    zan_strcpy(payload, text, sizeof payload);
+    return exchange_locked({.command = convert, .payload = payload, .arg = mode});
+}
+
+int zan_convert_path(char *value, int size, int kind, const char *fmt, ...) {
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return convert_path(value, size, kind, path.text());
+}
+
+int zan_cfg_get_ifname(char *value, int size, const char *fmt, ...) {
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    return exchange_for_text(text_request(interface_name, path.text()), value, size);
+}
