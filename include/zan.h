@@ -560,6 +560,29 @@ ZAN_API int zan_convert_path(char *value, int size, int kind, const char *fmt, .
 /* The name of the interface that a path stands for; as cfg_getstr. */
 ZAN_API int zan_cfg_get_ifname(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
 
+/* Facts of the device, read with cfg_getint (whose messages they print) from
+ * "/runtime/hw/model", "/runtime/hw/type" and "/runtime/hw/customer_id" and kept
+ * for the life of the process; 0 is asked for again every time.  Any thread may
+ * ask.  cfg_hw_id_info_init forgets what is kept when it is called first; the
+ * others call it. */
+ZAN_API void cfg_hw_id_info_init(void);
+ZAN_API int cfg_get_hw_model(void);
+ZAN_API int cfg_get_hw_type(void);
+ZAN_API int cfg_get_customer_id(void);
+
+/* The class that the customer id belongs to: 3 and 4 to 2, 48 to 27, any other to
+ * itself. */
+ZAN_API int cfg_get_customize(void);
+
+/* By "/sys/config_type", 1 (Ethernet), 2 (xPON) or 0; 0 also on another hardware
+ * model than 29 or in another class than 14. */
+ZAN_API int cfg_get_q47_wantype(void);
+
+/* 1 when the interface, by name or by a path to convert, contains what the OMCI IP
+ * host refers to, else 0.  A path is a format without arguments, in which only
+ * "%%" stands for something. */
+ZAN_API int cfg_is_iphost_conn(char *name);
+
 /* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */
 /* ------------------------------------------------------------------------ */

@@ -70,6 +70,8 @@ const std::string long_path(3000, 'p');
 const std::string long_value(3000, 'v');
 std::string g_long_storage(3000, 't');
 char *const g_long_text = g_long_storage.data();
+std::string g_path_storage = "/" + long_path;
+char *const g_long_path = g_path_storage.data();
 
 const Request requests[] = {
     {"cfg_getstr", [] { cfg_getstr(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
@@ -89,6 +91,7 @@ const Request requests[] = {
     {"zan_convert", [] { zan_convert(1, g_long_text); }},
     {"zan_convert_path", [] { zan_convert_path(g_value, 5, 1, "/%s:%d", long_path.c_str(), 1); }},
     {"zan_cfg_get_ifname", [] { zan_cfg_get_ifname(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_get_hw_model", cfg_get_hw_model},
     {"zan_notify_register_value_changed",
      [] { zan_notify_register_value_changed(long_path.c_str(), 1, 2); }},
     {"zan_notify_unregister_value_changed",
