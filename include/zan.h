@@ -584,6 +584,23 @@ ZAN_API int cfg_get_q47_wantype(void);
 ZAN_API int cfg_is_iphost_conn(char *name);
 
 /* ------------------------------------------------------------------------ */
+/* Reset and apply                                                           */
+/* ------------------------------------------------------------------------ */
+/* Results and failure lines as above. */
+
+/* Resets a subtree to its defaults. */
+ZAN_API int cfg_reset(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Applies the stored configuration to the running system.  While
+ * "/runtime/app/tr069/config_state" is 1 it sends nothing and returns -1 after
+ * "cfg_apply_all[MODULE]:TR069 doing configuration setting!"; that value is read
+ * first, with cfg_getint, and can change right after. */
+ZAN_API int cfg_apply_all(void);
+
+/* The same for the firewall, whatever that value is. */
+ZAN_API int cfg_apply_firewall_event(void);
+
+/* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */
 /* ------------------------------------------------------------------------ */
 /*

@@ -18,11 +18,14 @@ inline constexpr int get = 1;
 inline constexpr int set = 2;
 inline constexpr int del = 3;
 inline constexpr int login = 19;
+inline constexpr int reset = 21;
 inline constexpr int convert_path = 22;
 inline constexpr int get_array = 23;
 inline constexpr int anchor = 25;
 inline constexpr int ifname = 29;
 inline constexpr int convert = 31;
+inline constexpr int apply_all = 32;
+inline constexpr int apply_firewall = 33;
 inline constexpr int module_pid = 34;
 } // namespace cmd
 

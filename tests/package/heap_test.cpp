@@ -95,13 +95,15 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_notify_unregister_value_changed("/a");
                   zan_notify_register_event(1);
                   zan_notify_unregister_event(1);
+                  cfg_reset("%s:%d", path.c_str(), 1);
+                  cfg_apply_firewall_event();
                   zan_loginauth(&login);
                   zan_convert(1, file);
                   zan_convert_path(text, sizeof text, 1, "%s:%d", path.c_str(), 1);
                   zan_cfg_get_ifname(text, sizeof text, "%s:%d", path.c_str(), 1);
               }),
               0);
-    EXPECT_EQ(daemon.records().size(), 17U);
+    EXPECT_EQ(daemon.records().size(), 19U);
 }
 
 } // namespace

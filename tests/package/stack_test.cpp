@@ -83,6 +83,7 @@ const Request requests[] = {
     {"cfg_get_module_pid", [] { cfg_get_module_pid(long_path.c_str()); }},
     {"cfg_anchor", [] { cfg_anchor("/%s:%d", long_path.c_str(), 1); }},
     {"cfg_del", [] { cfg_del("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_reset", [] { cfg_reset("/%s:%d", long_path.c_str(), 1); }},
     {"zan_loginauth",
      [] {
          zan_login_req login = {"a", "b", "c", g_long_text, g_long_text, 0};
@@ -126,6 +127,21 @@ TEST_P(Stack, StaysWithinThePromiseWhenTheDaemonIsGone) {
     StdoutCapture output;
     daemon.die();
     expect_promise_kept();
+}
+
+// Two requests each, the deepest of those that make several.
+TEST(StackOfSeveralRequests, StaysWithinThePromise) {
+    StdoutCapture output;
+    ScriptedDaemon daemon;
+    ASSERT_GE(zan_register("probe", 7), 0);
+    daemon.on(1, 22, answer(std::string(2000, 'x')));
+    for (const std::function<void()> &call :
+         {std::function<void()>([] { cfg_is_iphost_conn(g_long_path); }),
+          std::function<void()>([] { cfg_apply_all(); })}) {
+        call();
+        EXPECT_LE(stack_used_by(call), promised);
+    }
+    remove_queue(g_msq_qid);
 }
 
 // Which is what the system says: 16 KB on x86-64, more elsewhere.
