@@ -515,6 +515,34 @@ ZAN_API int cfg_anchor(const char *fmt, ...) ZAN_PRINTF(1, 2);
 /* Deletes a node or an instance. */
 ZAN_API int cfg_del(const char *fmt, ...) ZAN_PRINTF(1, 2);
 
+/* Have the daemon load a configuration file, use one, or dump its tree into one.
+ * mode is the daemon's.  A name of more than 1023 characters is cut, with
+ * zan_strcpy's warning.  The second failure line is "FUNCTION: loadfile=FILE", for
+ * cfg_dump "cfg_dump: dumpfile=FILE". */
+ZAN_API int cfg_reload(char *file);
+ZAN_API int cfg_setfile(char *file);
+ZAN_API int cfg_dump(int mode, char *file);
+
+/* Has the daemon print a subtree; mode and extra, which may be null, are the
+ * daemon's.  Path, a blank and extra are cut at 1023 characters together.  The
+ * second failure line is "cfg_print: tmp_path=PATH". */
+ZAN_API int cfg_print(int mode, const char *extra, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* Reads a node's attributes: the address of their text, 0 when there is no answer
+ * or the daemon refuses, or ZAN_ERR_SEND after three lines, the second being
+ * "cfg_getattr: tmp_path=PATH".  HAZARD: the text is not copied.  It is good until
+ * the next request of the process, from any thread.  intptr_t is int on the
+ * target. */
+ZAN_API intptr_t cfg_getattr(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Writes a node's attributes.  Path, a blank and attr are cut at 1022 characters
+ * together.  The second failure line is "cfg_setattr: tmp_path=PATH". */
+ZAN_API int cfg_setattr(const char *attr, const char *fmt, ...) ZAN_PRINTF(2, 3);
+
+/* Writes n bytes to the stream and returns how many were written; n, when there
+ * is no stream or nothing to write.  Not a request. */
+ZAN_API int redirect_output(const void *buf, int n, FILE *stream);
+
 /* Read a value over the daemon link of an agent, under the API lock: as
  * cfg_getstr and cfg_getint (whose message ctl_getint prints), and ZAN_ERR_MESH
  * after "ctl_getstr: fail by mesh not ready", or the socket send's result when

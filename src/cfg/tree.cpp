@@ -2,16 +2,28 @@
 // The configuration tree as a whole, and its nodes.
 #include "cfg/formatted.h"
 #include "msg/request.h"
+#include "util/text.h"
 
-#include <cstdarg>
-
-using namespace zan;
+#include <cstdio>
 
 namespace zan {
 namespace {
 
 constexpr Command anchor = {"cfg_anchor", ZAN_CFG_ANCHOR, "path"};
 constexpr Command del = {"cfg_del", ZAN_CFG_DELETE, "path"};
+constexpr Command reload = {"cfg_reload", ZAN_CFG_RELOAD, "loadfile"};
+constexpr Command set_file = {"cfg_setfile", ZAN_CFG_SET_FILE, "loadfile"};
+constexpr Command dump = {"cfg_dump", ZAN_CFG_DUMP, "dumpfile"};
+constexpr Command print = {"cfg_print", ZAN_CFG_PRINT, "tmp_path"};
+
+// The report names the file as the caller gave it, the record what fits.
+int request_with_file(const Command &command, const char *file, int arg = 0) {
+    if (file == nullptr)
+        return ZAN_ERR;
+    char payload[default_bound];
+    zan_strcpy(payload, file, sizeof payload);
+    return exchange_locked({.command = command, .payload = payload, .subject = file, .arg = arg});
+}
 
 } // namespace
 } // namespace zan
@@ -26,4 +38,35 @@ int cfg_anchor(const char *fmt, ...) {
 int cfg_del(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
     return exchange_locked(text_request(del, path.text()));
+}
+
+int cfg_reload(char *file) {
+    return request_with_file(reload, file);
+}
+
+int cfg_setfile(char *file) {
+    return request_with_file(set_file, file);
+}
+
+int cfg_dump(int mode, char *file) {
+    return request_with_file(dump, file, mode);
+}
+
+int cfg_print(int mode, const char *extra, const char *fmt, ...) {
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    char payload[default_bound];
+    if (extra == nullptr)
+        zan_sprintf(payload, sizeof payload, "%s", path.text());
+    else
+        zan_sprintf(payload, sizeof payload, "%s %s", path.text(), extra);
+    return exchange_locked(
+        {.command = print, .payload = payload, .subject = path.text(), .arg = mode});
+}
+
+int redirect_output(const void *buf, int n, FILE *stream) {
+    if (stream == nullptr || n < 1)
+        return n;
+    if (buf == nullptr)
+        return 0;
+    return static_cast<int>(std::fwrite(buf, 1, static_cast<std::size_t>(n), stream));
 }

@@ -17,6 +17,12 @@ namespace cmd {
 inline constexpr int get = 1;
 inline constexpr int set = 2;
 inline constexpr int del = 3;
+inline constexpr int reload = 4;
+inline constexpr int dump = 5;
+inline constexpr int set_file = 7;
+inline constexpr int print = 12;
+inline constexpr int get_attr = 15;
+inline constexpr int set_attr = 16;
 inline constexpr int login = 19;
 inline constexpr int reset = 21;
 inline constexpr int convert_path = 22;

@@ -95,6 +95,12 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_notify_unregister_value_changed("/a");
                   zan_notify_register_event(1);
                   zan_notify_unregister_event(1);
+                  cfg_reload(file);
+                  cfg_setfile(file);
+                  cfg_dump(1, file);
+                  cfg_print(1, value.c_str(), "%s:%d", path.c_str(), 1);
+                  cfg_getattr("%s:%d", path.c_str(), 1);
+                  cfg_setattr(value.c_str(), "%s:%d", path.c_str(), 1);
                   cfg_reset("%s:%d", path.c_str(), 1);
                   cfg_apply_firewall_event();
                   zan_loginauth(&login);
@@ -103,7 +109,7 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_cfg_get_ifname(text, sizeof text, "%s:%d", path.c_str(), 1);
               }),
               0);
-    EXPECT_EQ(daemon.records().size(), 19U);
+    EXPECT_EQ(daemon.records().size(), 25U);
 }
 
 } // namespace

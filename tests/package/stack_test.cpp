@@ -83,6 +83,10 @@ const Request requests[] = {
     {"cfg_get_module_pid", [] { cfg_get_module_pid(long_path.c_str()); }},
     {"cfg_anchor", [] { cfg_anchor("/%s:%d", long_path.c_str(), 1); }},
     {"cfg_del", [] { cfg_del("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_dump", [] { cfg_dump(1, g_long_text); }},
+    {"cfg_print", [] { cfg_print(1, long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_getattr", [] { cfg_getattr("/%s:%d", long_path.c_str(), 1); }},
+    {"cfg_setattr", [] { cfg_setattr(long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
     {"cfg_reset", [] { cfg_reset("/%s:%d", long_path.c_str(), 1); }},
     {"zan_loginauth",
      [] {

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// The attributes of a node of the configuration tree.
+#include "cfg/formatted.h"
+#include "msg/lock.h"
+#include "msg/request.h"
+
+#include <cstdint>
+
+namespace zan {
+namespace {
+
+constexpr Command get_attr = {"cfg_getattr", ZAN_CFG_GET_ATTR, "tmp_path"};
+constexpr Command set_attr = {"cfg_setattr", ZAN_CFG_SET_ATTR, "tmp_path"};
+
+constexpr std::size_t set_payload_bound = 1023;
+
+} // namespace
+} // namespace zan
+
+using namespace zan;
+
+// The text stays where it was received: in the record that the next request of the
+// process takes.
+intptr_t cfg_getattr(const char *fmt, ...) {
+    ZAN_FORMAT_OR_RETURN(0, path, fmt);
+    const ApiLock lock;
+    ReceiveRecord &record = api_record();
+    if (send_request(record.msg, text_request(get_attr, path.text())) < 0)
+        return ZAN_ERR_SEND;
+    Answer answer;
+    match_answer(record, get_attr.type, get_attr.cmd, nullptr, &answer);
+    return reinterpret_cast<intptr_t>(answer.text);
+}
+
+int cfg_setattr(const char *attr, const char *fmt, ...) {
+    ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
+    if (attr == nullptr)
+        return ZAN_ERR;
+    char payload[set_payload_bound];
+    zan_sprintf(payload, sizeof payload, "%s %s", path.text(), attr);
+    return exchange_locked({.command = set_attr, .payload = payload, .subject = path.text()});
+}
