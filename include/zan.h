@@ -123,6 +123,22 @@ enum zan_notify_cmd {
     ZAN_NOTIFY_EVENT = 8          /* incoming */
 };
 
+/* Action codes: the commands of ZAN_CLASS_ACTION. */
+enum zan_action {
+    ZAN_ACTION_EVENT_RESULT = 1, /* report of an event that was handled */
+    ZAN_ACTION_UPGRADE_FIRMWARE = 2,
+    ZAN_ACTION_UPGRADE_CONFIG = 3,
+    ZAN_ACTION_SAVE_CONFIG = 4,
+    ZAN_ACTION_FACTORY_RESET = 5,
+    ZAN_ACTION_BACKUP_CONFIG = 6,
+    ZAN_ACTION_RUN_SHELL = 7,
+    ZAN_ACTION_REBOOT = 9,
+    ZAN_ACTION_SAVE_CONFIG2 = 10,
+    ZAN_ACTION_SAVE_LOG = 15,
+    ZAN_ACTION_BACKUP_OLD_CONFIG = 16,
+    ZAN_ACTION_FACTORY_RESET_WO_WIFI = 17 /* keeps the Wi-Fi settings */
+};
+
 /* Sizes of the record, in bytes. */
 enum zan_size {
     ZAN_NAME_SIZE = 32,    /* a module name with its terminator */
@@ -627,6 +643,59 @@ ZAN_API int cfg_apply_all(void);
 
 /* The same for the firewall, whatever that value is. */
 ZAN_API int cfg_apply_firewall_event(void);
+
+/* ------------------------------------------------------------------------ */
+/* System actions                                                            */
+/* ------------------------------------------------------------------------ */
+/*
+ * Requests to "ZAN_FAD", in 1136 bytes always.  With a wait of 0 they return 1 once
+ * sent, and the answer stays on the own queue until something polls it; otherwise
+ * they wait and return 1, -1 when the wait fails, or the daemon's negative result.
+ * A send that fails gives ZAN_ERR_SEND after "zan_fad_send:zan_msg_send fail!".  A
+ * negative param travels as 0; a name of more than 1023 characters is cut, with
+ * zan_strcpy's warning, and may be null where no upgrade depends on it.
+ *
+ * HAZARD: none of them takes a lock.  Two waiting actions, or a waiting action and
+ * anything that receives ZAN_CLASS_ACTION or any type, can each read, and drop, the
+ * answer that the other waits for, and the other then waits for good.  They take
+ * 38 KB of stack.
+ */
+
+/* What the others call: cmd is the action code, and so, in all of them, is code,
+ * which travels in the payload. */
+ZAN_API int zan_fad_send(int cmd, int wait, int param, int code, const char *name);
+
+/* A null filename gives ZAN_ERR_REFUSED after "fad: filename can not be empty". */
+ZAN_API int zan_upgrade_firmware(int wait, int param, const char *filename);
+ZAN_API int zan_upgrade_config(int wait, int param, const char *filename);
+
+ZAN_API int zan_save_config(int wait, int param);
+ZAN_API int zan_save_config2(int wait, int param);
+ZAN_API int zan_factory_reset(int wait, int param, const char *name);
+ZAN_API int zan_factory_reset_wo_wifi(int wait, int param, const char *name);
+ZAN_API int zan_backup_config(int wait, int param, const char *name);
+ZAN_API int zan_backup_old_config(int wait, int param, const char *name);
+
+/* Runs a shell command, cut at 511 characters.  A null fmt gives ZAN_ERR_REFUSED
+ * after "fad: unable to run null shell commad!". */
+ZAN_API int zan_run_shell(int wait, int param, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* Runs the shell command "appmgrcmd del sipapp" in the calling thread first. */
+ZAN_API int zan_reboot(int wait);
+
+/* Never waits. */
+ZAN_API int zan_save_log(void);
+
+/* Takes and dispatches one waiting record of any type: results as
+ * zan_client_recv_msq_no_wait, and "zan_fad_recv_msq:receive msq message error,
+ * msgid: QID. Error:REASON" (one line) without an own queue.  HAZARD: takes no lock
+ * and takes records of any type, so also the answer that another thread's request
+ * waits for. */
+ZAN_API int zan_fad_recv_msq(void);
+
+/* Reports the result of an event that was handled: 0, or ZAN_ERR_SEND after
+ * "zan_report_event_result:zan_msg_send fail!". */
+ZAN_API int zan_report_event_result(int event, int result);
 
 /* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */

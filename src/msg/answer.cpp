@@ -97,6 +97,12 @@ constexpr char poll_receive_error[] = "%s:receive msq message error, msgid: %d. 
 
 enum class Storage { callers, own };
 
+int dispatch_received(zan_msg *msg, int received, Storage storage) {
+    const int end = storage == Storage::own ? ZAN_BODY_SIZE : reach_of(msg->body, received);
+    zero_behind(msg->body, received, end);
+    return zan_process_data(&msg->body);
+}
+
 int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
     if (g_msq_qid < 0)
         return -1;
@@ -105,9 +111,17 @@ int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
         return errno == ENOMSG
                    ? 0
                    : report_receive_error(client_receive_error, "zan_client_recv_msq_no_wait");
-    const int end = storage == Storage::own ? ZAN_BODY_SIZE : reach_of(msg->body, received);
-    zero_behind(msg->body, received, end);
-    return zan_process_data(&msg->body);
+    return dispatch_received(msg, received, storage);
+}
+
+int take_next(zan_msg *msg, int msgtyp, int max, Storage storage) {
+    if (g_msq_qid < 0)
+        return -1;
+    const int received = zan_msg_recv(g_msq_qid, msgtyp, msg, max);
+    if (received < 0)
+        return errno == EINTR ? 0
+                              : report_receive_error(client_receive_error, "zan_client_recv_msq2");
+    return dispatch_received(msg, received, storage);
 }
 
 } // namespace
@@ -131,12 +145,17 @@ int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *an
     return 1;
 }
 
-int poll_own_queue(const char *function, int msgtyp) {
+int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg) {
     zan_msg msg;
     const int result = take_waiting(&msg, msgtyp, ZAN_BODY_SIZE, Storage::own);
-    if (result < 0 && errno != ENOMSG)
+    if (result < 0 && (errno != ENOMSG || enomsg == Enomsg::printed))
         report_receive_error(poll_receive_error, function);
     return result;
+}
+
+int await_own_queue() {
+    zan_msg msg;
+    return take_next(&msg, 0, ZAN_BODY_SIZE, Storage::own);
 }
 
 } // namespace zan
@@ -168,14 +187,7 @@ int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max) {
 }
 
 int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max) {
-    if (g_msq_qid < 0)
-        return -1;
-    const int received = zan_msg_recv(g_msq_qid, msgtyp, msg, max);
-    if (received < 0)
-        return errno == EINTR ? 0
-                              : report_receive_error(client_receive_error, "zan_client_recv_msq2");
-    zero_behind(msg->body, received, reach_of(msg->body, received));
-    return zan_process_data(&msg->body);
+    return take_next(msg, msgtyp, max, Storage::callers);
 }
 
 int zan_recv_msq(void) {

@@ -24,9 +24,14 @@ ReceiveRecord &api_record();
 // filled for the commands that answer with text.
 int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer);
 
-// Takes and dispatches one waiting record of the own queue; a failure is printed
-// under the name of `function`.
-int poll_own_queue(const char *function, int msgtyp);
+// Takes and dispatches one waiting record of the own queue; -1, when there is no
+// own queue, is printed under the name of `function`: always, or unless errno
+// happens to say ENOMSG.
+enum class Enomsg { silent, printed };
+int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg = Enomsg::silent);
+
+// The same of any type, but waits for the record; an interruption gives 0.
+int await_own_queue();
 
 } // namespace zan
 

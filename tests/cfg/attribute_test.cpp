@@ -52,8 +52,11 @@ TEST_F(Attributes, StayReadableUntilTheNextRequest) {
     // What is no request of the configuration leaves them alone.
     zan_send("other", "message", 7);
     zan_ctl_request("command line");
+    zan_fad_send(42, 1, 0, 42, "a name");
+    zan_report_event_result(1, 2);
     raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
     zan_recv_msq();
+    zan_fad_recv_msq();
     // From another thread, too, as long as it makes no request.
     std::string seen;
     std::thread([&] { seen = text_at(address); }).join();

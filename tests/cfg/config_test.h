@@ -37,6 +37,7 @@ inline constexpr int module_pid = 34;
 
 inline constexpr int configuration = 1;
 inline constexpr int subscription = 5;
+inline constexpr int action = 7;
 
 inline std::string overflow_warning(const std::string &copied) {
     return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +

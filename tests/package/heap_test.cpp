@@ -107,9 +107,11 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_convert(1, file);
                   zan_convert_path(text, sizeof text, 1, "%s:%d", path.c_str(), 1);
                   zan_cfg_get_ifname(text, sizeof text, "%s:%d", path.c_str(), 1);
+                  zan_run_shell(1, 1, "%s:%d", path.c_str(), 1);
+                  zan_report_event_result(1, 2);
               }),
               0);
-    EXPECT_EQ(daemon.records().size(), 25U);
+    daemon.wait_for_records(27);
 }
 
 } // namespace

@@ -24,6 +24,22 @@ protected:
     ScriptedDaemon daemon;
 };
 
+// Holds the API lock and the queue lock: a call that takes either never returns.
+class BothLocks {
+public:
+    BothLocks() {
+        zan_msq_lock_init();
+        zan_api_lock();
+        zan_msq_lock();
+    }
+    ~BothLocks() {
+        zan_msq_unlock();
+        zan_api_unlock();
+    }
+    BothLocks(const BothLocks &) = delete;
+    BothLocks &operator=(const BothLocks &) = delete;
+};
+
 } // namespace zan::test
 
 #endif
