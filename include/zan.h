@@ -698,6 +698,31 @@ ZAN_API int zan_fad_recv_msq(void);
 ZAN_API int zan_report_event_result(int event, int result);
 
 /* ------------------------------------------------------------------------ */
+/* Firewall                                                                  */
+/* ------------------------------------------------------------------------ */
+/*
+ * A "firewall_cntl" command line for the daemon, cut at 1024 characters, without a
+ * lock or an answer: 0, -1 for a null argument that is needed, or ZAN_ERR_SEND after
+ * "FUNCTION: cmd_line=LINE" and "FUNCTION:zan_msg_send fail!".  Each argument fills
+ * the option of its letter; p, a and k may be null and are then left out.  They take
+ * 38 KB of stack.
+ */
+ZAN_API int zan_firewall_request(const char *f, const char *p);
+ZAN_API int zan_firewall_request2(const char *f, const char *p, const char *a);
+ZAN_API int zan_firewall_request4(const char *f, const char *k);
+
+/* The formatted text behind -C. */
+ZAN_API int zan_firewall_request3(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* "firewall_cntl -b -p P -i I -m M"; p and i are needed. */
+ZAN_API int zan_firewall_l2b_notify(const char *p, const char *i, int m);
+
+/* Waits for the next record of any type and dispatches it, as
+ * zan_client_recv_msq2.  HAZARD: takes no lock and takes records of any type, so also
+ * the answer that another thread's request waits for. */
+ZAN_API int zan_firewall_recv_msq(void);
+
+/* ------------------------------------------------------------------------ */
 /* Subscriptions                                                             */
 /* ------------------------------------------------------------------------ */
 /*

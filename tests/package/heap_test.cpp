@@ -109,9 +109,10 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_cfg_get_ifname(text, sizeof text, "%s:%d", path.c_str(), 1);
                   zan_run_shell(1, 1, "%s:%d", path.c_str(), 1);
                   zan_report_event_result(1, 2);
+                  zan_firewall_request3("%s:%d", path.c_str(), 1);
               }),
               0);
-    daemon.wait_for_records(27);
+    daemon.wait_for_records(28);
 }
 
 } // namespace
