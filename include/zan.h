@@ -16,8 +16,9 @@
  * Threads: requests may be made from any thread once zan_register() has
  * returned.  They hold the process's API lock from before the send until the
  * answer has been copied out, so one request of a process is in flight at a
- * time, and SIGTERM is held off for exactly that long.  No function may be
- * called from a signal handler.
+ * time, and SIGTERM is held off for exactly that long.  System actions, firewall and
+ * control requests and remote management take no lock.  No function may be called
+ * from a signal handler.
  *
  * Declarations not found in this header are not part of the interface.
  */
@@ -367,7 +368,9 @@ ZAN_API int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max);
 ZAN_API int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max);
 
 /* Take and dispatch one waiting direct message, or one notification, on storage
- * of their own (35 KB of stack).  Results as zan_client_recv_msq_no_wait. */
+ * of their own (35 KB of stack).  Results as zan_client_recv_msq_no_wait; without an
+ * own queue they print "FUNCTION:receive msq message error, msgid: QID. Error:REASON"
+ * (one line), unless errno says ENOMSG. */
 ZAN_API int zan_recv_msq(void);
 ZAN_API int zan_recv_notify_msq(void);
 
@@ -431,6 +434,32 @@ ZAN_API int zan_send_all(const char *module, const void *data, int len);
  * zan_send_all, saying so before and after. */
 ZAN_API int zan_send_agent(const char *module, const void *data, int len);
 ZAN_API int zan_send_all_agent(const char *module, const void *data, int len);
+
+/* ------------------------------------------------------------------------ */
+/* Remote management                                                         */
+/* ------------------------------------------------------------------------ */
+/*
+ * Requests to "ZAN_CWMP", sent and collected by separate calls, without a lock: one
+ * thread of the process, with 38 KB of stack.
+ */
+
+/* Sends len bytes, or that many zeros when data is null: 1; -1 when len is
+ * negative or above ZAN_DATA_SIZE; ZAN_ERR_SEND after
+ * "zan_do_cwmp_request:zan_msg_send fail!". */
+ZAN_API int zan_do_cwmp_request(int cmd, const void *data, int len);
+
+/* Waits for the answer to cmd and copies it, as zan_client_recv_msq_response does,
+ * to resp->data: 1, 0 when the answer's arg is 1, or a negative result, which
+ * leaves resp as it was.  Answers to other commands are consumed and lost. */
+ZAN_API int zan_cwmp_recv(int cmd, zan_resp *resp);
+
+/* zan_recv_msq and zan_recv_notify_msq, under names of their own, also in the line
+ * that they print. */
+ZAN_API int zan_cwmp_recv_msq(void);
+ZAN_API int zan_cwmp_recv_notify_msq(void);
+
+/* Prints to "/dev/console", or nothing when that cannot be opened. */
+ZAN_API void zan_dprintf(const char *fmt, ...) ZAN_PRINTF(1, 2);
 
 /* ------------------------------------------------------------------------ */
 /* Mesh agents                                                               */

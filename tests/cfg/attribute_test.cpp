@@ -54,6 +54,7 @@ TEST_F(Attributes, StayReadableUntilTheNextRequest) {
     zan_ctl_request("command line");
     zan_fad_send(42, 1, 0, 42, "a name");
     zan_report_event_result(1, 2);
+    zan_do_cwmp_request(1, "data", 4);
     zan_firewall_request("rule", "port");
     raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
     zan_recv_msq();

@@ -110,9 +110,10 @@ TEST_F(HeapOfRequests, IsNotUsed) {
                   zan_run_shell(1, 1, "%s:%d", path.c_str(), 1);
                   zan_report_event_result(1, 2);
                   zan_firewall_request3("%s:%d", path.c_str(), 1);
+                  zan_do_cwmp_request(1, "data", 4);
               }),
               0);
-    daemon.wait_for_records(28);
+    daemon.wait_for_records(29);
 }
 
 } // namespace
