@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstring>
 #include <functional>
+#include <optional>
 #include <pthread.h>
 #include <utility>
 
@@ -23,34 +24,135 @@ struct Call {
     int type;
     int cmd;
     std::function<int()> make;
-    // The middle line of the failure report.
-    std::string report = {};
+    // The report of a send that fails, behind the function's name; PID stands for the process id.
+    std::vector<std::string> report;
+    // What a failed wait and the daemon's refusal give, where it is not their result.
+    std::optional<int> refusal = {};
 };
 
 std::ostream &operator<<(std::ostream &out, const Call &call) {
     return out << call.name;
 }
 
-char g_value[64]; // where the calls that read put what they get
+std::vector<std::string> about(const std::string &subject) {
+    return {":zan_msg_send fail!", ": " + subject, ": pid=PID"};
+}
+const std::vector<std::string> about_nothing = {":zan_msg_send fail!", ": pid=PID"};
+const std::vector<std::string> in_one_line = {":zan_msg_send fail!"};
 
-const Call calls[] = {
+char g_value[64]; // where the calls that read put what they get
+char g_file[] = "/tmp/a";
+char g_text[] = "text";
+
+// 1 for the text of an answer, as all others say it.
+int attributes_of(const char *path) {
+    const intptr_t text = cfg_getattr("%s", path);
+    if (text == 0 || text == ZAN_ERR_SEND)
+        return static_cast<int>(text);
+    return std::strcmp(reinterpret_cast<const char *>(text), "1") == 0 ? 1 : -99;
+}
+
+int check_login() {
+    zan_login_req login = {"a", "b", "c", "d", nullptr, -1};
+    return zan_loginauth(&login);
+}
+
+// Those that hold the API lock.
+const Call locked_calls[] = {
     {"cfg_getstr", configuration, cmd::get, [] { return cfg_getstr(g_value, 64, "/a:%d", 1); },
-     "path=/a:1"},
+     about("path=/a:1")},
     {"cfg_getarray", configuration, cmd::get_array,
-     [] { return cfg_getarray(g_value, 64, "/a:%d", 2); }, "path=/a:2"},
+     [] { return cfg_getarray(g_value, 64, "/a:%d", 2); }, about("path=/a:2")},
     {"cfg_setstr", configuration, cmd::set, [] { return cfg_setstr("value", "/a:%d", 3); },
-     "path=/a:3"},
+     about("path=/a:3")},
     {"cfg_get_module_pid", configuration, cmd::module_pid,
-     [] { return cfg_get_module_pid("wifi"); }, "module=wifi"},
-    {"cfg_anchor", configuration, cmd::anchor, [] { return cfg_anchor("/a:%d", 4); }, "path=/a:4"},
-    {"cfg_del", configuration, cmd::del, [] { return cfg_del("/a:%d", 5); }, "path=/a:5"},
+     [] { return cfg_get_module_pid("wifi"); }, about("module=wifi")},
+    {"cfg_anchor", configuration, cmd::anchor, [] { return cfg_anchor("/a:%d", 4); },
+     about("path=/a:4")},
+    {"cfg_del", configuration, cmd::del, [] { return cfg_del("/a:%d", 5); }, about("path=/a:5")},
+    {"cfg_reload", configuration, cmd::reload, [] { return cfg_reload(g_file); },
+     about("loadfile=/tmp/a")},
+    {"cfg_setfile", configuration, cmd::set_file, [] { return cfg_setfile(g_file); },
+     about("loadfile=/tmp/a")},
+    {"cfg_dump", configuration, cmd::dump, [] { return cfg_dump(2, g_file); },
+     about("dumpfile=/tmp/a")},
+    // The path alone, not the whole payload.
+    {"cfg_print", configuration, cmd::print, [] { return cfg_print(2, "extra", "/a:%d", 6); },
+     about("tmp_path=/a:6")},
+    {"cfg_getattr", configuration, cmd::get_attr, [] { return attributes_of("/a:7"); },
+     about("tmp_path=/a:7"), 0},
+    {"cfg_setattr", configuration, cmd::set_attr, [] { return cfg_setattr("ro", "/a:%d", 8); },
+     about("tmp_path=/a:8")},
+    {"cfg_reset", configuration, cmd::reset, [] { return cfg_reset("/a:%d", 9); }, about_nothing},
+    {"cfg_apply_firewall_event", configuration, cmd::apply_firewall, cfg_apply_firewall_event,
+     about_nothing},
+    {"zan_loginauth", configuration, cmd::login, check_login, about_nothing},
+    {"zan_convert", configuration, cmd::convert, [] { return zan_convert(2, g_text); },
+     about_nothing},
+    {"zan_convert_path", configuration, cmd::convert_path,
+     [] { return zan_convert_path(g_value, 64, 2, "/a:%d", 10); }, about_nothing},
+    {"zan_cfg_get_ifname", configuration, cmd::ifname,
+     [] { return zan_cfg_get_ifname(g_value, 64, "/a:%d", 11); }, about_nothing},
     {"zan_notify_register_value_changed", subscription, 0,
-     [] { return zan_notify_register_value_changed("/a", 1, 2); }},
-    {"zan_notify_register_event", subscription, 1, [] { return zan_notify_register_event(1); }},
+     [] { return zan_notify_register_value_changed("/a", 1, 2); }, about_nothing},
+    {"zan_notify_register_event", subscription, 1, [] { return zan_notify_register_event(1); },
+     about_nothing},
     {"zan_notify_unregister_value_changed", subscription, 2,
-     [] { return zan_notify_unregister_value_changed("/a"); }},
-    {"zan_notify_unregister_event", subscription, 3, [] { return zan_notify_unregister_event(1); }},
+     [] { return zan_notify_unregister_value_changed("/a"); }, about_nothing},
+    {"zan_notify_unregister_event", subscription, 3, [] { return zan_notify_unregister_event(1); },
+     about_nothing},
 };
+
+// Those that take no lock.
+const Call unlocked_calls[] = {
+    {"zan_fad_send", action, 42, [] { return zan_fad_send(42, 1, 0, 42, "name"); }, in_one_line},
+};
+
+// Those that wait for no answer: the result is the send's, 0, or 1.
+struct Post {
+    const char *name;
+    std::function<int()> make;
+    int result;
+    std::vector<std::string> report;
+};
+
+std::ostream &operator<<(std::ostream &out, const Post &post) {
+    return out << post.name;
+}
+
+std::vector<std::string> with_line(const std::string &line) {
+    return {": cmd_line=firewall_cntl " + line, ":zan_msg_send fail!"};
+}
+
+const Post posts[] = {
+    {"zan_fad_send", [] { return zan_fad_send(42, 0, 0, 42, "name"); }, 1, in_one_line},
+    {"zan_report_event_result", [] { return zan_report_event_result(1, 2); }, 0, in_one_line},
+    {"zan_do_cwmp_request", [] { return zan_do_cwmp_request(1, "data", 4); }, 1, in_one_line},
+    {"zan_ctl_request",
+     [] { return zan_ctl_request("a b"); },
+     0,
+     {":zan_msg_send fail! cmdline=a b"}},
+    {"zan_firewall_request", [] { return zan_firewall_request("F", "P"); }, 0,
+     with_line("-f F -p P")},
+    {"zan_firewall_request2", [] { return zan_firewall_request2("F", "P", "A"); }, 0,
+     with_line("-f F -p P -a A")},
+    {"zan_firewall_request3", [] { return zan_firewall_request3("%d", 3); }, 0, with_line("-C 3")},
+    {"zan_firewall_request4", [] { return zan_firewall_request4("F", "K"); }, 0,
+     with_line("-f F -k K")},
+    {"zan_firewall_l2b_notify", [] { return zan_firewall_l2b_notify("P", "I", 4); }, 0,
+     with_line("-b -p P -i I -m 4")},
+};
+
+// What a send that fails prints about itself.
+std::string report_of(const char *function, const std::vector<std::string> &report) {
+    std::string text;
+    for (std::string line : report) {
+        if (const std::size_t at = line.find("PID"); at != std::string::npos)
+            line.replace(at, 3, std::to_string(getpid()));
+        text += function + line + "\n";
+    }
+    return text;
+}
 
 bool lock_is_free() {
     return LockProbe(zan_api_lock, zan_api_unlock).is_free();
@@ -67,21 +169,19 @@ protected:
     int make() { return GetParam().make(); }
     void answers(const Replies &replies) { daemon.once(GetParam().type, GetParam().cmd, replies); }
 
-    std::string failure_report() const {
-        const std::string name = GetParam().name;
-        const std::string middle =
-            GetParam().report.empty() ? "" : name + ": " + GetParam().report + "\n";
-        return name + ":zan_msg_send fail!\n" + middle + name +
-               ": pid=" + std::to_string(getpid()) + "\n";
-    }
+    static int refused(int result) { return GetParam().refusal.value_or(result); }
+
+    static std::string failure_report() { return report_of(GetParam().name, GetParam().report); }
 
     // The lock is released and SIGTERM let through again, however a request ended.
-    void expect_at_rest() {
+    static void expect_at_rest() {
         EXPECT_TRUE(lock_is_free());
         EXPECT_FALSE(sigterm_is_blocked());
     }
 };
-INSTANTIATE_TEST_SUITE_P(Of, Request, testing::ValuesIn(calls),
+INSTANTIATE_TEST_SUITE_P(Of, Request, testing::ValuesIn(locked_calls),
+                         [](const auto &call) { return call.param.name; });
+INSTANTIATE_TEST_SUITE_P(WithoutLock, Request, testing::ValuesIn(unlocked_calls),
                          [](const auto &call) { return call.param.name; });
 
 // ---- answers ---------------------------------------------------------------
@@ -102,40 +202,25 @@ TEST_P(Request, PassesANegativeResultOnSilently) {
     for (const int result : {-1, -2003, -9001, INT_MIN}) {
         SCOPED_TRACE(result);
         answers(negative(result, "why not"));
-        EXPECT_EQ(make(), result);
+        EXPECT_EQ(make(), refused(result));
         answers(negative(result));
-        EXPECT_EQ(make(), result);
+        EXPECT_EQ(make(), refused(result));
     }
     EXPECT_EQ(output.stop(), "");
     expect_at_rest();
 }
 
-TEST_P(Request, DiscardsAnswersToOtherRequests) {
+TEST_P(Request, DiscardsAnswersToOtherRequestsButLeavesOtherClassesOnTheQueue) {
     answers({{.result = -5, .cmd = 99},
              {.result = -6, .payload = "text", .cmd = 98},
              {.result = -7, .type = 44, .mtype = GetParam().type},
+             {.type = 4, .cmd = 1},
              {.payload = "1"}});
-    EXPECT_EQ(make(), 1);
-    EXPECT_EQ(queue_length(g_msq_qid), 0);
-}
-
-TEST_P(Request, LeavesRecordsOfOtherClassesOnTheQueue) {
-    answers({{.type = 4, .cmd = 1}, {.payload = "1"}});
     EXPECT_EQ(make(), 1);
     EXPECT_EQ(queue_length(g_msq_qid), 1);
 }
 
-TEST_P(Request, WaitsForALateAnswer) {
-    answers({{.payload = "1", .held = true}});
-    int result = 0;
-    Worker worker([&] { result = make(); });
-    EXPECT_TRUE(worker.wait_until_blocked());
-    daemon.release();
-    EXPECT_TRUE(worker.wait_until_done());
-    EXPECT_EQ(result, 1);
-}
-
-TEST_P(Request, SurvivesOneInterruptionOfItsWait) {
+TEST_P(Request, WaitsForALateAnswerAndSurvivesOneInterruption) {
     answers({{.payload = "1", .held = true}});
     StdoutCapture output;
     int result = 0;
@@ -152,47 +237,28 @@ TEST_P(Request, SurvivesOneInterruptionOfItsWait) {
 
 // ---- failures --------------------------------------------------------------
 
-TEST_P(Request, ReportsThatTheDaemonIsGone) {
-    daemon.die();
-    StdoutCapture output;
-    EXPECT_EQ(make(), -2003);
-    EXPECT_EQ(output.stop(), "zan_msg_send qid=" + std::to_string(daemon.request_queue()) +
-                                 " ERROR:Invalid argument\n" + failure_report());
-    expect_at_rest();
-}
-
-TEST_P(Request, ReportsAFailedSendWithoutADaemonKnown) {
+TEST_P(Request, ReportsASendThatFails) {
+    const std::string refused_by_kernel =
+        "zan_msg_send qid=" + std::to_string(daemon.request_queue()) + " ERROR:Invalid argument\n";
+    StdoutCapture without_daemon;
     const int known = std::exchange(g_zan_qid, -1);
-    StdoutCapture output;
     EXPECT_EQ(make(), -2003);
-    EXPECT_EQ(output.stop(), failure_report());
-    expect_at_rest();
     g_zan_qid = known;
-}
+    EXPECT_EQ(without_daemon.stop(), failure_report());
+    expect_at_rest();
 
-TEST_P(Request, FailsWhenTheOwnQueueGoesDuringTheWait) {
-    answers(never());
-    StdoutCapture output;
-    int result = 0;
-    Worker worker([&] { result = make(); });
-    ASSERT_TRUE(worker.wait_until_blocked());
-    remove_queue(g_msq_qid);
-    EXPECT_TRUE(worker.wait_until_done());
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(output.stop(),
-              "zan_msg_recv qid=" + std::to_string(g_msq_qid) + " ERROR:Identifier removed\n");
-    EXPECT_TRUE(lock_is_free());
-}
-
-TEST_P(Request, FailsWithoutAnOwnQueue) {
+    // A record cannot have -1 for its queue type.
+    StdoutCapture without_own_queue;
     const int own = std::exchange(g_msq_qid, -1);
-    StdoutCapture output;
-    const int result = make();
+    EXPECT_EQ(make(), -2003);
     g_msq_qid = own;
-    // A record cannot have -1 for its queue type: the send is refused.
-    EXPECT_EQ(result, -2003);
-    EXPECT_EQ(output.stop(), "zan_msg_send qid=" + std::to_string(daemon.request_queue()) +
-                                 " ERROR:Invalid argument\n" + failure_report());
+    EXPECT_EQ(without_own_queue.stop(), refused_by_kernel + failure_report());
+    expect_at_rest();
+
+    StdoutCapture after_daemon;
+    daemon.die();
+    EXPECT_EQ(make(), -2003);
+    EXPECT_EQ(after_daemon.stop(), refused_by_kernel + failure_report());
     expect_at_rest();
 }
 
@@ -215,19 +281,47 @@ TEST_P(Request, ReportsThatTheDaemonWentDuringTheSend) {
     g_zan_qid = known;
 }
 
-// ---- the lock --------------------------------------------------------------
-
-TEST_P(Request, HoldsTheLockUntilItsAnswerIsIn) {
-    answers({{.payload = "1", .held = true}});
-    Worker worker([&] { make(); });
+TEST_P(Request, FailsWhenTheOwnQueueGoesDuringTheWait) {
+    answers(never());
+    StdoutCapture output;
+    int result = 1;
+    Worker worker([&] { result = make(); });
     ASSERT_TRUE(worker.wait_until_blocked());
-    const LockProbe probe(zan_api_lock, zan_api_unlock);
-    EXPECT_FALSE(probe.is_free());
-    daemon.release();
-    EXPECT_TRUE(probe.wait_until_free());
+    remove_queue(g_msq_qid);
+    EXPECT_TRUE(worker.wait_until_done());
+    EXPECT_EQ(result, refused(-1));
+    EXPECT_EQ(output.stop(),
+              "zan_msg_recv qid=" + std::to_string(g_msq_qid) + " ERROR:Identifier removed\n");
+    EXPECT_TRUE(lock_is_free());
 }
 
-TEST_P(Request, SendsNothingWhileAnotherThreadHoldsTheLock) {
+// A daemon that dies takes the answer along: only signals end the wait.
+TEST_P(Request, WaitsForADeadDaemonUntilItIsInterruptedTwice) {
+    answers(die());
+    StdoutCapture output;
+    int result = 1;
+    Worker worker([&] { result = make(); });
+    ASSERT_TRUE(worker.wait_until_blocked());
+    EXPECT_FALSE(queue_exists(daemon.request_queue()));
+    const std::string qid = std::to_string(g_msq_qid);
+    worker.interrupt();
+    EXPECT_TRUE(output.wait_for("EINTR[" + qid + "]:retry...\n"));
+    ASSERT_TRUE(worker.wait_until_blocked());
+    worker.interrupt();
+    EXPECT_TRUE(worker.wait_until_done());
+    EXPECT_EQ(result, refused(-1));
+    EXPECT_EQ(output.stop(), "EINTR[" + qid + "]:retry...\nRetry fail[zan_msg_recv] qid=" + qid +
+                                 " ERROR:Interrupted system call\n");
+    EXPECT_TRUE(lock_is_free());
+}
+
+// ---- the lock --------------------------------------------------------------
+
+class RequestLock : public Request {};
+INSTANTIATE_TEST_SUITE_P(Of, RequestLock, testing::ValuesIn(locked_calls),
+                         [](const auto &call) { return call.param.name; });
+
+TEST_P(RequestLock, IsWaitedForBeforeAnythingIsSent) {
     zan_api_lock();
     Worker worker([&] { make(); });
     EXPECT_TRUE(worker.wait_until_blocked());
@@ -240,7 +334,7 @@ TEST_P(Request, SendsNothingWhileAnotherThreadHoldsTheLock) {
 
 std::atomic<int> g_terminations{0};
 
-TEST_P(Request, HoldsSigtermOffUntilItsAnswerIsIn) {
+TEST_P(RequestLock, IsHeldAndSigtermHeldOffUntilTheAnswerIsIn) {
     struct sigaction action {};
     action.sa_handler = [](int) { ++g_terminations; };
     sigemptyset(&action.sa_mask);
@@ -257,14 +351,71 @@ TEST_P(Request, HoldsSigtermOffUntilItsAnswerIsIn) {
         terminations_after = g_terminations;
     });
     ASSERT_TRUE(worker.wait_until_blocked());
+    const LockProbe probe(zan_api_lock, zan_api_unlock);
+    EXPECT_FALSE(probe.is_free());
     pthread_kill(thread, SIGTERM);
     ASSERT_TRUE(worker.wait_until_blocked());
     EXPECT_EQ(g_terminations, 0);
     daemon.release();
     EXPECT_TRUE(worker.wait_until_done());
+    EXPECT_TRUE(probe.wait_until_free());
     EXPECT_EQ(result, 1);
     EXPECT_EQ(terminations_after, 1);
     EXPECT_EQ(output.stop(), ""); // the wait was not interrupted
+}
+
+class LocklessRequest : public Request {};
+INSTANTIATE_TEST_SUITE_P(Of, LocklessRequest, testing::ValuesIn(unlocked_calls),
+                         [](const auto &call) { return call.param.name; });
+
+TEST_P(LocklessRequest, TakesNoLock) {
+    zan_msq_lock_init();
+    zan_api_lock();
+    zan_msq_lock();
+    EXPECT_EQ(make(), 1);
+    zan_msq_unlock();
+    zan_api_unlock();
+    EXPECT_EQ(daemon.records().size(), 1U);
+}
+
+// ---- sending alone ---------------------------------------------------------
+
+class Posted : public ConfigTest, public testing::WithParamInterface<Post> {};
+INSTANTIATE_TEST_SUITE_P(By, Posted, testing::ValuesIn(posts),
+                         [](const auto &post) { return post.param.name; });
+
+// Neither lock is needed, and what waits on the own queue is not read.
+TEST_P(Posted, TakesNoLockAndNoAnswer) {
+    for (const int type : {1, 2, 7, 8})
+        raw_send(g_msq_qid, {.mtype = type, .type = type, .cmd = 42, .result = -5});
+    for (const int type : {2, 7, 8})
+        for (const int cmd : {0, 1, 42})
+            daemon.on(type, cmd, never());
+    zan_msq_lock_init();
+    zan_api_lock();
+    zan_msq_lock();
+    StdoutCapture output;
+    EXPECT_EQ(GetParam().make(), GetParam().result);
+    EXPECT_EQ(output.stop(), "");
+    zan_msq_unlock();
+    zan_api_unlock();
+    daemon.wait_for_records(1);
+    EXPECT_EQ(queue_length(g_msq_qid), 4);
+}
+
+TEST_P(Posted, ReportsASendThatFails) {
+    const std::string report = report_of(GetParam().name, GetParam().report);
+    StdoutCapture without_daemon;
+    const int known = std::exchange(g_zan_qid, -1);
+    EXPECT_EQ(GetParam().make(), -2003);
+    g_zan_qid = known;
+    EXPECT_EQ(without_daemon.stop(), report);
+
+    StdoutCapture after_daemon;
+    daemon.die();
+    EXPECT_EQ(GetParam().make(), -2003);
+    EXPECT_EQ(after_daemon.stop(),
+              "zan_msg_send qid=" + std::to_string(known) + " ERROR:Invalid argument\n" + report);
 }
 
 // ---- several requests ------------------------------------------------------
