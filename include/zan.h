@@ -772,6 +772,88 @@ ZAN_API int zan_notify_register_event(int event);
 ZAN_API int zan_notify_unregister_event(int event);
 
 /* ------------------------------------------------------------------------ */
+/* Event messages                                                            */
+/* ------------------------------------------------------------------------ */
+/*
+ * Modules tell each other of events in flat JSON objects of strings.  The text
+ * does not say which event it is: sender and receiver have agreed on that.
+ */
+
+/* A row for each event: its kind, what the names of its two functions end in, and
+ * the keys of its members in order.  EVENT is a macro (kind, name, keys...). */
+#define ZAN_EVENTS(EVENT)                                                                          \
+    EVENT(easymesh, easymesh_event_msg, "Type", "Action", "ALMACAddress", "Value")                 \
+    EVENT(palumesh, palumesh_event_msg, "Type", "Action", "Value")                                 \
+    EVENT(wan, wan_event_msg, "IP", "Mask", "Gateway", "DNS", "Interface")                         \
+    EVENT(wifi_sniffer, wifi_sniffer_event_msg, "Action")                                          \
+    EVENT(ser2net, ser2net_event_msg, "Action", "CFGPath")                                         \
+    EVENT(firewall, firewall_event_msg, "Function", "Action", "CFGPath", "Value")                  \
+    EVENT(neighbor, kelso_neighbor_info, "SerialNumber", "Ssid", "Bssid24G", "Bssid5G",            \
+          "Channel24G", "Channel5G")
+
+/* The encoders print the object without blanks, members in the order of the
+ * arguments, cut at size-1 characters and ended by a NUL; size 0 writes nothing.
+ * A null argument leaves its member out.  Always 0; when memory runs out the text
+ * is empty.
+ *
+ * The decoders copy each member that the text has into its buffer, cut at size-1
+ * characters and ended by a NUL, an empty text for a member that is no string.
+ * The buffer of a member that is missing stays as it was, so clear it before; a
+ * null buffer and one of size 0 are passed over.  Keys are found in any case and
+ * order, the first of two; other members, and anything behind the object, do not
+ * matter.  0, or -1 after "FUNCTION:cJSON format error..." when the text is null or
+ * does not parse, or memory runs out.
+ *
+ * All use the heap, take no lock and may be called from any thread. */
+ZAN_API int encode_easymesh_event_msg(const char *type, const char *action, const char *al_mac,
+                                      const char *value, char *out, unsigned int size);
+ZAN_API int decode_easymesh_event_msg(char *type, unsigned int type_size, char *action,
+                                      unsigned int action_size, char *al_mac,
+                                      unsigned int al_mac_size, char *value,
+                                      unsigned int value_size, const char *text);
+
+ZAN_API int encode_palumesh_event_msg(const char *type, const char *action, const char *value,
+                                      char *out, unsigned int size);
+ZAN_API int decode_palumesh_event_msg(char *type, unsigned int type_size, char *action,
+                                      unsigned int action_size, char *value,
+                                      unsigned int value_size, const char *text);
+
+ZAN_API int encode_wan_event_msg(const char *ip, const char *mask, const char *gateway,
+                                 const char *dns, const char *interface, char *out,
+                                 unsigned int size);
+ZAN_API int decode_wan_event_msg(char *ip, unsigned int ip_size, char *mask, unsigned int mask_size,
+                                 char *gateway, unsigned int gateway_size, char *dns,
+                                 unsigned int dns_size, char *interface,
+                                 unsigned int interface_size, const char *text);
+
+ZAN_API int encode_wifi_sniffer_event_msg(const char *action, char *out, unsigned int size);
+ZAN_API int decode_wifi_sniffer_event_msg(char *action, unsigned int action_size, const char *text);
+
+ZAN_API int encode_ser2net_event_msg(const char *action, const char *cfg_path, char *out,
+                                     unsigned int size);
+ZAN_API int decode_ser2net_event_msg(char *action, unsigned int action_size, char *cfg_path,
+                                     unsigned int cfg_path_size, const char *text);
+
+ZAN_API int encode_firewall_event_msg(const char *function, const char *action,
+                                      const char *cfg_path, const char *value, char *out,
+                                      unsigned int size);
+ZAN_API int decode_firewall_event_msg(char *function, unsigned int function_size, char *action,
+                                      unsigned int action_size, char *cfg_path,
+                                      unsigned int cfg_path_size, char *value,
+                                      unsigned int value_size, const char *text);
+
+ZAN_API int encode_kelso_neighbor_info(const char *serial_number, const char *ssid,
+                                       const char *bssid_24g, const char *bssid_5g,
+                                       const char *channel_24g, const char *channel_5g, char *out,
+                                       unsigned int size);
+ZAN_API int decode_kelso_neighbor_info(char *serial_number, unsigned int serial_number_size,
+                                       char *ssid, unsigned int ssid_size, char *bssid_24g,
+                                       unsigned int bssid_24g_size, char *bssid_5g,
+                                       unsigned int bssid_5g_size, char *channel_24g,
+                                       unsigned int channel_24g_size, char *channel_5g,
+                                       unsigned int channel_5g_size, const char *text);
+
+/* ------------------------------------------------------------------------ */
 /* Sockets                                                                   */
 /* ------------------------------------------------------------------------ */
 /*

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# LIBRARY needs the C library alone, and carries the header's version.
+# LIBRARY needs the C library and cJSON alone, and carries the header's version.
 
 execute_process(COMMAND ${READELF} -d ${LIBRARY}
   OUTPUT_VARIABLE section COMMAND_ERROR_IS_FATAL ANY)
@@ -11,8 +11,8 @@ if(NOT needs)
   message(SEND_ERROR "no needed libraries found in:\n${section}")
 endif()
 foreach(need IN LISTS needs)
-  if(NOT need MATCHES "\\[(libc\\.so\\.6|libpthread\\.so\\.0|ld[-.][^]]*)\\]")
-    message(SEND_ERROR "the library needs more than the C library: ${need}")
+  if(NOT need MATCHES "\\[(libc\\.so\\.6|libpthread\\.so\\.0|libcjson\\.so\\.1|ld[-.][^]]*)\\]")
+    message(SEND_ERROR "the library needs more than the C library and cJSON: ${need}")
   endif()
 endforeach()
 

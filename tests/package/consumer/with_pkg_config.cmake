@@ -4,7 +4,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/run.cmake)
 
 set(ENV{PKG_CONFIG_PATH})
-set(ENV{PKG_CONFIG_LIBDIR} ${LIBDIR}/pkgconfig)
+set(ENV{PKG_CONFIG_LIBDIR} ${LIBDIR}/pkgconfig:${REQUIRED_PACKAGES})
 
 function(pkg_config variable)
   execute_process(COMMAND ${PKG_CONFIG} ${ARGN} zan OUTPUT_VARIABLE output
