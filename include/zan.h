@@ -149,6 +149,34 @@ enum zan_size {
     ZAN_PATH_SIZE = 1024   /* a configuration path with its terminator */
 };
 
+/* Levels of a log message. */
+enum zan_log_level {
+    ZAN_LOG_EMERGENCY = 0,
+    ZAN_LOG_ALERT = 1,
+    ZAN_LOG_CRITICAL = 2,
+    ZAN_LOG_ERROR = 3,
+    ZAN_LOG_WARNING = 4,
+    ZAN_LOG_NOTICE = 5,
+    ZAN_LOG_INFO = 6, /* "Infomation" in log files */
+    ZAN_LOG_VERBOSE = 7
+};
+
+/* Destinations of a module's messages; any other value switches them off. */
+enum zan_log_dest {
+    ZAN_LOG_CONSOLE = 1,
+    ZAN_LOG_TERMINALS = 2, /* /dev/pts/0 to 2 */
+    ZAN_LOG_SYSLOG = 3,
+    ZAN_LOG_ALL = 4,
+    ZAN_LOG_FILE = 5
+};
+
+/* The log table in shared memory: ZAN_LOG_ENTRIES entries under the key
+ * ftok(ZAN_LOG_KEY_PATH, ZAN_LOG_KEY_ID), and where the configuration tree has a
+ * module's settings, as ZAN_LOG_TREE "/MODULE/loglevel" and "/MODULE/logdest". */
+enum zan_log_table { ZAN_LOG_ENTRIES = 64, ZAN_LOG_KEY_ID = 109 };
+#define ZAN_LOG_KEY_PATH "/tmp"
+#define ZAN_LOG_TREE "/sys/log"
+
 /* ------------------------------------------------------------------------ */
 /* Types                                                                    */
 /* ------------------------------------------------------------------------ */
@@ -192,6 +220,16 @@ typedef struct zan_login_req {
     const char *item5;
     int result;
 } zan_login_req;
+
+/* A module in the log table, which all processes of the device share. */
+typedef struct zan_log_entry {
+    char name[ZAN_NAME_SIZE]; /* of the module */
+    int32_t level;            /* the highest level that is still logged */
+    uint8_t dest;             /* enum zan_log_dest */
+    uint8_t in_use;           /* 0: free, as are all behind it */
+    uint8_t padding[2];       /* 0 */
+    int32_t cpu;              /* the cpu flag of the registration */
+} zan_log_entry;
 
 /* A value has changed.  f1 to f3 and f6 are the notification's texts, f4 and
  * f5 its numbers, by position. */
@@ -770,6 +808,59 @@ ZAN_API int zan_notify_unregister_value_changed(const char *path);
 /* Subscribes to an event code. */
 ZAN_API int zan_notify_register_event(int event);
 ZAN_API int zan_notify_unregister_event(int event);
+
+/* ------------------------------------------------------------------------ */
+/* Logging                                                                   */
+/* ------------------------------------------------------------------------ */
+/*
+ * The level and destination of every module are in one table of shared memory
+ * that all processes attach and any may change at any time; entries are never
+ * freed, and there are ZAN_LOG_ENTRIES.  No lock guards it: two processes that
+ * register at the same moment may take the same entry.  The first registration on
+ * the device creates the table and then clears it: an entry that another process
+ * makes in between is lost.  A table whose segment has the id 0 is replaced, or, when
+ * it cannot be removed, cleared, by the next process that registers for the first
+ * time.  Within a process, register before other threads log.
+ */
+
+/* Enters the module into the table, or gives its entry new settings: level and
+ * dest, unless the configuration tree has others (0 there is none, so the tree
+ * cannot set level 0).  Names are cut to 31 characters in the table; a longer one
+ * is then not found, and takes another entry each time.  The first registration on
+ * the device creates the table and writes its key to "/tmp/ipc_used".  A cpu flag
+ * of exactly 1 sends "cpu_test NAME PID" in 128 bytes to module "SEHD" with
+ * zan_send, whose hazard applies.  Two configuration requests, which take the API
+ * lock.  1, also when the table is full and nothing was done; 0 for a null name,
+ * or when there is no table, after "shmget: REASON" or "shmat: REASON" on standard
+ * error. */
+ZAN_API int zan_log_init(const char *name, int level, int dest);
+ZAN_API int zan_log_init_cpu(const char *name, int level, int dest, int cpu);
+ZAN_API int __zan_log_init(const char *name, int level, int dest, int cpu);
+
+/* The module's entry in the table, to read or to change, for as long as the process
+ * runs; null when there is none or this process has registered none.  The empty
+ * name finds the first free entry. */
+ZAN_API zan_log_entry *zan_get_log_level(const char *name);
+
+/* Writes a message of module `name`, or, when that is null, of the module that this
+ * process registered last: 1, also when its level or destination filters it out;
+ * 0 when nothing was written because fmt is null, no module is registered in this
+ * process, this one is not in the table, or "/dev/console" cannot be opened, which is
+ * kept open from the first call on.  A terminal or file that cannot be opened is left
+ * out.
+ *
+ * Messages are cut at 4095 characters, for syslog at 2047.  To syslog each goes
+ * twice, with priority 192: before the message, an empty one, or under ZAN_LOG_ALL
+ * the message with each "%%" in it shown as "%".  To a file, "/var/log/NAME" is
+ * appended to, with the name as it is passed and "(null)" for a null one.  HAZARDS: a
+ * name with "/" in it leaves that directory, and control characters of a message
+ * reach terminals and files: neither may come from outside.  A terminal that nobody
+ * reads blocks.  Takes no lock; threads may log at the same time. */
+ZAN_API int zan_log(const char *name, int level, const char *fmt, ...) ZAN_PRINTF(3, 4);
+
+/* The local time as "hh:mm:ss", in one buffer of the process that every call, and
+ * every message written elsewhere than to syslog alone, overwrites. */
+ZAN_API char *zan_log_get_current_time_str(void);
 
 /* ------------------------------------------------------------------------ */
 /* Event messages                                                            */

@@ -49,6 +49,15 @@ ZAN_FIELD(zan_resp, data, ZAN_BY_WIDTH(4, 8), 35000);
 ZAN_FIELD(zan_resp, len, ZAN_BY_WIDTH(35004, 35008), 4);
 ZAN_LAYOUT(sizeof(zan_resp) == ZAN_BY_WIDTH(35008, 35016));
 
+ZAN_FIELD(zan_log_entry, name, 0, 32);
+ZAN_FIELD(zan_log_entry, level, 32, 4);
+ZAN_FIELD(zan_log_entry, dest, 36, 1);
+ZAN_FIELD(zan_log_entry, in_use, 37, 1);
+ZAN_FIELD(zan_log_entry, padding, 38, 2);
+ZAN_FIELD(zan_log_entry, cpu, 40, 4);
+ZAN_LAYOUT(sizeof(zan_log_entry) == 44);
+ZAN_LAYOUT(ZAN_LOG_ENTRIES * sizeof(zan_log_entry) == 2816);
+
 ZAN_LAYOUT(ZAN_NAME_SIZE == 32);
 ZAN_LAYOUT(ZAN_HEADER_SIZE == 100);
 ZAN_LAYOUT(ZAN_DATA_SIZE == 35000);

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#ifndef ZAN_TESTS_LOG_LOG_TEST_H
+#define ZAN_TESTS_LOG_LOG_TEST_H
+
+#include "log/raw_table.h"
+#include "support/capture.h"
+#include "support/daemon.h"
+#include "support/module_test.h"
+#include "support/sandbox.h"
+
+#include <zan.h>
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace zan::test {
+
+// Module "probe" with a daemon whose tree has no settings of logs.  The table would
+// outlive the test: it needs an IPC namespace of its own.
+class LogTest : public ModuleTest {
+protected:
+    void SetUp() override {
+        ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+        ModuleTest::SetUp();
+        daemon.on(1, 1, answer("0"));
+        daemon.on(4, 4, never());
+    }
+};
+
+} // namespace zan::test
+
+#endif
