@@ -111,6 +111,15 @@ TEST(ManPages, ReferToNamesThatAPageHas) {
     }
 }
 
+TEST(ManPages, AreNamedByThatOfTheLibrary) {
+    const fs::path overview = fs::path(ZAN_TEST_MAN) / "libzan.3";
+    const std::vector<std::string> named = references(read_file(overview));
+    for (const fs::path &page : pages())
+        if (page.extension() == ".3" && page != overview) {
+            EXPECT_THAT(named, testing::Contains(page.stem().string()));
+        }
+}
+
 TEST(ManPages, AreWellFormed) {
     if (!fs::exists("/usr/bin/mandoc"))
         GTEST_SKIP() << "mandoc is not installed";
