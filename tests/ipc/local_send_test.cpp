@@ -3,7 +3,7 @@
 #include <zan.h>
 
 #include "ipc/calls.h"
-#include "ipc/sockets.h"
+#include "ipc/send_test.h"
 #include "support/capture.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
@@ -23,21 +23,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char resending[] = "get failed packet buffer, start sending...\n";
-constexpr char maybe_full[] = "ipc socket: buffer maybe full\n";
-
-std::string error_line(const char *format, int error) {
-    char line[128];
-    std::snprintf(line, sizeof line, format, std::strerror(error));
-    return line;
-}
 std::string send_failure(int error) {
     return error_line("ipc lsocket send failed, %s\n", error);
 }
-std::string resend_failure(int error) {
-    return resending + error_line("resend failed packet ret = -1, %s\n", error);
-}
-
 int send(int fd, const std::string &message) {
     return zan_lsocket_send(fd, message.data(), static_cast<int>(message.size()));
 }
@@ -189,15 +177,8 @@ TEST_F(LocalSend, DeletedWithSomethingKeptSaysSo) {
     StdoutCapture out;
     EXPECT_EQ(zan_lsocket_delete(module), 1);
     EXPECT_EQ(out.stop(), "delete failed msg queue\n");
-    EXPECT_FALSE(is_open(module));
     EXPECT_EQ(read_bytes(daemon.get(), 100), hundred.substr(0, 60));
-    // The number belongs to another socket now, which owes nothing.
-    Pair next = stream_pair();
-    ASSERT_EQ(dup2(next.near.get(), module), module);
-    StdoutCapture later;
-    EXPECT_EQ(send(module, "first"), 5);
-    EXPECT_EQ(later.stop(), "");
-    EXPECT_EQ(read_available(next.far.get()), "first");
+    expect_nothing_owed_by(module, send);
 }
 
 TEST_F(LocalSend, DeletedWithNothingKeptSaysNothing) {
@@ -223,10 +204,9 @@ TEST_F(LocalSend, PeekingLeavesTheBytesQueued) {
 
 // ---- Hostile arguments -----------------------------------------------------
 
-TEST(LocalArguments, NegativeLengthsAreRefused) {
-    const Pair ends = stream_pair();
-    const int fd = ends.near.get();
-    ASSERT_EQ(write(ends.far.get(), "waiting", 7), 7);
+using LocalArguments = Tempting;
+
+TEST_F(LocalArguments, NegativeLengthsAreRefused) {
     char byte = '#';
     sockaddr_un address{};
     StdoutCapture out;
@@ -244,14 +224,9 @@ TEST(LocalArguments, NegativeLengthsAreRefused) {
         failures += send_failure(EINVAL);
     EXPECT_EQ(out.stop(), failures);
     EXPECT_EQ(byte, '#');
-    EXPECT_EQ(read_available(ends.far.get()), "");
-    EXPECT_EQ(read_available(fd), "waiting");
 }
 
-TEST(LocalArguments, NothingToReadFromOrIntoIsRefused) {
-    const Pair ends = stream_pair();
-    const int fd = ends.near.get();
-    ASSERT_EQ(write(ends.far.get(), "waiting", 7), 7);
+TEST_F(LocalArguments, NothingToReadFromOrIntoIsRefused) {
     StdoutCapture out;
     EXPECT_EQ(zan_lsocket_send(fd, nullptr, 5), -1);
     EXPECT_EQ(errno, EFAULT);
@@ -260,7 +235,7 @@ TEST(LocalArguments, NothingToReadFromOrIntoIsRefused) {
     EXPECT_EQ(out.stop(), send_failure(EFAULT));
 }
 
-TEST(LocalArguments, SocketThatIsNoneIsReported) {
+TEST_F(LocalArguments, SocketThatIsNoneIsReported) {
     char byte;
     StdoutCapture out;
     EXPECT_EQ(zan_lsocket_send(-1, "x", 1), -1);
