@@ -20,9 +20,9 @@ namespace zan::sim {
 
 namespace {
 
-constexpr char kRequestFile[] = "/tmp/zan_qid";
-constexpr char kAnswerFile[] = "/tmp/zan_req_qid";
-constexpr char kLockFile[] = "/tmp/zan_sim.lock";
+constexpr char request_file[] = "/tmp/zan_qid";
+constexpr char answer_file[] = "/tmp/zan_req_qid";
+constexpr char lock_file[] = "/tmp/zan_sim.lock";
 
 // What the lock file of an earlier run says.
 struct Earlier {
@@ -101,7 +101,7 @@ Result<Done> remove_leftover(const char *file, std::string &told) {
 bool is_current(int fd) {
     struct stat opened {};
     struct stat named {};
-    return fstat(fd, &opened) == 0 && stat(kLockFile, &named) == 0 &&
+    return fstat(fd, &opened) == 0 && stat(lock_file, &named) == 0 &&
            opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
 }
 
@@ -109,9 +109,9 @@ int open_lock_file() {
     constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
     // In a directory like /tmp the kernel may refuse O_CREAT for a file that
     // exists and belongs to another user.
-    int fd = open(kLockFile, flags);
+    int fd = open(lock_file, flags);
     if (fd < 0 && errno == ENOENT)
-        fd = open(kLockFile, flags | O_CREAT, 0666);
+        fd = open(lock_file, flags | O_CREAT, 0666);
     if (fd >= 0)
         fchmod(fd, 0666); // another user's run may follow; fails for a file of theirs
     return fd;
@@ -128,12 +128,12 @@ Result<Done> Claim::lock() {
     for (;;) {
         fd_ = open_lock_file();
         if (fd_ < 0)
-            return system_error(kLockFile);
+            return system_error(lock_file);
         if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
             const std::string pid = std::to_string(read_earlier(fd_).pid);
             const Error error = errno == EWOULDBLOCK
                                     ? Error{0, "zansim is running already: process " + pid}
-                                    : system_error(kLockFile);
+                                    : system_error(lock_file);
             close(fd_);
             fd_ = -1;
             return error;
@@ -149,21 +149,21 @@ Result<std::string> Claim::take() {
     if (const auto locked = lock(); !locked)
         return locked.error();
     const Earlier earlier = read_earlier(fd_);
-    const auto request_id = read_id(kRequestFile);
-    const auto answer_id = read_id(kAnswerFile);
+    const auto request_id = read_id(request_file);
+    const auto answer_id = read_id(answer_file);
     const auto state = request_id ? queue_state(*request_id) : std::nullopt;
     const bool own = state && request_id == earlier.request_queue &&
                      answer_id == earlier.answer_queue && state->last_receiver == earlier.pid;
-    const auto request = is_leftover(kRequestFile, own, &QueueState::last_receiver);
+    const auto request = is_leftover(request_file, own, &QueueState::last_receiver);
     if (!request)
         return request.error();
     // Only the request queue tells its reader; what else it proves covers both.
-    const auto answer = is_leftover(kAnswerFile, *request, &QueueState::last_sender);
+    const auto answer = is_leftover(answer_file, *request, &QueueState::last_sender);
     if (!answer)
         return answer.error();
     std::string told;
     for (const auto &[file, leftover] :
-         {std::pair(kRequestFile, *request), {kAnswerFile, *answer}}) {
+         {std::pair(request_file, *request), {answer_file, *answer}}) {
         if (!leftover)
             continue;
         if (const auto removed = remove_leftover(file, told); !removed)
@@ -179,19 +179,19 @@ Result<Done> Claim::publish(int request_queue, int answer_queue) {
                              std::to_string(answer_queue) + '\n';
     if (ftruncate(fd_, 0) != 0 ||
         pwrite(fd_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
-        return system_error(kLockFile);
+        return system_error(lock_file);
     // Complete files from the start: a module may read them at any moment.
-    if (const auto done = write_atomically(kAnswerFile, std::to_string(answer_queue) + '\n'); !done)
+    if (const auto done = write_atomically(answer_file, std::to_string(answer_queue) + '\n'); !done)
         return done.error();
-    return write_atomically(kRequestFile, std::to_string(request_queue) + '\n');
+    return write_atomically(request_file, std::to_string(request_queue) + '\n');
 }
 
 void Claim::withdraw() {
     if (fd_ < 0)
         return;
-    remove_if_names(kRequestFile, request_queue_);
-    remove_if_names(kAnswerFile, answer_queue_);
-    unlink(kLockFile);
+    remove_if_names(request_file, request_queue_);
+    remove_if_names(answer_file, answer_queue_);
+    unlink(lock_file);
     close(fd_);
     fd_ = -1;
 }

@@ -13,8 +13,8 @@ namespace zan::sim {
 namespace {
 
 // What the receiving side keeps of the fields of a notification.
-constexpr std::size_t kSourceField = ZAN_NAME_SIZE - 1;
-constexpr std::size_t kValueField = 1023;
+constexpr std::size_t source_field = ZAN_NAME_SIZE - 1;
+constexpr std::size_t value_field = 1023;
 
 std::string command_text(const Record &record) {
     const std::string_view name = class_name(record.type);
@@ -28,10 +28,10 @@ std::string command_text(const Record &record) {
 
 Result<std::string> outcome_of(Daemon &daemon, const Peer &peer, const Received &received) {
     if (!received.defect.empty())
-        return Error{kMalformed, "malformed record: " + received.defect};
+        return Error{malformed, "malformed record: " + received.defect};
     const Service *const service = find_service(received.record.type, received.record.cmd);
     if (service == nullptr || service->handler == nullptr)
-        return Error{kUnknownCommand, command_text(received.record)};
+        return Error{unknown_command, command_text(received.record)};
     return service->handler(daemon, {received.record, peer});
 }
 
@@ -83,7 +83,7 @@ void Daemon::answer(const Peer &peer, const Record &request, const Result<std::s
     if (delivery == Delivery::too_long && outcome) {
         const std::string size = std::to_string(answer.payload.size());
         return this->answer(peer, request,
-                            Error{kAnswerTooLong, "answer of " + size + " bytes is too long"});
+                            Error{answer_too_long, "answer of " + size + " bytes is too long"});
     }
     account(peer, delivery);
 }
@@ -95,8 +95,8 @@ void Daemon::announce(std::string_view source, std::string_view path, Change cha
     const auto elements = parse_path(path);
     if (!elements)
         return;
-    const std::string head = encode_field(source, kSourceField) + ' ' + std::string(path) + ' ' +
-                             encode_field(value, kValueField) + ' ' +
+    const std::string head = encode_field(source, source_field) + ' ' + std::string(path) + ' ' +
+                             encode_field(value, value_field) + ' ' +
                              std::to_string(static_cast<int>(change)) + ' ';
     for (const Watch &watch : subscriptions.watching(*elements, change == Change::deleted))
         notify(watch.peer, ZAN_NOTIFY_VALUE_CHANGED,

@@ -11,16 +11,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kSavePeriod = 1s;
+constexpr auto save_period = 1s;
 // A queue that stays full is tried less and less often.
-constexpr auto kShortestRetry = 5ms;
-constexpr auto kLongestRetry = 100ms;
+constexpr auto shortest_retry = 5ms;
+constexpr auto longest_retry = 100ms;
 
 } // namespace
 
 Housekeeping::Housekeeping(Daemon &daemon, QueueLink &link, std::string save_file, Trace &trace)
     : daemon_(daemon), link_(link), trace_(trace), save_file_(std::move(save_file)),
-      saved_version_(daemon.tree_version()), retry_pause_(kShortestRetry),
+      saved_version_(daemon.tree_version()), retry_pause_(shortest_retry),
       thread_([this] { run(); }) {}
 
 Housekeeping::~Housekeeping() {
@@ -38,7 +38,7 @@ void Housekeeping::run() {
         daemon_.work.wait(guard, [this] { return stopping_ || link_.has_backlog() || unsaved(); });
         daemon_.work.wait_for(guard, pause(), [this] { return stopping_; });
         send_backlog();
-        if (unsaved() && Clock::now() >= last_save_ + kSavePeriod)
+        if (unsaved() && Clock::now() >= last_save_ + save_period)
             save(guard);
     }
     if (unsaved())
@@ -50,7 +50,7 @@ bool Housekeeping::unsaved() const {
 }
 
 Housekeeping::Clock::duration Housekeeping::pause() const {
-    const auto until_save = std::max<Clock::duration>(last_save_ + kSavePeriod - Clock::now(), 0s);
+    const auto until_save = std::max<Clock::duration>(last_save_ + save_period - Clock::now(), 0s);
     if (!link_.has_backlog())
         return until_save;
     return unsaved() ? std::min(until_save, retry_pause_) : retry_pause_;
@@ -59,8 +59,8 @@ Housekeeping::Clock::duration Housekeeping::pause() const {
 void Housekeeping::send_backlog() {
     for (const int queue : link_.flush())
         daemon_.forget({&link_, queue});
-    retry_pause_ = link_.has_backlog() ? std::min<Clock::duration>(retry_pause_ * 2, kLongestRetry)
-                                       : kShortestRetry;
+    retry_pause_ = link_.has_backlog() ? std::min<Clock::duration>(retry_pause_ * 2, longest_retry)
+                                       : shortest_retry;
 }
 
 void Housekeeping::save(std::unique_lock<std::mutex> &guard) {

@@ -19,7 +19,7 @@ struct Limit {
 };
 
 // A queue of twice the longest record takes it beside unread notifications.
-constexpr std::array kLimits{
+constexpr std::array limits{
     Limit{"kernel.msgmax", "/proc/sys/kernel/msgmax", ZAN_BODY_SIZE, 65536},
     Limit{"kernel.msgmnb", "/proc/sys/kernel/msgmnb", 2L * ZAN_BODY_SIZE, 1048576},
 };
@@ -42,7 +42,7 @@ std::vector<std::string> raise_limits() {
     std::vector<std::string> lines;
     std::string advice;
     long longest = ZAN_BODY_SIZE;
-    for (const Limit &limit : kLimits) {
+    for (const Limit &limit : limits) {
         const long current = read_number(limit.file);
         if (current < 0 || current >= limit.needed)
             continue;

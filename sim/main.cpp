@@ -28,7 +28,7 @@ void tell(const std::string &line) {
 
 int failed(const Error &error) {
     tell(error.text);
-    return kFailed;
+    return exit_failed;
 }
 
 // Blocked in every thread: one thread waits for them.
@@ -94,7 +94,7 @@ int run(const Options &options) {
                 link.request_queue(), link.answer_queue(), parameters);
     std::fflush(stdout);
     if (serve(daemon, link, claim))
-        return kEnded;
+        return exit_ended;
     return failed({0, "the request queue was removed"});
 }
 
@@ -102,7 +102,7 @@ int run(const Options &options) {
 
 int main(int argc, char **argv) {
     Options options;
-    int exit_code = kEnded;
+    int exit_code = exit_ended;
     if (!read_options(argc, argv, options, exit_code))
         return exit_code;
     const sigset_t signals = ending_signals();

@@ -13,7 +13,7 @@ struct Options {
 };
 
 // The exit codes of zansim.
-enum Exit { kEnded = 0, kFailed = 1, kUsage = 2 };
+enum Exit { exit_ended = 0, exit_failed = 1, exit_usage = 2 };
 
 // Reads the command line.  When there is nothing to run (--help, --version, a
 // mistake) false, with the exit code to end with; the text is printed already.

@@ -12,22 +12,22 @@ namespace zan::sim {
 
 namespace {
 
-Error bad_path(std::string_view text, const char *why) {
-    return {kBadPath, "bad path (" + std::string(why) + "): " + escape(text)};
+Error path_error(std::string_view text, const char *why) {
+    return {bad_path, "bad path (" + std::string(why) + "): " + escape(text)};
 }
 
 std::optional<std::uint32_t> parse_instance(std::string_view digits) {
     const auto number = to_number(digits);
-    if (!number || *number < 1 || *number > kLastInstance || digits[0] == '0')
+    if (!number || *number < 1 || *number > last_instance || digits[0] == '0')
         return std::nullopt;
     return static_cast<std::uint32_t>(*number);
 }
 
 Result<Path> parse(std::string_view text, bool pattern) {
     if (text.empty() || text[0] != '/')
-        return bad_path(text, "it does not start with a slash");
+        return path_error(text, "it does not start with a slash");
     if (text.size() >= ZAN_PATH_SIZE)
-        return bad_path(text.substr(0, 64), "longer than 1023 characters");
+        return path_error(text.substr(0, 64), "longer than 1023 characters");
     Path path;
     if (text.size() == 1)
         return path;
@@ -37,13 +37,13 @@ Result<Path> parse(std::string_view text, bool pattern) {
         const std::size_t colon = part.find(':');
         Element element{.name = std::string(part.substr(0, colon))};
         if (!is_name(element.name))
-            return bad_path(text, element.name.empty() ? "empty element" : "character in a name");
+            return path_error(text, element.name.empty() ? "empty element" : "character in a name");
         if (colon != std::string_view::npos) {
             const std::string_view field = part.substr(colon + 1);
             element.any_instance = pattern && field == "#";
             const auto instance = parse_instance(field);
             if (!element.any_instance && !instance)
-                return Error{kNoInstance, "no such instance: " + escape(text)};
+                return Error{no_instance, "no such instance: " + escape(text)};
             element.instance = instance.value_or(0);
         }
         path.push_back(std::move(element));

@@ -23,7 +23,7 @@ struct Element {
 using Path = std::vector<Element>;
 
 // An instance number is 1 to 2147483647 without leading zeros.
-inline constexpr std::uint32_t kLastInstance = 2147483647;
+inline constexpr std::uint32_t last_instance = 2147483647;
 
 bool is_name(std::string_view name);
 

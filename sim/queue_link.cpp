@@ -14,9 +14,9 @@ namespace zan::sim {
 namespace {
 
 // A registration that nobody collected after this time has no module behind it.
-constexpr std::chrono::seconds kClaimTime{5};
+constexpr std::chrono::seconds claim_time{5};
 // Answers that were collected are not told from others until somebody looks.
-constexpr std::size_t kUnclaimedBatch = 4096;
+constexpr std::size_t unclaimed_batch = 4096;
 
 } // namespace
 
@@ -60,7 +60,7 @@ void QueueLink::remove() {
 Delivery QueueLink::answer(int address, const Record &record) {
     if (record.type == ZAN_CLASS_REGISTRATION) {
         unclaimed_[address] = Clock::now();
-        if (unclaimed_.size() % kUnclaimedBatch == 0)
+        if (unclaimed_.size() % unclaimed_batch == 0)
             take_back_unclaimed();
         return deliver(answer_queue_, Outbox::Lane::answers, {address, encode(record)}, record);
     }
@@ -173,7 +173,7 @@ void QueueLink::take_back_unclaimed() {
     const Clock::time_point now = Clock::now();
     std::erase_if(unclaimed_, [&](const auto &entry) {
         const auto &[queue, since] = entry;
-        if (queue_exists(queue) && now - since < kClaimTime)
+        if (queue_exists(queue) && now - since < claim_time)
             return false;
         while (take_back(answer_queue_, queue)) {
         }

@@ -15,9 +15,9 @@ Result<int> pid_of(const Daemon &daemon, std::string_view name) {
         return static_cast<int>(getpid());
     const Modules::Entry *const entry = daemon.modules.find(name);
     if (entry == nullptr)
-        return unknown_module(name);
+        return no_such_module(name);
     if (entry->second.pid <= 0)
-        return Error{kUnknownModule, "pid not known: " + escape(name)};
+        return Error{unknown_module, "pid not known: " + escape(name)};
     return entry->second.pid;
 }
 
@@ -40,7 +40,7 @@ Result<std::string> set_value(Daemon &daemon, const Request &request) {
     const std::string_view text = request.text();
     const std::size_t blank = text.find(' ');
     if (text.empty() || text[0] != '0' || blank == std::string_view::npos)
-        return Error{kMalformed, "malformed record: not \"0PATH VALUE\""};
+        return Error{malformed, "malformed record: not \"0PATH VALUE\""};
     const std::string_view path = text.substr(1, blank - 1);
     const std::string_view value = text.substr(blank + 1);
     if (is_virtual(path))

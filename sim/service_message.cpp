@@ -29,11 +29,11 @@ Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
         return std::string();
     case Delivery::dropped:
     case Delivery::too_long:
-        return Error{kUnreachable, "module cannot be reached: " + escape(name)};
+        return Error{unreachable, "module cannot be reached: " + escape(name)};
     case Delivery::gone:
         break;
     }
-    return unknown_module(name);
+    return no_such_module(name);
 }
 
 Result<std::string> send_to_all(Daemon &daemon, const Request &request) {

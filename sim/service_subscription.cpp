@@ -11,13 +11,13 @@ namespace {
 Result<Done> require_registration(Daemon &daemon, const Request &request) {
     if (daemon.modules.find(request.peer) != nullptr)
         return Done{};
-    return Error{kNotRegistered, "not registered: queue " + std::to_string(request.peer.address)};
+    return Error{not_registered, "not registered: queue " + std::to_string(request.peer.address)};
 }
 
 Result<std::int32_t> event_code(const Request &request) {
     std::int32_t code = 0;
     if (request.record.payload.size() != sizeof code)
-        return Error{kMalformed, "malformed record: an event code has 4 bytes"};
+        return Error{malformed, "malformed record: an event code has 4 bytes"};
     std::memcpy(&code, request.record.payload.data(), sizeof code);
     return code;
 }
@@ -36,7 +36,7 @@ Result<std::string> watch_value(Daemon &daemon, const Request &request) {
     // A flag byte whose meaning is not known, the option byte, the path.
     const std::string_view payload = request.record.payload;
     if (payload.size() < 3)
-        return Error{kMalformed, "malformed record: no path to watch"};
+        return Error{malformed, "malformed record: no path to watch"};
     const auto option = static_cast<std::uint8_t>(payload[1]);
     return answer_of(
         daemon.subscriptions.watch(request.peer, until_nul(payload.substr(2)), option));

@@ -15,7 +15,7 @@ struct ClassName {
     std::string_view name;
 };
 
-constexpr std::array kClasses{
+constexpr std::array classes{
     ClassName{ZAN_CLASS_CFG, "CFG"},
     ClassName{ZAN_CLASS_CWMP, "CWMP"},
     ClassName{ZAN_CLASS_REGISTRATION, "REGISTRATION"},
@@ -28,7 +28,7 @@ constexpr std::array kClasses{
 
 using enum Form;
 
-constexpr std::array kServices{
+constexpr std::array services{
     Service{ZAN_CLASS_CFG, ZAN_CFG_GET, "get", text, text, get_value},
     Service{ZAN_CLASS_CFG, ZAN_CFG_SET, "set", text, none, set_value},
     Service{ZAN_CLASS_CFG, ZAN_CFG_DELETE, "delete", text, none, delete_node},
@@ -76,23 +76,22 @@ std::string_view Request::text() const {
     return until_nul(record.payload);
 }
 
-Error unknown_module(std::string_view name) {
-    return {kUnknownModule, "unknown module: " + escape(name)};
+Error no_such_module(std::string_view name) {
+    return {unknown_module, "unknown module: " + escape(name)};
 }
 
 const Service *find_service(std::int32_t type, std::int32_t cmd) {
-    const auto found =
-        std::find_if(kServices.begin(), kServices.end(), [&](const Service &service) {
-            return service.type == type && service.cmd == cmd;
-        });
-    return found == kServices.end() ? nullptr : &*found;
+    const auto found = std::find_if(services.begin(), services.end(), [&](const Service &service) {
+        return service.type == type && service.cmd == cmd;
+    });
+    return found == services.end() ? nullptr : &*found;
 }
 
 std::string_view class_name(std::int32_t type) {
     const auto found =
-        std::find_if(kClasses.begin(), kClasses.end(),
+        std::find_if(classes.begin(), classes.end(),
                      [&](const ClassName &candidate) { return candidate.type == type; });
-    return found == kClasses.end() ? std::string_view() : found->name;
+    return found == classes.end() ? std::string_view() : found->name;
 }
 
 } // namespace zan::sim

@@ -54,7 +54,7 @@ struct Service {
 // Null for a command that does not exist.
 const Service *find_service(std::int32_t type, std::int32_t cmd);
 
-Error unknown_module(std::string_view name);
+Error no_such_module(std::string_view name);
 
 // "CFG" for 1; empty for a class that does not exist.
 std::string_view class_name(std::int32_t type);

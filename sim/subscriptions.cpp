@@ -10,8 +10,8 @@ namespace zan::sim {
 namespace {
 
 Error too_many() {
-    return {kTooManySubscriptions,
-            "already " + std::to_string(kMostSubscriptions) + " subscriptions"};
+    return {too_many_subscriptions,
+            "already " + std::to_string(most_subscriptions) + " subscriptions"};
 }
 
 } // namespace
@@ -20,7 +20,7 @@ bool Subscriptions::may_add(const Peer &peer) const {
     const auto is_of_peer = [&](const auto &entry) { return entry.peer == peer; };
     const auto count = std::count_if(watches_.begin(), watches_.end(), is_of_peer) +
                        std::count_if(events_.begin(), events_.end(), is_of_peer);
-    return static_cast<std::size_t>(count) < kMostSubscriptions;
+    return static_cast<std::size_t>(count) < most_subscriptions;
 }
 
 std::vector<Watch>::iterator Subscriptions::find(const Peer &peer, std::string_view path) {
@@ -46,7 +46,7 @@ Result<Done> Subscriptions::watch(const Peer &peer, std::string_view path, std::
 Result<Done> Subscriptions::unwatch(const Peer &peer, std::string_view path) {
     const auto known = find(peer, path);
     if (known == watches_.end())
-        return Error{kNotSubscribed, "not subscribed: " + escape(path)};
+        return Error{not_subscribed, "not subscribed: " + escape(path)};
     watches_.erase(known);
     return Done{};
 }
@@ -60,7 +60,7 @@ Result<Done> Subscriptions::add_event(const Peer &peer, std::int32_t code) {
 
 Result<Done> Subscriptions::remove_event(const Peer &peer, std::int32_t code) {
     if (events_.erase({code, peer}) == 0)
-        return Error{kNotSubscribed, "not subscribed: event " + std::to_string(code)};
+        return Error{not_subscribed, "not subscribed: event " + std::to_string(code)};
     return Done{};
 }
 

@@ -21,7 +21,7 @@ struct Watch {
 };
 
 // For each module; a further one is refused.
-inline constexpr std::size_t kMostSubscriptions = 1024;
+inline constexpr std::size_t most_subscriptions = 1024;
 
 class Subscriptions {
 public:

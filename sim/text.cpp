@@ -7,15 +7,15 @@ namespace zan::sim {
 
 namespace {
 
-constexpr char kHexDigits[] = "0123456789ABCDEF";
+constexpr char hex_digits[] = "0123456789ABCDEF";
 
 bool is_control(unsigned char byte) {
     return byte < 0x20 || byte == 0x7f;
 }
 
 void append_hex(std::string &out, unsigned char byte) {
-    out += kHexDigits[byte >> 4];
-    out += kHexDigits[byte & 15];
+    out += hex_digits[byte >> 4];
+    out += hex_digits[byte & 15];
 }
 
 // Bytes of the UTF-8 sequence that starts the text; 0 when none does.

@@ -15,8 +15,8 @@ namespace zan::sim {
 namespace {
 
 // A value of usual size is shown whole, a file is not.
-constexpr std::size_t kShownText = 256;
-constexpr std::size_t kShownBytes = 64;
+constexpr std::size_t most_text = 256;
+constexpr std::size_t most_bytes = 64;
 
 std::string clock_time(const char *format) {
     const auto now = std::chrono::system_clock::now();
@@ -34,13 +34,13 @@ std::string clock_time(const char *format) {
 }
 
 std::string quoted(std::string_view text) {
-    const bool cut = text.size() > kShownText;
-    return '"' + escape(text.substr(0, kShownText)) + (cut ? "\"..." : "\"");
+    const bool cut = text.size() > most_text;
+    return '"' + escape(text.substr(0, most_text)) + (cut ? "\"..." : "\"");
 }
 
 std::string shown_bytes(std::string_view bytes) {
-    const bool cut = bytes.size() > kShownBytes;
-    return "hex " + hex(bytes.substr(0, kShownBytes)) + (cut ? "..." : "");
+    const bool cut = bytes.size() > most_bytes;
+    return "hex " + hex(bytes.substr(0, most_bytes)) + (cut ? "..." : "");
 }
 
 Form form_of(const Record &record, bool outgoing) {

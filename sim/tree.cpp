@@ -30,7 +30,7 @@ Result<BasicPlace<is_const>> step(typename BasicPlace<is_const>::template Ptr<Ob
                                   const Element &element, std::string_view path) {
     auto *const child = parent->find(element.name);
     if (child == nullptr)
-        return refused(kNoNode, "no such node", path);
+        return refused(no_node, "no such node", path);
     BasicPlace<is_const> place;
     place.parent = parent;
     place.leaf = std::get_if<Leaf>(&child->node);
@@ -39,10 +39,10 @@ Result<BasicPlace<is_const>> step(typename BasicPlace<is_const>::template Ptr<Ob
     if (element.instance == 0)
         return place;
     if (place.table == nullptr)
-        return refused(kNotATable, "not a multi-instance object", path);
+        return refused(not_a_table, "not a multi-instance object", path);
     const auto found = place.table->instances.find(element.instance);
     if (found == place.table->instances.end())
-        return refused(kNoInstance, "no such instance", path);
+        return refused(no_instance, "no such instance", path);
     place.object = &found->second;
     place.instance = element.instance;
     return place;
@@ -55,9 +55,9 @@ Result<BasicPlace<is_const>> locate(typename BasicPlace<is_const>::template Ptr<
     place.object = root;
     for (const Element &element : elements) {
         if (place.object == nullptr && place.table != nullptr)
-            return refused(kNoInstance, "instance number missing", path);
+            return refused(no_instance, "instance number missing", path);
         if (place.object == nullptr)
-            return refused(kNoNode, "no such node", path);
+            return refused(no_node, "no such node", path);
         auto next = step<is_const>(place.object, element, path);
         if (!next)
             return next.error();
@@ -125,13 +125,13 @@ std::uint32_t lowest_free(const Table &table) {
 
 Result<Done> may_add(const Table &table, std::uint32_t number, std::string_view path) {
     if (!table.writable)
-        return refused(kReadOnly, "read-only", path);
+        return refused(read_only, "read-only", path);
     if (!table.prototype)
-        return refused(kCannotAdd, "no template for a new instance", path);
+        return refused(cannot_add, "no template for a new instance", path);
     if (table.instances.contains(number))
-        return refused(kInstanceExists, "instance exists", path);
+        return refused(instance_exists, "instance exists", path);
     if (table.instances.size() >= table.limit)
-        return refused(kCannotAdd, "already " + std::to_string(table.limit) + " instances", path);
+        return refused(cannot_add, "already " + std::to_string(table.limit) + " instances", path);
     return Done{};
 }
 
@@ -156,7 +156,7 @@ Result<std::string> Tree::get(std::string_view path) const {
     if (!place)
         return place.error();
     if (place->leaf == nullptr)
-        return refused(kNotAValue, "not a value", path);
+        return refused(not_a_value, "not a value", path);
     return place->leaf->value;
 }
 
@@ -165,7 +165,7 @@ Result<std::uint32_t> Tree::count(std::string_view path) const {
     if (!place)
         return place.error();
     if (place->table == nullptr || place->instance != 0)
-        return refused(kNotATable, "not a multi-instance object", path);
+        return refused(not_a_table, "not a multi-instance object", path);
     return static_cast<std::uint32_t>(place->table->instances.size());
 }
 
@@ -174,7 +174,7 @@ Result<std::string> Tree::render(std::string_view path) const {
     if (!place)
         return place.error();
     if (place->table == nullptr || place->instance != 0)
-        return refused(kNotATable, "not a multi-instance object", path);
+        return refused(not_a_table, "not a multi-instance object", path);
     std::string text;
     for (const auto &[number, instance] : place->table->instances) {
         text += std::to_string(number);
@@ -193,9 +193,9 @@ Result<std::optional<std::string>> Tree::set(std::string_view path, std::string_
         return place.error();
     Leaf *const leaf = place->leaf;
     if (leaf == nullptr)
-        return refused(kNotAValue, "not a value", path);
+        return refused(not_a_value, "not a value", path);
     if (!leaf->writable)
-        return refused(kReadOnly, "read-only", path);
+        return refused(read_only, "read-only", path);
     auto accepted = accepted_value(*leaf, value);
     if (!accepted)
         return refused(static_cast<Code>(accepted.error().code), accepted.error().text, path);
@@ -220,7 +220,7 @@ Result<std::string> Tree::add(std::string_view path) {
     if (!place)
         return place.error();
     if (place->table == nullptr)
-        return refused(kNotATable, "not a multi-instance object", path);
+        return refused(not_a_table, "not a multi-instance object", path);
     Table &table = *place->table;
     if (number == 0)
         number = lowest_free(table);
@@ -235,10 +235,10 @@ Result<Done> Tree::remove(std::string_view path) {
     if (!place)
         return place.error();
     if (place->parent == nullptr)
-        return refused(kReadOnly, "read-only", path);
+        return refused(read_only, "read-only", path);
     if (place->instance != 0) {
         if (!place->table->writable)
-            return refused(kReadOnly, "read-only", path);
+            return refused(read_only, "read-only", path);
         place->table->instances.erase(place->instance);
         return Done{};
     }
@@ -247,7 +247,7 @@ Result<Done> Tree::remove(std::string_view path) {
     const auto child = std::find_if(siblings.begin(), siblings.end(),
                                     [&](const Child &sibling) { return sibling.name == name; });
     if (std::visit(HoldsReadOnly{}, child->node))
-        return refused(kReadOnly, "read-only", path);
+        return refused(read_only, "read-only", path);
     siblings.erase(child);
     return Done{};
 }

@@ -24,8 +24,8 @@ namespace {
 // came from.
 using Json = nlohmann::ordered_json;
 
-constexpr int kDeepest = 64;
-constexpr std::string_view kReservedBranch = "zansim";
+constexpr int deepest = 64;
+constexpr std::string_view reserved_branch = "zansim";
 
 // A slip in what the file says; what() names the node.
 struct Slip : std::runtime_error {
@@ -40,8 +40,8 @@ struct Slip : std::runtime_error {
 class MemberCheck {
 public:
     bool operator()(int depth, Json::parse_event_t event, const Json &parsed) {
-        if (depth > kDeepest)
-            throw std::runtime_error("nested deeper than " + std::to_string(kDeepest));
+        if (depth > deepest)
+            throw std::runtime_error("nested deeper than " + std::to_string(deepest));
         if (event == Json::parse_event_t::object_start)
             open_.emplace_back();
         else if (event == Json::parse_event_t::object_end)
@@ -163,7 +163,7 @@ void add_instances(Table &table, const Json &instances, const std::string &path)
         throw Slip(path, "$instances is neither a list nor an object");
     for (const auto &[key, instance] : instances.items()) {
         const auto number = to_number(key);
-        if (!number || *number < 1 || *number > kLastInstance || key[0] == '0')
+        if (!number || *number < 1 || *number > last_instance || key[0] == '0')
             throw Slip(path, "\"" + escape(key) + "\" is not an instance number");
         add_instance(table, *number, instance, path);
     }
@@ -179,7 +179,7 @@ Table table_from(const Json &json, const std::string &path) {
     table.writable = writable_from(json, path);
     if (const auto max = json.find("$max"); max != json.end()) {
         const std::int64_t limit = whole_number(*max, path, "$max");
-        if (limit < 0 || limit > kLastInstance)
+        if (limit < 0 || limit > last_instance)
             throw Slip(path, "$max is not a number of instances");
         table.limit = static_cast<std::uint32_t>(limit);
     }
@@ -339,8 +339,8 @@ Result<Tree> parse_tree(std::string_view text, const std::string &file) {
         MemberCheck check;
         const Json json = Json::parse(text, std::ref(check));
         Object root = object_from(json, "");
-        if (root.find(kReservedBranch) != nullptr)
-            throw Slip('/' + std::string(kReservedBranch), "this branch is zansim's own");
+        if (root.find(reserved_branch) != nullptr)
+            throw Slip('/' + std::string(reserved_branch), "this branch is zansim's own");
         return Tree(std::move(root));
     } catch (const Json::parse_error &error) {
         // The library's text begins with its own code and position.

@@ -20,7 +20,7 @@ struct TypeRow {
     std::int64_t most;
 };
 
-constexpr std::array kTypes{
+constexpr std::array types{
     TypeRow{ValueType::string, "string", 0, 0},
     TypeRow{ValueType::integer, "int", std::numeric_limits<std::int32_t>::min(),
             std::numeric_limits<std::int32_t>::max()},
@@ -29,7 +29,7 @@ constexpr std::array kTypes{
 };
 
 const TypeRow &row_of(ValueType type) {
-    return kTypes[static_cast<std::size_t>(type)];
+    return types[static_cast<std::size_t>(type)];
 }
 
 Result<std::string> accepted_number(const Leaf &leaf, std::string_view text) {
@@ -38,7 +38,7 @@ Result<std::string> accepted_number(const Leaf &leaf, std::string_view text) {
     const std::int64_t least = std::max(row.least, leaf.least.value_or(row.least));
     const std::int64_t most = std::min(row.most, leaf.most.value_or(row.most));
     if (!number || *number < least || *number > most)
-        return Error{kBadValue, "value is not " + std::string(row.name) + " from " +
+        return Error{bad_value, "value is not " + std::string(row.name) + " from " +
                                     std::to_string(least) + " to " + std::to_string(most)};
     return std::to_string(*number);
 }
@@ -46,7 +46,7 @@ Result<std::string> accepted_number(const Leaf &leaf, std::string_view text) {
 Result<std::string> accepted_string(const Leaf &leaf, std::string_view text) {
     const std::size_t max = leaf.max_length.value_or(ZAN_DATA_SIZE);
     if (text.size() > max)
-        return Error{kTooLong, "value of " + std::to_string(text.size()) +
+        return Error{too_long, "value of " + std::to_string(text.size()) +
                                    " bytes is longer than " + std::to_string(max)};
     return std::string(text);
 }
@@ -58,9 +58,9 @@ std::string_view type_name(ValueType type) {
 }
 
 std::optional<ValueType> type_by_name(std::string_view name) {
-    const auto row = std::find_if(kTypes.begin(), kTypes.end(),
+    const auto row = std::find_if(types.begin(), types.end(),
                                   [&](const TypeRow &candidate) { return candidate.name == name; });
-    if (row == kTypes.end())
+    if (row == types.end())
         return std::nullopt;
     return row->type;
 }
@@ -74,7 +74,7 @@ Result<std::string> accepted_value(const Leaf &leaf, std::string_view text) {
     std::string listed;
     for (const std::string &choice : leaf.choices)
         listed += (listed.empty() ? "" : ", ") + choice;
-    return Error{kBadValue, "value is none of " + listed};
+    return Error{bad_value, "value is none of " + listed};
 }
 
 } // namespace zan::sim

@@ -8,7 +8,7 @@
 
 namespace zan::sim {
 
-inline constexpr char kVersion[] = ZAN_SIM_TEXT(ZAN_VERSION_MAJOR) "." ZAN_SIM_TEXT(
+inline constexpr char zansim_version[] = ZAN_SIM_TEXT(ZAN_VERSION_MAJOR) "." ZAN_SIM_TEXT(
     ZAN_VERSION_MINOR) "." ZAN_SIM_TEXT(ZAN_VERSION_PATCH);
 
 } // namespace zan::sim

@@ -13,7 +13,7 @@ namespace zan::sim {
 
 namespace {
 
-constexpr std::string_view kBranch = "/zansim/";
+constexpr std::string_view branch = "/zansim/";
 
 struct VirtualNode {
     std::string_view name;
@@ -25,14 +25,14 @@ Result<std::string> send_event(Daemon &daemon, std::string_view value) {
     const auto code = to_number(value);
     if (!code || *code < std::numeric_limits<std::int32_t>::min() ||
         *code > std::numeric_limits<std::int32_t>::max())
-        return Error{kBadValue, "not an event code: " + escape(value)};
+        return Error{bad_value, "not an event code: " + escape(value)};
     daemon.raise_event(static_cast<std::int32_t>(*code));
     return std::string();
 }
 
-constexpr std::array kNodes{
+constexpr std::array nodes{
     VirtualNode{"event", nullptr, send_event},
-    VirtualNode{"version", [](const Daemon &) { return std::string(kVersion); }, nullptr},
+    VirtualNode{"version", [](const Daemon &) { return std::string(zansim_version); }, nullptr},
     VirtualNode{"modules",
                 [](const Daemon &daemon) { return std::to_string(daemon.modules.size()); },
                 nullptr},
@@ -58,19 +58,19 @@ constexpr std::array kNodes{
 };
 
 Result<const VirtualNode *> find_node(std::string_view path) {
-    const std::string_view name = path.substr(std::min(kBranch.size(), path.size()));
-    const auto node = std::find_if(kNodes.begin(), kNodes.end(), [&](const VirtualNode &candidate) {
+    const std::string_view name = path.substr(std::min(branch.size(), path.size()));
+    const auto node = std::find_if(nodes.begin(), nodes.end(), [&](const VirtualNode &candidate) {
         return candidate.name == name;
     });
-    if (node == kNodes.end())
-        return Error{kNoNode, "no such node: " + escape(path)};
+    if (node == nodes.end())
+        return Error{no_node, "no such node: " + escape(path)};
     return &*node;
 }
 
 } // namespace
 
 bool is_virtual(std::string_view path) {
-    return path.starts_with(kBranch) || path == kBranch.substr(0, kBranch.size() - 1);
+    return path.starts_with(branch) || path == branch.substr(0, branch.size() - 1);
 }
 
 Result<std::string> get_virtual(const Daemon &daemon, std::string_view path) {
@@ -78,7 +78,7 @@ Result<std::string> get_virtual(const Daemon &daemon, std::string_view path) {
     if (!node)
         return node.error();
     if ((*node)->get == nullptr)
-        return Error{kWriteOnly, "write-only: " + escape(path)};
+        return Error{write_only, "write-only: " + escape(path)};
     return (*node)->get(daemon);
 }
 
@@ -87,7 +87,7 @@ Result<std::string> set_virtual(Daemon &daemon, std::string_view path, std::stri
     if (!node)
         return node.error();
     if ((*node)->set == nullptr)
-        return Error{kReadOnly, "read-only: " + escape(path)};
+        return Error{read_only, "read-only: " + escape(path)};
     return (*node)->set(daemon, value);
 }
 

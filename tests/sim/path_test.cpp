@@ -29,7 +29,7 @@ TEST(ParsePath, TakesTheRootAsNoElements) {
 TEST(ParsePath, RefusesWhatIsNotAPath) {
     for (const char *const text :
          {"", "sys", "//", "/sys/", "/sys//user", "/a b", "/a%20", "/a\n", "/a#", "/:1", "/a=b"})
-        EXPECT_EQ(parse_path(text).error().code, kBadPath) << text;
+        EXPECT_EQ(parse_path(text).error().code, bad_path) << text;
 }
 
 TEST(ParsePath, NamesWhatIsWrong) {
@@ -41,13 +41,13 @@ TEST(ParsePath, NamesWhatIsWrong) {
 TEST(ParsePath, RefusesInstanceNumbersThatCannotBe) {
     for (const char *const text :
          {"/a:0", "/a:-1", "/a:", "/a:x", "/a:01", "/a:2147483648", "/a:1:2", "/a:#", "/a: 1"})
-        EXPECT_EQ(parse_path(text).error().code, kNoInstance) << text;
+        EXPECT_EQ(parse_path(text).error().code, no_instance) << text;
     EXPECT_EQ(parse_path("/a:2147483647")->at(0).instance, 2147483647U);
 }
 
 TEST(ParsePath, TakesAtMost1023Characters) {
     EXPECT_TRUE(parse_path('/' + std::string(1022, 'a')));
-    EXPECT_EQ(parse_path('/' + std::string(1023, 'a')).error().code, kBadPath);
+    EXPECT_EQ(parse_path('/' + std::string(1023, 'a')).error().code, bad_path);
 }
 
 TEST(Covers, APathAndWhatLiesBelow) {

@@ -41,7 +41,7 @@ TEST_F(SubscriptionsTest, TakesASecondWatchOfAPathForANewOption) {
 
 TEST_F(SubscriptionsTest, EndsAWatchOfItsOwnerOnly) {
     ASSERT_TRUE(subscriptions.watch(one, "/sys", 0));
-    EXPECT_EQ(subscriptions.unwatch(two, "/sys").error().code, kNotSubscribed);
+    EXPECT_EQ(subscriptions.unwatch(two, "/sys").error().code, not_subscribed);
     EXPECT_EQ(subscriptions.unwatch(one, "/sys/x").error().text, "not subscribed: /sys/x");
     ASSERT_TRUE(subscriptions.unwatch(one, "/sys"));
     EXPECT_THAT(watching("/sys/x"), IsEmpty());
@@ -55,8 +55,8 @@ TEST_F(SubscriptionsTest, TellsOfADeletionWhoWatchesBelow) {
 }
 
 TEST_F(SubscriptionsTest, RefusesWhatIsNoPath) {
-    EXPECT_EQ(subscriptions.watch(one, "sys", 0).error().code, kBadPath);
-    EXPECT_EQ(subscriptions.watch(one, "/sys/user:x", 0).error().code, kNoInstance);
+    EXPECT_EQ(subscriptions.watch(one, "sys", 0).error().code, bad_path);
+    EXPECT_EQ(subscriptions.watch(one, "/sys/user:x", 0).error().code, no_instance);
 }
 
 TEST_F(SubscriptionsTest, KeepsEventsByCodeAndOwner) {
@@ -72,11 +72,11 @@ TEST_F(SubscriptionsTest, KeepsEventsByCodeAndOwner) {
 }
 
 TEST_F(SubscriptionsTest, AreBoundedForEachModule) {
-    for (std::size_t i = 0; i + 1 < kMostSubscriptions; ++i)
+    for (std::size_t i = 0; i + 1 < most_subscriptions; ++i)
         ASSERT_TRUE(subscriptions.watch(one, "/sys/x" + std::to_string(i), 0));
     ASSERT_TRUE(subscriptions.add_event(one, 1));
     EXPECT_EQ(subscriptions.watch(one, "/sys/more", 0).error().text, "already 1024 subscriptions");
-    EXPECT_EQ(subscriptions.add_event(one, 2).error().code, kTooManySubscriptions);
+    EXPECT_EQ(subscriptions.add_event(one, 2).error().code, too_many_subscriptions);
     EXPECT_TRUE(subscriptions.watch(one, "/sys/x0", 7));
     EXPECT_TRUE(subscriptions.add_event(one, 1));
     EXPECT_TRUE(subscriptions.watch(two, "/sys/more", 0));

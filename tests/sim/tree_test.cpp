@@ -9,7 +9,7 @@ namespace {
 
 using namespace zan::sim;
 
-constexpr char kTree[] = R"({
+constexpr char tree_text[] = R"({
   "sys": {
     "name": "router",
     "serial": {"$value": "4711", "$access": "ro"},
@@ -24,7 +24,7 @@ constexpr char kTree[] = R"({
 
 class TreeTest : public testing::Test {
 protected:
-    TreeTest() : tree(*parse_tree(kTree, "test")) {}
+    TreeTest() : tree(*parse_tree(tree_text, "test")) {}
 
     template<typename T> static std::string refusal(const Result<T> &result) {
         return result ? "not refused"

@@ -17,14 +17,14 @@ TEST(AcceptedValue, TakesAnyTextForAString) {
     EXPECT_EQ(stored(leaf, ""), "");
     EXPECT_EQ(stored(leaf, " two words "), " two words ");
     EXPECT_EQ(stored(leaf, std::string(35000, 'x')), std::string(35000, 'x'));
-    EXPECT_EQ(accepted_value(leaf, std::string(35001, 'x')).error().code, kTooLong);
+    EXPECT_EQ(accepted_value(leaf, std::string(35001, 'x')).error().code, too_long);
 }
 
 TEST(AcceptedValue, HoldsAStringToItsLength) {
     Leaf leaf;
     leaf.max_length = 3;
     EXPECT_EQ(stored(leaf, "abc"), "abc");
-    EXPECT_EQ(accepted_value(leaf, "abcd").error().code, kTooLong);
+    EXPECT_EQ(accepted_value(leaf, "abcd").error().code, too_long);
     EXPECT_EQ(stored(leaf, "abcd"), "value of 4 bytes is longer than 3");
 }
 
@@ -40,7 +40,7 @@ TEST(AcceptedValue, RefusesWhatIsNoNumberOfTheType) {
     Leaf leaf;
     leaf.type = ValueType::integer;
     for (const char *const text : {"", "abc", "1 ", "1.5", "2147483648", "-2147483649"})
-        EXPECT_EQ(accepted_value(leaf, text).error().code, kBadValue) << text;
+        EXPECT_EQ(accepted_value(leaf, text).error().code, bad_value) << text;
     leaf.type = ValueType::unsigned_integer;
     EXPECT_EQ(stored(leaf, "4294967295"), "4294967295");
     EXPECT_EQ(stored(leaf, "-1"), "value is not uint from 0 to 4294967295");
@@ -65,7 +65,7 @@ TEST(AcceptedValue, HoldsAValueToItsChoices) {
     leaf.choices = {"on", "off"};
     EXPECT_EQ(stored(leaf, "on"), "on");
     EXPECT_EQ(stored(leaf, "On"), "value is none of on, off");
-    EXPECT_EQ(accepted_value(leaf, "On").error().code, kBadValue);
+    EXPECT_EQ(accepted_value(leaf, "On").error().code, bad_value);
 }
 
 TEST(TypeByName, KnowsTheTypesOfTreeFiles) {
