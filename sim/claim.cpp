@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "claim.h"
 
+#include "file.h"
 #include "queue.h"
-#include "tree_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

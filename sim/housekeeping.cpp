@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "housekeeping.h"
 
+#include "file.h"
 #include "tree_file.h"
 
 #include <algorithm>

@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "tree_file.h"
 
+#include "file.h"
 #include "text.h"
 
 #include <nlohmann/json.hpp>
 #include <zan.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <set>
 #include <stdexcept>
 
@@ -304,34 +299,6 @@ void append_json(std::string &text, const Json &json, std::size_t depth) {
     text += '\n' + std::string(2 * depth, ' ') + (json.is_object() ? '}' : ']');
 }
 
-Error file_error(const std::string &file, const char *step) {
-    return {0, file + ": " + step + ": " + std::strerror(errno)};
-}
-
-bool read_all(int fd, std::string &text) {
-    char block[65536];
-    for (;;) {
-        const ssize_t size = read(fd, block, sizeof block);
-        if (size < 0 && errno == EINTR)
-            continue;
-        if (size <= 0)
-            return size == 0;
-        text.append(block, static_cast<std::size_t>(size));
-    }
-}
-
-bool write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 } // namespace
 
 Result<Tree> parse_tree(std::string_view text, const std::string &file) {
@@ -354,38 +321,16 @@ Result<Tree> parse_tree(std::string_view text, const std::string &file) {
 }
 
 Result<Tree> load_tree(const std::string &file) {
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    std::string text;
-    const bool complete = fd >= 0 && read_all(fd, text);
-    const Error error = file_error(file, "cannot be read");
-    if (fd >= 0)
-        close(fd);
-    if (!complete)
-        return error;
-    return parse_tree(text, file);
+    const auto text = load_file(file);
+    if (!text)
+        return text.error();
+    return parse_tree(*text, file);
 }
 
 std::string format_tree(const Tree &tree) {
     std::string text;
     append_json(text, json_of(tree.root()), 0);
     return text + '\n';
-}
-
-Result<Done> write_atomically(const std::string &file, std::string_view text) {
-    // In the same directory, as a rename does not cross file systems.
-    std::string temporary = file + ".XXXXXX";
-    const int fd = mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0)
-        return file_error(file, "cannot be written");
-    struct stat old {};
-    const mode_t mode = stat(file.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
-    bool written = fchmod(fd, mode) == 0 && write_all(fd, text) && fsync(fd) == 0;
-    written = close(fd) == 0 && written;
-    if (written && rename(temporary.c_str(), file.c_str()) == 0)
-        return Done{};
-    const Error error = file_error(file, "cannot be written");
-    unlink(temporary.c_str());
-    return error;
 }
 
 } // namespace zan::sim

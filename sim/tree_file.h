@@ -19,8 +19,4 @@ Result<Tree> load_tree(const std::string &file);
 // A text that parse_tree() makes the same tree of.
 std::string format_tree(const Tree &tree);
 
-// Replaces the file's content, so that a reader, or a machine that loses its
-// power, has either the old text or the new one.
-Result<Done> write_atomically(const std::string &file, std::string_view text);
-
 } // namespace zan::sim
