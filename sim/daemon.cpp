@@ -2,10 +2,13 @@
 #include "daemon.h"
 
 #include "text.h"
+#include "virtual_nodes.h"
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <ctime>
 
 namespace zan::sim {
@@ -15,6 +18,9 @@ namespace {
 // What the receiving side keeps of the fields of a notification.
 constexpr std::size_t source_field = ZAN_NAME_SIZE - 1;
 constexpr std::size_t value_field = 1023;
+
+// Of requests that a fault delays; more of them are served at once.
+constexpr std::size_t most_postponed_bytes = 32U << 20U;
 
 std::string command_text(const Record &record) {
     const std::string_view name = class_name(record.type);
@@ -26,23 +32,13 @@ std::string command_text(const Record &record) {
     return std::string(name) + ' ' + std::string(service->name) + " is not served";
 }
 
-Result<std::string> outcome_of(Daemon &daemon, const Peer &peer, const Received &received) {
+Result<std::string> outcome_of(Daemon &daemon, const Asker &asker, const Received &received) {
     if (!received.defect.empty())
         return Error{malformed, "malformed record: " + received.defect};
     const Service *const service = find_service(received.record.type, received.record.cmd);
     if (service == nullptr || service->handler == nullptr)
         return Error{unknown_command, command_text(received.record)};
-    return service->handler(daemon, {received.record, peer});
-}
-
-Reply reply_to(const Record &request) {
-    const Service *const service = find_service(request.type, request.cmd);
-    return service == nullptr ? Reply::same_command : service->reply;
-}
-
-// Who answers for a class.
-std::string_view answering_name(std::int32_t type) {
-    return type == ZAN_CLASS_CFG ? "ZAN_CFG" : "ZAN";
+    return service->handler(daemon, {received.record, asker});
 }
 
 } // namespace
@@ -50,42 +46,126 @@ std::string_view answering_name(std::int32_t type) {
 void Daemon::serve(const Peer &peer, const Received &received) {
     const Record &request = received.record;
     ++statistics.requests;
-    trace_.received(peer.address, received);
+    trace_.received(peer, received);
     // The pid of a registration is its instance.
     if (request.type != ZAN_CLASS_REGISTRATION && received.defect.empty()) {
         if (Module *const module = modules.find(peer))
             module->pid = request.pid;
     }
-    const Result<std::string> outcome = outcome_of(*this, peer, received);
-    if (reply_to(request) != Reply::none)
-        answer(peer, request, outcome);
+    const Effect effect = strike(received);
+    if (effect.delay.count() != 0)
+        postpone(peer, received, effect);
+    else
+        carry_out(peer, received, effect);
+}
+
+Effect Daemon::strike(const Received &received) {
+    if (faults.empty() || !received.defect.empty())
+        return {};
+    const Record &request = received.record;
+    const std::string_view subject = subject_of(request);
+    // Its own branch stays in reach, or a rule could not be taken back.
+    if (is_virtual(subject))
+        return {};
+    const Fault *const fault = faults.strike({request.type, request.cmd, subject, request.src});
+    if (fault == nullptr)
+        return {};
+    ++statistics.faults;
+    trace_.note("fault strikes: " + fault->text);
+    return fault->effect;
+}
+
+void Daemon::postpone(const Peer &peer, const Received &received, const Effect &effect) {
+    const std::size_t size = sizeof(Postponed) + received.record.payload.size();
+    if (postponed_bytes_ + size > most_postponed_bytes) {
+        trace_.note("not delayed: too many requests are");
+        return carry_out(peer, received, effect);
+    }
+    postponed_bytes_ += size;
+    postponed_.emplace(Clock::now() + effect.delay, Postponed{peer, received, effect});
+    work.notify_one();
+}
+
+std::optional<Daemon::Clock::time_point> Daemon::next_postponed() const {
+    if (postponed_.empty())
+        return std::nullopt;
+    return postponed_.begin()->first;
+}
+
+void Daemon::serve_postponed(Clock::time_point now) {
+    while (!postponed_.empty() && postponed_.begin()->first <= now) {
+        const auto node = postponed_.extract(postponed_.begin());
+        const Postponed &due = node.mapped();
+        postponed_bytes_ -= sizeof due + due.received.record.payload.size();
+        carry_out(due.peer, due.received, due.effect);
+    }
+}
+
+void Daemon::carry_out(const Peer &peer, const Received &received, const Effect &effect) {
+    using Kind = Effect::Kind;
+    const Record &request = received.record;
+    if (effect.kind == Kind::die)
+        die();
+    if (effect.kind == Kind::drop)
+        return;
+    const Asker asker{.peer = peer,
+                      .name = request.src,
+                      .type = request.type,
+                      .cmd = request.cmd,
+                      .disturbance = {.lost = effect.kind == Kind::mute,
+                                      .header_only = effect.kind == Kind::header_only,
+                                      .wrong_first = effect.kind == Kind::wrong_first}};
+    const Result<std::string> outcome = effect.kind == Kind::fail
+                                            ? Error{effect.code, effect.text}
+                                            : outcome_of(*this, asker, received);
+    if (is_awaited(request))
+        answer(asker, outcome);
     else if (!outcome)
         trace_.note("no answer to " + request.src + ": " + outcome.error().text);
 }
 
-void Daemon::answer(const Peer &peer, const Record &request, const Result<std::string> &outcome) {
-    Record answer;
-    answer.type = request.type;
-    answer.cmd = reply_to(request) == Reply::acknowledgement ? int{ZAN_MESSAGE_ACK} : request.cmd;
-    answer.dst = request.src;
-    answer.src = answering_name(request.type);
-    answer.pid = getpid();
+// As if somebody had killed it: nothing is saved and nothing cleaned up.
+void Daemon::die() {
+    trace_.warn("a fault ends zansim");
+    kill(getpid(), SIGKILL);
+    std::abort();
+}
+
+void Daemon::answer(const Asker &asker, const Result<std::string> &outcome) {
+    Record answer = answer_to(asker);
     answer.result = outcome ? 1 : outcome.error().code;
     answer.payload = outcome ? *outcome : outcome.error().text.substr(0, ZAN_PATH_SIZE - 1);
-    const Service *const service = find_service(request.type, request.cmd);
+    const std::size_t size = answer.payload.size();
+    const Service *const service = find_service(asker.type, asker.cmd);
     // Without payload the receiver would show the text of the record before.
     if (outcome && answer.payload.empty() && service->answer == Form::text)
         answer.payload.assign(1, '\0');
-    trace_.sent(peer.address, answer);
-    Delivery delivery = Delivery::too_long;
-    if (answer.payload.size() <= ZAN_DATA_SIZE)
-        delivery = peer.link->answer(peer.address, answer);
-    if (delivery == Delivery::too_long && outcome) {
-        const std::string size = std::to_string(answer.payload.size());
-        return this->answer(peer, request,
-                            Error{answer_too_long, "answer of " + size + " bytes is too long"});
+    if (pass_answer(asker, std::move(answer)) == Delivery::too_long && outcome)
+        this->answer(asker, Error{answer_too_long,
+                                  "answer of " + std::to_string(size) + " bytes is too long"});
+}
+
+Delivery Daemon::pass_answer(const Asker &asker, Record record) {
+    if (asker.disturbance.lost) {
+        trace_.note("the answer to " + asker.name + " is lost");
+        return Delivery::dropped;
     }
-    account(peer, delivery);
+    if (asker.disturbance.wrong_first) {
+        Record wrong = record;
+        ++wrong.cmd;
+        wrong.payload = "answer to another command";
+        send_answer(asker.peer, wrong);
+    }
+    if (asker.disturbance.header_only)
+        record.payload.clear();
+    return send_answer(asker.peer, record);
+}
+
+Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
+    trace_.sent(peer, record);
+    if (record.payload.size() > ZAN_DATA_SIZE)
+        return Delivery::too_long;
+    return account(peer, peer.link->answer(peer.address, record));
 }
 
 void Daemon::announce(std::string_view source, std::string_view path, Change change,
@@ -126,7 +206,7 @@ void Daemon::notify(const Peer &peer, std::int32_t cmd, std::string payload) {
 }
 
 Delivery Daemon::forward(const Peer &peer, const Record &record) {
-    trace_.sent(peer.address, record);
+    trace_.sent(peer, record);
     return account(peer, peer.link->notify(peer.address, record));
 }
 
@@ -158,12 +238,16 @@ void Daemon::enrol(const Peer &peer, Module module) {
 }
 
 void Daemon::forget(const Peer &peer) {
-    subscriptions.forget(peer);
     const Module *const module = modules.find(peer);
-    const std::string queue = "queue " + std::to_string(peer.address);
-    trace_.note(module == nullptr ? queue + " is gone"
-                                  : queue + " is gone: forgot " + module->name);
-    modules.remove(peer);
+    trace_.note(name_of(peer) +
+                (module == nullptr ? " is gone" : " is gone: forgot " + module->name));
+    remove(peer);
+}
+
+bool Daemon::remove(const Peer &peer) {
+    subscriptions.forget(peer);
+    const bool registered = modules.remove(peer);
+    return registered;
 }
 
 } // namespace zan::sim

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "faults.h"
 #include "modules.h"
 #include "peer.h"
 #include "record.h"
@@ -9,9 +10,12 @@
 #include "trace.h"
 #include "tree.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,6 +29,7 @@ struct Statistics {
     std::uint64_t notifications = 0;
     std::uint64_t dropped = 0;
     std::uint64_t command_lines = 0;
+    std::uint64_t faults = 0;
 };
 
 // The state that the services work on, and the way answers and notifications
@@ -32,11 +37,22 @@ struct Statistics {
 class Daemon {
 public:
     Daemon(Tree tree_to_serve, Trace &trace) : tree(std::move(tree_to_serve)), trace_(trace) {}
+    using Clock = std::chrono::steady_clock;
 
     std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
-    // Serves one record from a module and sends its answer.
+    // Serves one record from a module and sends its answer, unless a fault strikes.
     void serve(const Peer &peer, const Received &received);
+
+    // Serves the records whose delay by a fault is over.
+    void serve_postponed(Clock::time_point now);
+    std::optional<Clock::time_point> next_postponed() const;
+
+    // The answer to a request, positive with a payload or negative with a text.
+    void answer(const Asker &asker, const Result<std::string> &outcome);
+
+    // An answer that is a record already.
+    Delivery pass_answer(const Asker &asker, Record record);
 
     // Tells who watches the node at the path, and notes that the tree is another.
     void announce(std::string_view source, std::string_view path, Change change,
@@ -48,8 +64,12 @@ public:
     // Hands a module a record of another module.
     Delivery forward(const Peer &peer, const Record &record);
 
-    // Drops a module that cannot be reached any more, with its subscriptions.
+    // Drops a module that cannot be reached any more.
     void forget(const Peer &peer);
+
+    // A module leaves, with its subscriptions and what it waits for or is waited for.
+    // False when it was not registered.
+    bool remove(const Peer &peer);
 
     // Makes a module known.  Now and then looks for others that ended without a
     // word, so that they do not add up.
@@ -64,11 +84,22 @@ public:
     Tree tree;
     Modules modules;
     Subscriptions subscriptions;
+    Faults faults;
     Statistics statistics;
     std::string last_command_line;
 
 private:
-    void answer(const Peer &peer, const Record &request, const Result<std::string> &outcome);
+    struct Postponed {
+        Peer peer;
+        Received received;
+        Effect effect;
+    };
+
+    Effect strike(const Received &received);
+    void postpone(const Peer &peer, const Received &received, const Effect &effect);
+    void carry_out(const Peer &peer, const Received &received, const Effect &effect);
+    [[noreturn]] void die();
+    Delivery send_answer(const Peer &peer, const Record &record);
     void notify(const Peer &peer, std::int32_t cmd, std::string payload);
     Delivery account(const Peer &peer, Delivery delivery);
 
@@ -76,6 +107,8 @@ private:
     Trace &trace_;
     std::uint64_t tree_version_ = 0;
     std::size_t next_look_ = 256; // modules at which the vanished are looked for
+    std::multimap<Clock::time_point, Postponed> postponed_;
+    std::size_t postponed_bytes_ = 0;
 };
 
 } // namespace zan::sim

@@ -36,9 +36,16 @@ Housekeeping::~Housekeeping() {
 void Housekeeping::run() {
     auto guard = daemon_.lock();
     while (!stopping_) {
-        daemon_.work.wait(guard, [this] { return stopping_ || link_.has_backlog() || unsaved(); });
-        daemon_.work.wait_for(guard, pause(), [this] { return stopping_; });
-        send_backlog();
+        // Woken early only to look whether something is due earlier now.
+        if (const auto next = next_task())
+            daemon_.work.wait_until(guard, *next);
+        else
+            daemon_.work.wait(guard);
+        if (stopping_)
+            break;
+        daemon_.serve_postponed(Clock::now());
+        if (next_retry_ && Clock::now() >= *next_retry_)
+            send_backlog();
         if (unsaved() && Clock::now() >= last_save_ + save_period)
             save(guard);
     }
@@ -50,14 +57,22 @@ bool Housekeeping::unsaved() const {
     return !save_file_.empty() && saved_version_ != daemon_.tree_version();
 }
 
-Housekeeping::Clock::duration Housekeeping::pause() const {
-    const auto until_save = std::max<Clock::duration>(last_save_ + save_period - Clock::now(), 0s);
-    if (!link_.has_backlog())
-        return until_save;
-    return unsaved() ? std::min(until_save, retry_pause_) : retry_pause_;
+std::optional<Housekeeping::Clock::time_point> Housekeeping::next_task() {
+    if (link_.has_backlog() && !next_retry_)
+        next_retry_ = Clock::now() + retry_pause_;
+    auto next = daemon_.next_postponed();
+    const auto consider = [&](Clock::time_point time) {
+        next = next ? std::min(*next, time) : time;
+    };
+    if (next_retry_)
+        consider(*next_retry_);
+    if (unsaved())
+        consider(last_save_ + save_period);
+    return next;
 }
 
 void Housekeeping::send_backlog() {
+    next_retry_.reset();
     for (const int queue : link_.flush())
         daemon_.forget({&link_, queue});
     retry_pause_ = link_.has_backlog() ? std::min<Clock::duration>(retry_pause_ * 2, longest_retry)

@@ -5,14 +5,15 @@
 #include "queue_link.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <thread>
 
 namespace zan::sim {
 
 // What happens without a request: records that found a full queue are sent once
-// there is room, and a changed tree is saved, at most once a second.  Sleeps
-// while there is neither.
+// there is room, requests that a fault delays are served when their time comes, and
+// a changed tree is saved, at most once a second.  Sleeps while there is nothing.
 class Housekeeping {
 public:
     // An empty file name saves nothing.
@@ -24,11 +25,11 @@ public:
     Housekeeping &operator=(const Housekeeping &) = delete;
 
 private:
-    using Clock = std::chrono::steady_clock;
+    using Clock = Daemon::Clock;
 
     void run();
     bool unsaved() const;
-    Clock::duration pause() const;
+    std::optional<Clock::time_point> next_task();
     void send_backlog();
     void save(std::unique_lock<std::mutex> &guard);
 
@@ -41,6 +42,7 @@ private:
     std::uint64_t saved_version_ = 0;
     Clock::time_point last_save_{};
     Clock::duration retry_pause_;
+    std::optional<Clock::time_point> next_retry_; // of sending, while something waits
     std::thread thread_;
 };
 

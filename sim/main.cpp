@@ -50,6 +50,12 @@ Result<Trace> open_trace(const Options &options) {
     return Trace(options.trace, std::move(json));
 }
 
+// What the command line adds to a plain daemon.
+Result<Done> equip(Daemon &daemon, const Options &options) {
+    daemon.faults = options.faults;
+    return Done{};
+}
+
 // Serves until a signal ends it; false when the queues were taken away.
 bool serve(Daemon &daemon, QueueLink &link, Claim &claim) {
     std::thread receiver([&] {
@@ -87,6 +93,8 @@ int run(const Options &options) {
     if (const auto created = QueueLink::create(link); !created)
         return failed(created.error());
     Daemon daemon(std::move(*tree), *trace);
+    if (const auto equipped = equip(daemon, options); !equipped)
+        return failed(equipped.error());
     const Housekeeping housekeeping(daemon, link, options.save_file, *trace);
     if (const auto published = claim.publish(link.request_queue(), link.answer_queue()); !published)
         return failed(published.error());

@@ -7,6 +7,43 @@
 
 namespace zan::sim {
 
+namespace {
+
+// Rules as the command line gives them.
+struct FaultOptions {
+    std::vector<std::string> rules;
+    std::string file;
+    std::uint32_t seed = 1;
+
+    void add_to(CLI::App &app) {
+        app.add_option("--fault", rules,
+                       "Let requests go wrong, as in \"fail -5 command=set\"; repeatable")
+            ->type_name("RULE")
+            ->expected(1)
+            ->take_all();
+        app.add_option("--fault-file", file, "Read such rules from FILE, one to a line")
+            ->type_name("FILE");
+        app.add_option("--seed", seed, "What the chances in rules start from [1]")
+            ->type_name("NUMBER");
+    }
+
+    Result<Faults> faults() const {
+        Faults faults;
+        faults.seed(seed);
+        for (const std::string &rule : rules) {
+            if (const auto added = faults.add(rule); !added)
+                return Error{exit_usage, "--fault \"" + rule + "\": " + added.error().text};
+        }
+        if (!file.empty()) {
+            if (const auto loaded = faults.load(file); !loaded)
+                return Error{exit_failed, loaded.error().text};
+        }
+        return faults;
+    }
+};
+
+} // namespace
+
 bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     CLI::App app("zansim: a stand-in for the zan daemon that serves a configuration tree");
     app.set_version_flag("--version", std::string("zansim ") + zansim_version);
@@ -16,13 +53,22 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     app.add_flag("--trace", options.trace, "Print a line for each record");
     app.add_option("--trace-json", options.trace_file, "Write a JSON line for each record to FILE")
         ->type_name("FILE");
+    FaultOptions fault_options;
+    fault_options.add_to(app);
     try {
         app.parse(argc, argv);
-        return true;
     } catch (const CLI::ParseError &error) {
         exit_code = app.exit(error) == 0 ? exit_ended : exit_usage;
         return false;
     }
+    auto faults = fault_options.faults();
+    if (!faults) {
+        std::fprintf(stderr, "zansim: %s\n", faults.error().text.c_str());
+        exit_code = faults.error().code;
+        return false;
+    }
+    options.faults = std::move(*faults);
+    return true;
 }
 
 } // namespace zan::sim

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "faults.h"
+
 #include <string>
 
 namespace zan::sim {
@@ -9,6 +11,7 @@ struct Options {
     std::string tree_file;
     std::string save_file;
     std::string trace_file;
+    Faults faults;
     bool trace = false;
 };
 

@@ -4,6 +4,8 @@
 #include "record.h"
 
 #include <compare>
+#include <string>
+#include <string_view>
 
 namespace zan::sim {
 
@@ -15,10 +17,15 @@ enum class Delivery {
     gone,     // there is no receiver any more
 };
 
+struct Module;
+
 // A way on which modules reach zansim.  Sending never waits.
 class Link {
 public:
     virtual ~Link() = default;
+
+    // What it has addresses of: "queue".
+    virtual std::string_view kind() const = 0;
 
     // The answer to a request that came from this address.
     virtual Delivery answer(int address, const Record &record) = 0;
@@ -29,8 +36,8 @@ public:
     // Whether somebody can be reached at the address.
     virtual bool exists(int address) const = 0;
 
-    // The process that sent the request received last, or 0.
-    virtual int last_sender() const = 0;
+    // The module that a registration received just now makes known.
+    virtual Module newcomer(const Record &registration) const = 0;
 };
 
 // Where a module is reached.
@@ -40,5 +47,10 @@ struct Peer {
 
     auto operator<=>(const Peer &) const = default;
 };
+
+// "queue 5"
+inline std::string name_of(const Peer &peer) {
+    return std::string(peer.link->kind()) + ' ' + std::to_string(peer.address);
+}
 
 } // namespace zan::sim

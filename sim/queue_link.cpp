@@ -77,9 +77,12 @@ bool QueueLink::exists(int address) const {
     return queue_exists(address);
 }
 
-int QueueLink::last_sender() const {
+// Its pid is its instance; the kernel knows who sent the request.
+Module QueueLink::newcomer(const Record &registration) const {
     const auto state = queue_state(request_queue_);
-    return state ? state->last_sender : 0;
+    return {.name = registration.src,
+            .instance = registration.pid,
+            .pid = state ? state->last_sender : 0};
 }
 
 Delivery QueueLink::deliver(int queue, Outbox::Lane lane, Packet packet, const Record &record) {

@@ -37,10 +37,11 @@ public:
     // Ends serve(); safe beside it.
     void remove();
 
+    std::string_view kind() const override { return "queue"; }
     Delivery answer(int address, const Record &record) override;
     Delivery notify(int address, const Record &record) override;
     bool exists(int address) const override;
-    int last_sender() const override;
+    Module newcomer(const Record &registration) const override;
 
     // Sends what waits for room.  The queues that turned out to be gone.
     std::vector<int> flush();

@@ -39,7 +39,7 @@ Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
 Result<std::string> send_to_all(Daemon &daemon, const Request &request) {
     std::set<std::string> names = daemon.modules.names();
     names.erase(request.record.src);
-    if (const Module *const sender = daemon.modules.find(request.peer))
+    if (const Module *const sender = daemon.modules.find(request.peer()))
         names.erase(sender->name);
     for (const std::string &name : names)
         deliver(daemon, name, request.record);

@@ -9,9 +9,9 @@ namespace zan::sim {
 namespace {
 
 Result<Done> require_registration(Daemon &daemon, const Request &request) {
-    if (daemon.modules.find(request.peer) != nullptr)
+    if (daemon.modules.find(request.peer()) != nullptr)
         return Done{};
-    return Error{not_registered, "not registered: queue " + std::to_string(request.peer.address)};
+    return Error{not_registered, "not registered: " + name_of(request.peer())};
 }
 
 Result<std::int32_t> event_code(const Request &request) {
@@ -39,11 +39,11 @@ Result<std::string> watch_value(Daemon &daemon, const Request &request) {
         return Error{malformed, "malformed record: no path to watch"};
     const auto option = static_cast<std::uint8_t>(payload[1]);
     return answer_of(
-        daemon.subscriptions.watch(request.peer, until_nul(payload.substr(2)), option));
+        daemon.subscriptions.watch(request.peer(), until_nul(payload.substr(2)), option));
 }
 
 Result<std::string> unwatch_value(Daemon &daemon, const Request &request) {
-    return answer_of(daemon.subscriptions.unwatch(request.peer, request.text()));
+    return answer_of(daemon.subscriptions.unwatch(request.peer(), request.text()));
 }
 
 Result<std::string> await_event(Daemon &daemon, const Request &request) {
@@ -52,14 +52,14 @@ Result<std::string> await_event(Daemon &daemon, const Request &request) {
     const auto code = event_code(request);
     if (!code)
         return code.error();
-    return answer_of(daemon.subscriptions.add_event(request.peer, *code));
+    return answer_of(daemon.subscriptions.add_event(request.peer(), *code));
 }
 
 Result<std::string> ignore_event(Daemon &daemon, const Request &request) {
     const auto code = event_code(request);
     if (!code)
         return code.error();
-    return answer_of(daemon.subscriptions.remove_event(request.peer, *code));
+    return answer_of(daemon.subscriptions.remove_event(request.peer(), *code));
 }
 
 } // namespace zan::sim

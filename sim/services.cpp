@@ -3,6 +3,8 @@
 
 #include "text.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 
@@ -28,10 +30,15 @@ constexpr std::array classes{
 
 using enum Form;
 
+constexpr Service cfg(std::int32_t cmd, std::string_view name, Form request, Form answer,
+                      Handler handler) {
+    return {ZAN_CLASS_CFG, cmd, name, request, answer, handler};
+}
+
 constexpr std::array services{
-    Service{ZAN_CLASS_CFG, ZAN_CFG_GET, "get", text, text, get_value},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_SET, "set", text, none, set_value},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_DELETE, "delete", text, none, delete_node},
+    cfg(ZAN_CFG_GET, "get", path, text, get_value),
+    cfg(ZAN_CFG_SET, "set", assignment, none, set_value),
+    cfg(ZAN_CFG_DELETE, "delete", path, none, delete_node),
     Service{ZAN_CLASS_CFG, ZAN_CFG_RELOAD, "reload", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_DUMP, "dump", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_SET_FILE, "set-file", text, none, nullptr},
@@ -42,13 +49,13 @@ constexpr std::array services{
     Service{ZAN_CLASS_CFG, ZAN_CFG_EMPTY, "empty", none, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_RESET, "reset", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT_PATH, "convert-path", text, text, nullptr},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ARRAY, "array", text, text, get_array},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_ANCHOR, "anchor", text, none, add_instance},
+    cfg(ZAN_CFG_GET_ARRAY, "array", path, text, get_array),
+    cfg(ZAN_CFG_ANCHOR, "anchor", path, none, add_instance),
     Service{ZAN_CLASS_CFG, ZAN_CFG_IFNAME, "interface-name", text, text, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT, "convert", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_ALL, "apply-all", none, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_FIREWALL, "apply-firewall", none, none, nullptr},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid},
+    cfg(ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid),
     Service{ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "register", none, none, register_module},
     Service{ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "unregister", none, none, unregister_module},
     Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, "send", bytes, none, send_to_module,
@@ -58,7 +65,7 @@ constexpr std::array services{
             Reply::none},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE, "watch", watch, none, watch_value},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_EVENT, "await-event", event, none, await_event},
-    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_VALUE, "unwatch", text, none, unwatch_value},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_VALUE, "unwatch", path, none, unwatch_value},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_EVENT, "ignore-event", event, none,
             ignore_event},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
@@ -69,6 +76,20 @@ constexpr std::array services{
     Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, "send-all", bytes, none, send_to_all,
             Reply::acknowledgement},
 };
+
+// Who answers for a class.
+std::string_view answering_name(std::int32_t type) {
+    switch (type) {
+    case ZAN_CLASS_CFG:
+        return "ZAN_CFG";
+    case ZAN_CLASS_CWMP:
+        return "ZAN_CWMP";
+    case ZAN_CLASS_ACTION:
+        return "ZAN_FAD";
+    default:
+        return "ZAN";
+    }
+}
 
 } // namespace
 
@@ -87,11 +108,74 @@ const Service *find_service(std::int32_t type, std::int32_t cmd) {
     return found == services.end() ? nullptr : &*found;
 }
 
+std::string_view subject_of(const Record &request) {
+    const Service *const service = find_service(request.type, request.cmd);
+    const std::string_view payload = request.payload;
+    const auto from = [&](std::size_t start) {
+        return until_nul(payload.substr(std::min(start, payload.size())));
+    };
+    const auto word = [](std::string_view line) { return line.substr(0, line.find(' ')); };
+    switch (service == nullptr ? Form::none : service->request) {
+    case Form::path: {
+        const std::string_view line = from(0);
+        return line.substr(0, line.size() - (line.ends_with('#') ? 1 : 0));
+    }
+    case Form::first_word:
+        return word(from(0));
+    case Form::assignment:
+        return word(from(1));
+    case Form::conversion:
+        return from(1);
+    case Form::watch:
+        return from(2);
+    case Form::none:
+    case Form::text:
+    case Form::event:
+    case Form::bytes:
+        break;
+    }
+    return {};
+}
+
+Record answer_to(const Asker &asker) {
+    const Service *const service = find_service(asker.type, asker.cmd);
+    const bool acknowledged = service != nullptr && service->reply == Reply::acknowledgement;
+    Record answer;
+    answer.type = asker.type;
+    answer.cmd = acknowledged ? std::int32_t{ZAN_MESSAGE_ACK} : asker.cmd;
+    answer.dst = asker.name;
+    answer.src = answering_name(asker.type);
+    answer.pid = getpid();
+    answer.result = 1;
+    return answer;
+}
+
+bool is_awaited(const Record &request) {
+    const Service *const service = find_service(request.type, request.cmd);
+    const Reply reply = service == nullptr ? Reply::same_command : service->reply;
+    return reply != Reply::none;
+}
+
 std::string_view class_name(std::int32_t type) {
     const auto found =
         std::find_if(classes.begin(), classes.end(),
                      [&](const ClassName &candidate) { return candidate.type == type; });
     return found == classes.end() ? std::string_view() : found->name;
+}
+
+std::optional<std::int32_t> class_by_name(std::string_view name) {
+    const auto found =
+        std::find_if(classes.begin(), classes.end(),
+                     [&](const ClassName &candidate) { return candidate.name == name; });
+    if (found == classes.end())
+        return std::nullopt;
+    return found->type;
+}
+
+bool is_command_name(std::string_view name, std::optional<std::int32_t> type) {
+    return std::any_of(services.begin(), services.end(), [&](const Service &service) {
+        return service.name == name && (!type || service.type == *type);
+    });
 }
 
 } // namespace zan::sim

@@ -6,6 +6,7 @@
 #include "result.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,9 +14,27 @@ namespace zan::sim {
 
 class Daemon;
 
+// How an answer differs from the usual one, by a fault.
+struct Disturbance {
+    bool lost = false;
+    bool header_only = false;
+    bool wrong_first = false; // an answer to another command comes before it
+};
+
+// Who waits for an answer, and to what.
+struct Asker {
+    Peer peer;
+    std::string name;
+    std::int32_t type = 0;
+    std::int32_t cmd = 0;
+    Disturbance disturbance = {};
+};
+
 struct Request {
     const Record &record;
-    Peer peer;
+    const Asker &asker;
+
+    const Peer &peer() const { return asker.peer; }
 
     // The payload up to its first NUL.
     std::string_view text() const;
@@ -28,8 +47,12 @@ using Handler = Result<std::string> (*)(Daemon &, const Request &);
 enum class Form {
     none,
     text,
-    watch, // two setting bytes and a path
-    event, // a 32-bit number
+    path,       // of a node or a file; "#" may follow
+    first_word, // a path, and perhaps a blank and more
+    assignment, // "0", a path, a blank, a value
+    conversion, // a digit and a path
+    watch,      // two setting bytes and a path
+    event,      // a 32-bit number
     bytes,
 };
 
@@ -54,10 +77,23 @@ struct Service {
 // Null for a command that does not exist.
 const Service *find_service(std::int32_t type, std::int32_t cmd);
 
+// The path, or the name of a file, that a request is about; empty when it has none.
+std::string_view subject_of(const Record &request);
+
+// Whether the sender waits for an answer.
+bool is_awaited(const Record &request);
+
+// The header of a positive answer.
+Record answer_to(const Asker &asker);
+
 Error no_such_module(std::string_view name);
 
 // "CFG" for 1; empty for a class that does not exist.
 std::string_view class_name(std::int32_t type);
+std::optional<std::int32_t> class_by_name(std::string_view name);
+
+// Whether a command of the class, or of any class, has the name.
+bool is_command_name(std::string_view name, std::optional<std::int32_t> type);
 
 // service_configuration.cpp
 Result<std::string> get_value(Daemon &daemon, const Request &request);

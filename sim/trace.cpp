@@ -52,6 +52,19 @@ Form form_of(const Record &record, bool outgoing) {
     return outgoing ? service->answer : service->request;
 }
 
+bool is_text(Form form) {
+    switch (form) {
+    case Form::text:
+    case Form::path:
+    case Form::first_word:
+    case Form::assignment:
+    case Form::conversion:
+        return true;
+    default:
+        return false;
+    }
+}
+
 std::string name_or_dash(std::string_view name) {
     return name.empty() ? "-" : escape(name);
 }
@@ -66,12 +79,15 @@ std::string class_text(const Record &record) {
     return name.empty() ? "class-" + std::to_string(record.type) : std::string(name);
 }
 
-std::string readable_line(bool outgoing, int queue, const Record &record, std::string_view defect) {
+std::string readable_line(bool outgoing, const Peer &peer, const Record &record,
+                          std::string_view defect) {
     std::string line = clock_time("%H:%M:%S");
     line += outgoing ? " out " : " in  ";
     line += class_text(record) + ' ' + command_name(record) + ' ' + name_or_dash(record.src) +
-            " -> " + name_or_dash(record.dst) + " queue=" + std::to_string(queue);
-    if (record.type == ZAN_CLASS_REGISTRATION && !outgoing)
+            " -> " + name_or_dash(record.dst) + ' ' + std::string(peer.link->kind()) + '=' +
+            std::to_string(peer.address);
+    // A module of a queue tells its instance there.
+    if (record.type == ZAN_CLASS_REGISTRATION && !outgoing && peer.link->kind() == "queue")
         line += " instance=" + std::to_string(record.pid);
     else
         line += " pid=" + std::to_string(record.pid);
@@ -87,12 +103,12 @@ std::string readable_line(bool outgoing, int queue, const Record &record, std::s
     return line;
 }
 
-nlohmann::ordered_json json_line(bool outgoing, int queue, const Record &record,
+nlohmann::ordered_json json_line(bool outgoing, const Peer &peer, const Record &record,
                                  std::string_view defect) {
     nlohmann::ordered_json json{
         {"time", clock_time("%Y-%m-%dT%H:%M:%S")},
         {"direction", outgoing ? "out" : "in"},
-        {"queue", queue},
+        {std::string(peer.link->kind()), peer.address},
         {"class", record.type},
         {"class_name", class_name(record.type)},
         {"command", record.cmd},
@@ -104,7 +120,7 @@ nlohmann::ordered_json json_line(bool outgoing, int queue, const Record &record,
         {"arg", record.arg},
         {"len", record.payload.size()},
     };
-    if (form_of(record, outgoing) == Form::text && is_readable(until_nul(record.payload)))
+    if (is_text(form_of(record, outgoing)) && is_readable(until_nul(record.payload)))
         json["text"] = until_nul(record.payload);
     else if (!record.payload.empty())
         json["hex"] = hex(record.payload);
@@ -122,10 +138,11 @@ std::string dumped(const nlohmann::ordered_json &json) {
 
 std::string readable_payload(const Record &record, bool outgoing) {
     const std::string_view payload = record.payload;
-    switch (form_of(record, outgoing)) {
-    case Form::text:
-        // Padding behind the text says nothing.
+    const Form form = form_of(record, outgoing);
+    // Padding behind the text says nothing.
+    if (is_text(form))
         return quoted(until_nul(payload));
+    switch (form) {
     case Form::watch:
         if (payload.size() < 2)
             break;
@@ -139,8 +156,7 @@ std::string readable_payload(const Record &record, bool outgoing) {
         std::memcpy(&code, payload.data(), sizeof code);
         return "event=" + std::to_string(code);
     }
-    case Form::none:
-    case Form::bytes:
+    default:
         if (is_readable(payload))
             return quoted(payload);
         break;
@@ -148,20 +164,21 @@ std::string readable_payload(const Record &record, bool outgoing) {
     return shown_bytes(payload);
 }
 
-void Trace::received(int queue, const Received &received) {
-    record(Direction::in, queue, received.record, received.defect);
+void Trace::received(const Peer &peer, const Received &received) {
+    record(Direction::in, peer, received.record, received.defect);
 }
 
-void Trace::sent(int queue, const Record &record) {
-    this->record(Direction::out, queue, record, {});
+void Trace::sent(const Peer &peer, const Record &record) {
+    this->record(Direction::out, peer, record, {});
 }
 
-void Trace::record(Direction direction, int queue, const Record &record, std::string_view defect) {
+void Trace::record(Direction direction, const Peer &peer, const Record &record,
+                   std::string_view defect) {
     const bool outgoing = direction == Direction::out;
     if (readable_)
-        print(readable_line(outgoing, queue, record, defect));
+        print(readable_line(outgoing, peer, record, defect));
     if (json_)
-        print_json(dumped(json_line(outgoing, queue, record, defect)));
+        print_json(dumped(json_line(outgoing, peer, record, defect)));
 }
 
 void Trace::note(std::string_view text) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "peer.h"
 #include "record.h"
 
 #include <cstdio>
@@ -22,8 +23,8 @@ public:
     Trace() = default;
     Trace(bool readable, File json) : readable_(readable), json_(std::move(json)) {}
 
-    void received(int queue, const Received &received);
-    void sent(int queue, const Record &record);
+    void received(const Peer &peer, const Received &received);
+    void sent(const Peer &peer, const Record &record);
 
     // What happened beside records.
     void note(std::string_view text);
@@ -34,7 +35,8 @@ public:
 private:
     enum class Direction { in, out };
 
-    void record(Direction direction, int queue, const Record &record, std::string_view defect);
+    void record(Direction direction, const Peer &peer, const Record &record,
+                std::string_view defect);
     void print(const std::string &line);
     void print_json(const std::string &line);
 

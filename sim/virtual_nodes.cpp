@@ -30,6 +30,20 @@ Result<std::string> send_event(Daemon &daemon, std::string_view value) {
     return std::string();
 }
 
+Result<std::string> set_fault(Daemon &daemon, std::string_view value) {
+    if (value.empty()) {
+        daemon.faults.clear();
+        return std::string();
+    }
+    if (const auto added = daemon.faults.add(value); !added)
+        return Error{bad_value, added.error().text};
+    return std::string();
+}
+
+template<auto member> std::string number(const Daemon &daemon) {
+    return std::to_string(daemon.statistics.*member);
+}
+
 constexpr std::array nodes{
     VirtualNode{"event", nullptr, send_event},
     VirtualNode{"version", [](const Daemon &) { return std::string(zansim_version); }, nullptr},
@@ -39,22 +53,17 @@ constexpr std::array nodes{
     VirtualNode{"subscriptions",
                 [](const Daemon &daemon) { return std::to_string(daemon.subscriptions.size()); },
                 nullptr},
-    VirtualNode{"requests",
-                [](const Daemon &daemon) { return std::to_string(daemon.statistics.requests); },
-                nullptr},
-    VirtualNode{
-        "notifications",
-        [](const Daemon &daemon) { return std::to_string(daemon.statistics.notifications); },
-        nullptr},
     VirtualNode{
         "command_lines",
         [](const Daemon &daemon) { return std::to_string(daemon.statistics.command_lines); },
         nullptr},
     VirtualNode{"last_command_line", [](const Daemon &daemon) { return daemon.last_command_line; },
                 nullptr},
-    VirtualNode{"dropped",
-                [](const Daemon &daemon) { return std::to_string(daemon.statistics.dropped); },
-                nullptr},
+    VirtualNode{"requests", number<&Statistics::requests>, nullptr},
+    VirtualNode{"notifications", number<&Statistics::notifications>, nullptr},
+    VirtualNode{"dropped", number<&Statistics::dropped>, nullptr},
+    VirtualNode{"faults", number<&Statistics::faults>, nullptr},
+    VirtualNode{"fault", [](const Daemon &daemon) { return daemon.faults.text(); }, set_fault},
 };
 
 Result<const VirtualNode *> find_node(std::string_view path) {

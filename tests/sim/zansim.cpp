@@ -52,6 +52,13 @@ std::string number_bytes(std::int32_t number) {
     return bytes;
 }
 
+std::string action_payload(int code, int wait, int param, std::string_view name) {
+    std::string payload = number_bytes(code) + number_bytes(wait) + number_bytes(param);
+    payload += name;
+    payload.resize(1036);
+    return payload;
+}
+
 std::string watch_payload(int flag, int option, std::string_view path) {
     std::string payload{static_cast<char>(flag), static_cast<char>(option)};
     payload += path;
@@ -93,11 +100,29 @@ SizedRecord await_record(int qid, long msgtyp) {
     return *record;
 }
 
+namespace {
+
+// Who serves a class.
+const char *server_of(int type) {
+    switch (type) {
+    case class_cfg:
+        return "ZAN_CFG";
+    case class_cwmp:
+        return "ZAN_CWMP";
+    case class_action:
+        return "ZAN_FAD";
+    default:
+        return "ZAN";
+    }
+}
+
+} // namespace
+
 Fields RawModule::request(int type, int cmd, std::string payload) const {
     return {.mtype = queue(),
             .type = type,
             .cmd = cmd,
-            .dst = type == class_cfg ? "ZAN_CFG" : "ZAN",
+            .dst = server_of(type),
             .src = name_,
             .pid = 4242,
             .payload = std::move(payload)};
@@ -137,7 +162,7 @@ Fields RawModule::answer(int type, int cmd, int result, std::string payload) con
             .type = type,
             .cmd = cmd,
             .dst = name_,
-            .src = type == class_cfg ? "ZAN_CFG" : "ZAN",
+            .src = server_of(type),
             .pid = zansim_.pid(),
             .result = result,
             .payload = std::move(payload)};
@@ -175,6 +200,13 @@ std::unique_ptr<RawModule> ZansimTest::another_module(const std::string &name) c
     auto made = std::make_unique<RawModule>(*zansim_, name);
     EXPECT_EQ(made->announce(cmd_register).record.result(), 1);
     return made;
+}
+
+std::string ZansimTest::told(const RawModule &watcher) {
+    std::string lines;
+    for (const SizedRecord &record : watcher.notifications())
+        lines += record.payload() + '\n';
+    return lines;
 }
 
 void ZansimTest::expect_refused(const SizedRecord &answer, int type, int cmd, int code,

@@ -18,14 +18,29 @@ namespace zan::test {
 
 // Numbers as they travel, written down apart from the library's header.
 inline constexpr int class_cfg = 1;
+inline constexpr int class_cwmp = 2;
 inline constexpr int class_registration = 3;
 inline constexpr int class_notify = 5;
+inline constexpr int class_action = 7;
 
 inline constexpr int cmd_get = 1;
 inline constexpr int cmd_set = 2;
 inline constexpr int cmd_delete = 3;
+inline constexpr int cmd_reload = 4;
+inline constexpr int cmd_dump = 5;
+inline constexpr int cmd_set_file = 7;
+inline constexpr int cmd_print = 12;
+inline constexpr int cmd_get_attr = 15;
+inline constexpr int cmd_set_attr = 16;
+inline constexpr int cmd_login = 19;
+inline constexpr int cmd_reset = 21;
+inline constexpr int cmd_convert_path = 22;
 inline constexpr int cmd_array = 23;
 inline constexpr int cmd_anchor = 25;
+inline constexpr int cmd_ifname = 29;
+inline constexpr int cmd_convert = 31;
+inline constexpr int cmd_apply_all = 32;
+inline constexpr int cmd_apply_firewall = 33;
 inline constexpr int cmd_pid = 34;
 
 inline constexpr int cmd_register = 0;
@@ -49,6 +64,9 @@ std::string number_bytes(std::int32_t number);
 
 // The payload that subscribes to a path.
 std::string watch_payload(int flag, int option, std::string_view path);
+
+// The payload of a file-and-action request.
+std::string action_payload(int code, int wait, int param, std::string_view name);
 
 // zansim as a program of its own, ready to serve.
 class Zansim {
@@ -134,6 +152,9 @@ protected:
     std::string errors();
 
     std::unique_ptr<RawModule> another_module(const std::string &name) const;
+
+    // The texts that were told to a module, a line each.
+    static std::string told(const RawModule &watcher);
 
     // Expects zansim to refuse with this code and text, and to serve on.
     void expect_refused(const SizedRecord &answer, int type, int cmd, int code,
