@@ -22,6 +22,8 @@ namespace {
 
 constexpr char request_file[] = "/tmp/zan_qid";
 constexpr char answer_file[] = "/tmp/zan_req_qid";
+constexpr char port_file[] = "/tmp/zan.socket";
+constexpr char address_file[] = "/tmp/zan.socketip";
 constexpr char lock_file[] = "/tmp/zan_sim.lock";
 
 // What the lock file of an earlier run says.
@@ -172,7 +174,7 @@ Result<std::string> Claim::take() {
     return told;
 }
 
-Result<Done> Claim::publish(int request_queue, int answer_queue) {
+Result<Done> Claim::publish(int request_queue, int answer_queue, int port) {
     request_queue_ = request_queue;
     answer_queue_ = answer_queue;
     const std::string text = std::to_string(getpid()) + ' ' + std::to_string(request_queue) + ' ' +
@@ -181,9 +183,23 @@ Result<Done> Claim::publish(int request_queue, int answer_queue) {
         pwrite(fd_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
         return system_error(lock_file);
     // Complete files from the start: a module may read them at any moment.
+    if (const auto done = publish_port(port); !done)
+        return done.error();
     if (const auto done = write_atomically(answer_file, std::to_string(answer_queue) + '\n'); !done)
         return done.error();
     return write_atomically(request_file, std::to_string(request_queue) + '\n');
+}
+
+Result<Done> Claim::publish_port(int port) {
+    port_ = port;
+    if (port == 0) {
+        unlink(port_file);
+        unlink(address_file);
+        return Done{};
+    }
+    if (const auto done = write_atomically(address_file, "127.0.0.1\n"); !done)
+        return done.error();
+    return write_atomically(port_file, std::to_string(port) + '\n');
 }
 
 void Claim::withdraw() {
@@ -191,6 +207,10 @@ void Claim::withdraw() {
         return;
     remove_if_names(request_file, request_queue_);
     remove_if_names(answer_file, answer_queue_);
+    // The address is that of whoever has the port.
+    if (read_id(port_file) == port_)
+        unlink(address_file);
+    remove_if_names(port_file, port_);
     unlink(lock_file);
     close(fd_);
     fd_ = -1;

@@ -7,8 +7,8 @@
 
 namespace zan::sim {
 
-// The place of the daemon on this machine: the two files that tell modules its
-// queues, and a lock by which a zansim knows another one.
+// The place of the daemon on this machine: the files that tell modules its
+// queues and its port, and a lock by which a zansim knows another one.
 class Claim {
 public:
     Claim() = default;
@@ -22,17 +22,20 @@ public:
     Result<std::string> take();
 
     // Tells modules where to send.
-    Result<Done> publish(int request_queue, int answer_queue);
+    // Without a port, 0, there is no link for agents.
+    Result<Done> publish(int request_queue, int answer_queue, int port);
 
     // Modules that start from now on find no daemon.
     void withdraw();
 
 private:
     Result<Done> lock();
+    Result<Done> publish_port(int port);
 
     int fd_ = -1;
     int request_queue_ = -1;
     int answer_queue_ = -1;
+    int port_ = -1;
 };
 
 } // namespace zan::sim

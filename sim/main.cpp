@@ -5,6 +5,7 @@
 #include "kernel_limits.h"
 #include "options.h"
 #include "queue_link.h"
+#include "socket_link.h"
 #include "trace.h"
 #include "tree_file.h"
 
@@ -57,10 +58,14 @@ Result<Done> equip(Daemon &daemon, const Options &options) {
 }
 
 // Serves until a signal ends it; false when the queues were taken away.
-bool serve(Daemon &daemon, QueueLink &link, Claim &claim) {
+bool serve(Daemon &daemon, QueueLink &link, SocketLink &agents, Claim &claim) {
     std::thread receiver([&] {
         link.serve(daemon);
         kill(getpid(), SIGTERM); // when the queue went by itself, nobody else would
+    });
+    std::thread agent_server([&] {
+        if (agents.port() != 0)
+            agents.serve(daemon);
     });
     const sigset_t signals = ending_signals();
     int number = 0;
@@ -69,7 +74,9 @@ bool serve(Daemon &daemon, QueueLink &link, Claim &claim) {
     const bool had_queue = link.exists(link.request_queue());
     claim.withdraw();
     link.remove();
+    agents.stop();
     receiver.join();
+    agent_server.join();
     return had_queue;
 }
 
@@ -92,16 +99,22 @@ int run(const Options &options) {
     QueueLink link(*trace);
     if (const auto created = QueueLink::create(link); !created)
         return failed(created.error());
+    SocketLink agents(*trace);
+    // Modules can do without it, and most do.
+    if (const auto opened = agents.open(); !opened)
+        tell(opened.error().text);
     Daemon daemon(std::move(*tree), *trace);
     if (const auto equipped = equip(daemon, options); !equipped)
         return failed(equipped.error());
     const Housekeeping housekeeping(daemon, link, options.save_file, *trace);
-    if (const auto published = claim.publish(link.request_queue(), link.answer_queue()); !published)
+    if (const auto published =
+            claim.publish(link.request_queue(), link.answer_queue(), agents.port());
+        !published)
         return failed(published.error());
-    std::printf("zansim: ready (process %d, queues %d and %d, %zu parameters)\n", getpid(),
-                link.request_queue(), link.answer_queue(), parameters);
+    std::printf("zansim: ready (process %d, queues %d and %d, port %d, %zu parameters)\n", getpid(),
+                link.request_queue(), link.answer_queue(), agents.port(), parameters);
     std::fflush(stdout);
-    if (serve(daemon, link, claim))
+    if (serve(daemon, link, agents, claim))
         return exit_ended;
     return failed({0, "the request queue was removed"});
 }

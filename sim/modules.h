@@ -16,10 +16,12 @@ struct Module {
     std::string name;
     int instance = 0;
     int pid = 0; // 0 while unknown
+    bool agent = false;
 };
 
-// Who is registered.  A module may have several queues: each is an entry, and
-// the module is found by that of its lowest instance.
+// Who is registered.  A module may have several queues and be an agent besides:
+// each is an entry, and the module is found by its latest link or, without one, by
+// the queue of its lowest instance.
 class Modules {
 public:
     using Entry = std::pair<const Peer, Module>;
@@ -37,8 +39,7 @@ public:
     const Entry *find(std::string_view name) const {
         const Entry *best = nullptr;
         for (const Entry &entry : modules_) {
-            if (entry.second.name == name &&
-                (best == nullptr || entry.second.instance < best->second.instance))
+            if (entry.second.name == name && (best == nullptr || comes_before(entry, *best)))
                 best = &entry;
         }
         return best;
@@ -65,6 +66,13 @@ public:
     }
 
 private:
+    static bool comes_before(const Entry &one, const Entry &other) {
+        if (one.second.agent != other.second.agent)
+            return one.second.agent;
+        return one.second.agent ? one.first.address > other.first.address
+                                : one.second.instance < other.second.instance;
+    }
+
     std::map<Peer, Module> modules_;
 };
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "losses.h"
 #include "queue.h"
 
 #include <cstddef>
@@ -22,9 +23,7 @@ public:
     void pop(Lane lane);
     bool empty() const { return answers_.empty() && notices_.empty(); }
 
-    // Of this queue in its present state; told once when it starts and once when
-    // it ends.
-    std::size_t lost = 0;
+    Losses losses;
 
 private:
     std::deque<Packet> answers_;

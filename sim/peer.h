@@ -43,7 +43,7 @@ public:
 // Where a module is reached.
 struct Peer {
     Link *link = nullptr;
-    int address = -1; // the module's queue id
+    int address = -1; // the module's queue id, or the number of its link
 
     auto operator<=>(const Peer &) const = default;
 };

@@ -117,9 +117,7 @@ Delivery QueueLink::wait_for_room(int queue, Outbox::Lane lane, Packet packet,
     Outbox &outbox = outboxes_[queue];
     if (outbox.keep(lane, std::move(packet)))
         return Delivery::kept;
-    if (++outbox.lost == 1)
-        trace_.warn("queue " + std::to_string(queue) + " of " + record.dst +
-                    " is full and not being read: records to it are dropped");
+    outbox.losses.add(trace_, name_of({this, queue}), record.dst);
     return Delivery::dropped;
 }
 
@@ -144,9 +142,8 @@ std::vector<int> QueueLink::flush() {
                                flush_lane(queue, outbox, Outbox::Lane::notices);
         if (!reachable)
             gone.push_back(queue);
-        if (reachable && outbox.empty() && outbox.lost != 0)
-            trace_.warn("queue " + std::to_string(queue) + " is being read again: " +
-                        std::to_string(outbox.lost) + " records were dropped");
+        if (reachable && outbox.empty())
+            outbox.losses.end(trace_, name_of({this, queue}));
         entry = !reachable || outbox.empty() ? outboxes_.erase(entry) : std::next(entry);
     }
     return gone;

@@ -36,6 +36,12 @@ Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
     return no_such_module(name);
 }
 
+// Its answer is what an agent waits for in its select loop, to look then for what
+// has come meanwhile.
+Result<std::string> wake_up(Daemon & /*daemon*/, const Request & /*request*/) {
+    return std::string();
+}
+
 Result<std::string> send_to_all(Daemon &daemon, const Request &request) {
     std::set<std::string> names = daemon.modules.names();
     names.erase(request.record.src);

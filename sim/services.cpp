@@ -46,7 +46,7 @@ constexpr std::array services{
     Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ATTR, "get-attribute", text, text, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_SET_ATTR, "set-attribute", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_LOGIN, "login", text, text, nullptr},
-    Service{ZAN_CLASS_CFG, ZAN_CFG_EMPTY, "empty", none, none, nullptr},
+    cfg(ZAN_CFG_EMPTY, "empty", none, none, wake_up),
     Service{ZAN_CLASS_CFG, ZAN_CFG_RESET, "reset", text, none, nullptr},
     Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT_PATH, "convert-path", text, text, nullptr},
     cfg(ZAN_CFG_GET_ARRAY, "array", path, text, get_array),

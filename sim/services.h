@@ -107,6 +107,7 @@ Result<std::string> module_pid(Daemon &daemon, const Request &request);
 Result<std::string> note_command_line(Daemon &daemon, const Request &request);
 
 // service_message.cpp
+Result<std::string> wake_up(Daemon &daemon, const Request &request);
 Result<std::string> send_to_module(Daemon &daemon, const Request &request);
 Result<std::string> send_to_all(Daemon &daemon, const Request &request);
 

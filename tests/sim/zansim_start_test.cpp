@@ -16,6 +16,8 @@ namespace {
 
 constexpr char request_file[] = "/tmp/zan_qid";
 constexpr char answer_file[] = "/tmp/zan_req_qid";
+constexpr char port_file[] = "/tmp/zan.socket";
+constexpr char address_file[] = "/tmp/zan.socketip";
 constexpr char lock_file[] = "/tmp/zan_sim.lock";
 
 class Start : public ZansimTest {
@@ -33,7 +35,8 @@ protected:
     }
 
     void expect_nothing_left() {
-        for (const char *const file : {request_file, answer_file, lock_file})
+        for (const char *const file :
+             {request_file, answer_file, port_file, address_file, lock_file})
             EXPECT_FALSE(file_exists(file)) << file;
         EXPECT_FALSE(queue_exists(zansim().request_queue()));
         EXPECT_FALSE(queue_exists(zansim().answer_queue()));
@@ -80,12 +83,13 @@ TEST_F(Start, SaysWhenItServesAndWhat) {
     EXPECT_EQ(zansim().program().output(),
               "zansim: ready (process " + std::to_string(zansim().pid()) + ", queues " +
                   std::to_string(zansim().request_queue()) + " and " +
-                  std::to_string(zansim().answer_queue()) + ", 2 parameters)\n");
+                  std::to_string(zansim().answer_queue()) + ", port " +
+                  std::to_string(std::stoi(read_file(port_file))) + ", 2 parameters)\n");
     EXPECT_EQ(zansim().stop(), 0);
     EXPECT_EQ(errors(), "");
 }
 
-TEST_F(Start, WritesTheQueueIdsAndNothingElse) {
+TEST_F(Start, WritesTheQueueIds) {
     start(simple);
     EXPECT_EQ(read_file(request_file), std::to_string(zansim().request_queue()) + "\n");
     EXPECT_EQ(read_file(answer_file), std::to_string(zansim().answer_queue()) + "\n");

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "sim/raw_link.h"
 #include "sim/zansim.h"
 
 #include <nlohmann/json.hpp>
@@ -123,6 +124,50 @@ TEST_F(Trace, ShowsMessagesAndCommandLines) {
                        " pid=4242 len=8 \"reboot\"\n"),
               std::string::npos)
         << all;
+}
+
+TEST_F(Trace, ShowsTheRecordsOfLinksLikeThoseOfQueues) {
+    start(simple, {"--trace", "--trace-json", json_file});
+    const auto link = std::make_unique<RawLink>("AGENT");
+    link->announce(cmd_register);
+    link->call(class_cfg, cmd_get, "/a");
+    Fields lying = link->request(4, 1, "");
+    lying.dst = "OTHER";
+    lying.len = -1;
+    link->send(lying, ByteOrder::host);
+    link->receive();
+    EXPECT_TRUE(link->ended());
+    const RawLink half("HALF");
+    EXPECT_TRUE(half.send("x"));
+    RawLink gone("GONE");
+    EXPECT_TRUE(gone.send(std::string(99, 'x')));
+    gone.hang_up();
+    EXPECT_TRUE(zansim().program().read_until("ended within"));
+    const std::string pid = " pid=" + std::to_string(zansim().pid());
+    const std::string all = lines();
+    const std::string registered =
+        "out REGISTRATION register ZAN -> TESTER queue=" + std::to_string(module().queue()) + pid +
+        " result=1 len=0\n";
+    const std::size_t start = all.find(registered);
+    ASSERT_NE(start, std::string::npos) << all;
+    EXPECT_EQ(all.substr(start + registered.size()),
+              "in  REGISTRATION register AGENT -> - link=1 pid=16909060 len=4 hex 00000000\n"
+              "out REGISTRATION register ZAN -> AGENT link=1" +
+                  pid + " result=1 len=0\n" +
+                  "in  CFG get AGENT -> ZAN_CFG link=1 pid=16909060 len=2 \"/a\"\n"
+                  "out CFG get ZAN_CFG -> AGENT link=1" +
+                  pid + " result=1 len=3 \"x y\"\n" +
+                  "in  MESSAGE send AGENT -> OTHER link=1 pid=16909060 len=0 malformed: len is -1, "
+                  "not 0 to 35000\n"
+                  "out MESSAGE acknowledge ZAN -> AGENT link=1" +
+                  pid +
+                  " result=-106 len=43 \"malformed record: len is -1, not 0 to 35000\"\n"
+                  "--  link 1 cannot be understood any more\n"
+                  "--  link 1 is gone: forgot AGENT\n"
+                  "--  link 3 ended within a record, of which 99 bytes had come\n");
+    const std::vector<Json> json = json_lines();
+    EXPECT_EQ(json[2]["link"], 1);
+    EXPECT_FALSE(json[2].contains("queue"));
 }
 
 TEST_F(Trace, WritesTheSameAsJsonLines) {
