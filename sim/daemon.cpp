@@ -168,10 +168,22 @@ Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
     return account(peer, peer.link->answer(peer.address, record));
 }
 
-void Daemon::announce(std::string_view source, std::string_view path, Change change,
-                      std::string_view value) {
+void Daemon::touch() {
     ++tree_version_;
     work.notify_one();
+}
+
+void Daemon::replace_tree(std::string_view source, Tree next) {
+    const std::vector<TreeChange> changes = changes_between(tree, next);
+    tree = std::move(next);
+    touch();
+    for (const TreeChange &change : changes)
+        announce(source, change.path, change.kind, change.value);
+}
+
+void Daemon::announce(std::string_view source, std::string_view path, Change change,
+                      std::string_view value) {
+    touch();
     const auto elements = parse_path(path);
     if (!elements)
         return;

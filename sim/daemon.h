@@ -9,6 +9,7 @@
 #include "subscriptions.h"
 #include "trace.h"
 #include "tree.h"
+#include "tree_changes.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -21,14 +22,13 @@
 
 namespace zan::sim {
 
-// What a notification tells of a node; the number is part of its text.
-enum class Change { value = 1, added = 2, deleted = 3 };
-
 struct Statistics {
     std::uint64_t requests = 0;
     std::uint64_t notifications = 0;
     std::uint64_t dropped = 0;
     std::uint64_t command_lines = 0;
+    std::uint64_t applied = 0;
+    std::uint64_t firewall_applied = 0;
     std::uint64_t faults = 0;
 };
 
@@ -36,8 +36,10 @@ struct Statistics {
 // take out of it.  Every member is used under lock().
 class Daemon {
 public:
-    Daemon(Tree tree_to_serve, Trace &trace) : tree(std::move(tree_to_serve)), trace_(trace) {}
     using Clock = std::chrono::steady_clock;
+
+    Daemon(Tree tree_to_serve, Trace &trace)
+        : tree(std::move(tree_to_serve)), defaults(tree), trace_(trace) {}
 
     std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
@@ -64,6 +66,13 @@ public:
     // Hands a module a record of another module.
     Delivery forward(const Peer &peer, const Record &record);
 
+    // Puts another tree in the place of the one that is served, and tells of each
+    // difference who watches it.
+    void replace_tree(std::string_view source, Tree next);
+
+    // Notes that the tree is another, though no value changed.
+    void touch();
+
     // Drops a module that cannot be reached any more.
     void forget(const Peer &peer);
 
@@ -82,6 +91,7 @@ public:
     std::condition_variable work;
 
     Tree tree;
+    const Tree defaults; // as zansim started
     Modules modules;
     Subscriptions subscriptions;
     Faults faults;

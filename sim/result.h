@@ -56,6 +56,7 @@ enum Code : int {
     write_only = -118,
     too_many_subscriptions = -119,
     unreachable = -120,
+    busy = -121,
 };
 
 } // namespace zan::sim

@@ -102,6 +102,12 @@ Result<std::string> get_array(Daemon &daemon, const Request &request);
 Result<std::string> add_instance(Daemon &daemon, const Request &request);
 Result<std::string> delete_node(Daemon &daemon, const Request &request);
 Result<std::string> module_pid(Daemon &daemon, const Request &request);
+Result<std::string> get_attributes(Daemon &daemon, const Request &request);
+Result<std::string> set_attributes(Daemon &daemon, const Request &request);
+Result<std::string> reset(Daemon &daemon, const Request &request);
+Result<std::string> apply_all(Daemon &daemon, const Request &request);
+Result<std::string> apply_firewall(Daemon &daemon, const Request &request);
+Result<std::string> print(Daemon &daemon, const Request &request);
 
 // service_control.cpp
 Result<std::string> note_command_line(Daemon &daemon, const Request &request);

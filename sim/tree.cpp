@@ -100,6 +100,40 @@ std::size_t parameters_in(const Object &object) {
     return count;
 }
 
+// Collects parameters; the path is that of the node it is called with.
+class Listing {
+public:
+    Listing(std::vector<Parameter> &found, std::size_t depth) : found_(found), depth_(depth) {}
+
+    void node(const Node &node, const std::string &path, std::size_t level) {
+        std::visit([&](const auto &kind) { enter(kind, path, level); }, node);
+    }
+    void enter(const Leaf &leaf, const std::string &path, std::size_t) {
+        found_.push_back({path, leaf.value});
+    }
+    void enter(const Object &object, const std::string &path, std::size_t level) {
+        if (depth_ != 0 && level == depth_)
+            return;
+        for (const Child &child : object.children)
+            node(child.node, path + '/' + child.name, level + 1);
+    }
+    void enter(const Table &table, const std::string &path, std::size_t level) {
+        for (const auto &[number, instance] : table.instances)
+            enter(instance, path + ':' + std::to_string(number), level);
+    }
+
+private:
+    std::vector<Parameter> &found_;
+    std::size_t depth_;
+};
+
+// Where a node of any kind keeps its attributes.
+template<bool is_const> auto &attributes_at(const BasicPlace<is_const> &place) {
+    if (place.leaf != nullptr)
+        return place.leaf->attributes;
+    return place.object != nullptr ? place.object->attributes : place.table->attributes;
+}
+
 struct HoldsReadOnly {
     bool operator()(const Leaf &leaf) const { return !leaf.writable; }
     bool operator()(const Object &object) const {
@@ -147,6 +181,13 @@ Child *Object::find(std::string_view name) {
     return const_cast<Child *>(std::as_const(*this).find(name));
 }
 
+std::string parameter_lines(const std::vector<Parameter> &parameters) {
+    std::string lines;
+    for (const Parameter &parameter : parameters)
+        lines += parameter.path + '=' + escape(parameter.value) + '\n';
+    return lines;
+}
+
 std::size_t Tree::parameter_count() const {
     return parameters_in(root_);
 }
@@ -161,12 +202,22 @@ Result<std::string> Tree::get(std::string_view path) const {
 }
 
 Result<std::uint32_t> Tree::count(std::string_view path) const {
+    const auto numbers = instances(path);
+    if (!numbers)
+        return numbers.error();
+    return static_cast<std::uint32_t>(numbers->size());
+}
+
+Result<std::vector<std::uint32_t>> Tree::instances(std::string_view path) const {
     const auto place = locate_in(root_, path);
     if (!place)
         return place.error();
     if (place->table == nullptr || place->instance != 0)
         return refused(not_a_table, "not a multi-instance object", path);
-    return static_cast<std::uint32_t>(place->table->instances.size());
+    std::vector<std::uint32_t> numbers;
+    for (const auto &[number, instance] : place->table->instances)
+        numbers.push_back(number);
+    return numbers;
 }
 
 Result<std::string> Tree::render(std::string_view path) const {
@@ -185,6 +236,37 @@ Result<std::string> Tree::render(std::string_view path) const {
         text += '\n';
     }
     return text;
+}
+
+Result<std::vector<Parameter>> Tree::list(std::string_view path, std::size_t depth) const {
+    const auto place = locate_in(root_, path);
+    if (!place)
+        return place.error();
+    std::vector<Parameter> found;
+    Listing listing(found, depth);
+    const std::string start(path == "/" ? "" : path);
+    if (place->leaf != nullptr)
+        listing.enter(*place->leaf, start, 0);
+    else if (place->object != nullptr)
+        listing.enter(*place->object, start, 0);
+    else
+        listing.enter(*place->table, start, 0);
+    return found;
+}
+
+Result<std::string> Tree::attributes(std::string_view path) const {
+    const auto place = locate_in(root_, path);
+    if (!place)
+        return place.error();
+    return attributes_at(*place);
+}
+
+Result<Done> Tree::set_attributes(std::string_view path, std::string_view text) {
+    const auto place = locate_in(root_, path);
+    if (!place)
+        return place.error();
+    attributes_at(*place) = text;
+    return Done{};
 }
 
 Result<std::optional<std::string>> Tree::set(std::string_view path, std::string_view value) {
@@ -249,6 +331,38 @@ Result<Done> Tree::remove(std::string_view path) {
     if (std::visit(HoldsReadOnly{}, child->node))
         return refused(read_only, "read-only", path);
     siblings.erase(child);
+    return Done{};
+}
+
+Result<Done> Tree::reset(std::string_view path, const Tree &defaults) {
+    auto elements = parse_path(path);
+    if (!elements)
+        return elements.error();
+    const auto wanted = locate<true>(&defaults.root_, *elements, path);
+    if (!wanted)
+        return wanted.error();
+    if (elements->empty()) {
+        root_ = defaults.root_;
+        return Done{};
+    }
+    const Element last = elements->back();
+    elements->pop_back();
+    const auto above = locate<false>(&root_, *elements, path);
+    if (!above)
+        return above.error();
+    if (above->object == nullptr)
+        return refused(no_node, "no such node", path);
+    Child *const child = above->object->find(last.name);
+    if (last.instance != 0) {
+        Table *const table = child == nullptr ? nullptr : std::get_if<Table>(&child->node);
+        if (table == nullptr)
+            return refused(no_node, "no such node", path);
+        table->instances[last.instance] = *wanted->object;
+    } else if (child != nullptr) {
+        child->node = wanted->parent->find(last.name)->node;
+    } else {
+        above->object->children.push_back(*wanted->parent->find(last.name));
+    }
     return Done{};
 }
 

@@ -20,6 +20,7 @@ struct Child;
 // A node with named children, in the order in which they were written.
 struct Object {
     std::vector<Child> children;
+    std::string attributes;
 
     const Child *find(std::string_view name) const;
     Child *find(std::string_view name);
@@ -32,6 +33,7 @@ struct Table {
     std::optional<Object> prototype; // what a new instance starts as
     std::uint32_t limit = 1024;      // on the number of instances
     bool writable = true;            // instances may come and go
+    std::string attributes;
 };
 
 using Node = std::variant<Leaf, Object, Table>;
@@ -40,6 +42,15 @@ struct Child {
     std::string name;
     Node node;
 };
+
+// A parameter by its path.
+struct Parameter {
+    std::string path;
+    std::string value;
+};
+
+// A line for each, PATH=VALUE with control characters as escapes.
+std::string parameter_lines(const std::vector<Parameter> &parameters);
 
 // The configuration tree.  Paths are texts as modules send them; every error
 // text names the path.
@@ -58,9 +69,21 @@ public:
     // The number of instances of a table.
     Result<std::uint32_t> count(std::string_view path) const;
 
+    // Their numbers.
+    Result<std::vector<std::uint32_t>> instances(std::string_view path) const;
+
     // One line per instance, "N name=value name=value" with the parameters of the
     // instance itself, values as encode_field() writes them.
     Result<std::string> render(std::string_view path) const;
+
+    // The parameters at and below a path, in the order of the tree; those at most so
+    // many levels below it when depth is not 0.
+    Result<std::vector<Parameter>> list(std::string_view path, std::size_t depth = 0) const;
+
+    // A text that belongs to a node of any kind and has no effect on it; empty until
+    // it is set.
+    Result<std::string> attributes(std::string_view path) const;
+    Result<Done> set_attributes(std::string_view path, std::string_view text);
 
     // Stores a value.  The value as stored when it is another than before,
     // nothing when the parameter had it already.
@@ -72,6 +95,9 @@ public:
 
     // Deletes an instance, or a parameter or object that holds nothing read-only.
     Result<Done> remove(std::string_view path);
+
+    // Makes what lies at and below the path as it is in another tree, which has it.
+    Result<Done> reset(std::string_view path, const Tree &defaults);
 
 private:
     Object root_;

@@ -8,6 +8,7 @@
 #include <zan.h>
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <stdexcept>
 
@@ -61,6 +62,10 @@ void allow_only(const Json &object, std::initializer_list<std::string_view> know
 std::int64_t whole_number(const Json &value, const std::string &path, const std::string &property) {
     if (!value.is_number_integer())
         throw Slip(path, property + " is not a whole number");
+    // The upper half of 64 bits would come out negative.
+    if (value.is_number_unsigned() &&
+        value.get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max())
+        throw Slip(path, property + " is too large a number");
     return value.get<std::int64_t>();
 }
 
@@ -92,6 +97,15 @@ std::string text_of(const Json &value, const std::string &path) {
     throw Slip(path, value.is_number() ? "not a whole number" : "not a text, number or boolean");
 }
 
+std::string attributes_from(const Json &properties, const std::string &path) {
+    const auto attributes = properties.find("$attr");
+    if (attributes == properties.end())
+        return {};
+    if (!attributes->is_string())
+        throw Slip(path, "$attr is not a text");
+    return attributes->get<std::string>();
+}
+
 Leaf leaf_from(const Json &value, const Json &properties, const std::string &path) {
     Leaf leaf;
     leaf.type = inferred_type(value);
@@ -121,6 +135,7 @@ Leaf leaf_from(const Json &value, const Json &properties, const std::string &pat
         for (const Json &choice : *choices)
             leaf.choices.push_back(text_of(choice, path));
     }
+    leaf.attributes = attributes_from(properties, path);
     const auto accepted = accepted_value(leaf, text_of(value, path));
     if (!accepted)
         throw Slip(path, accepted.error().text);
@@ -134,7 +149,10 @@ Object object_from(const Json &json, const std::string &path) {
     if (!json.is_object())
         throw Slip(path, "not an object");
     Object object;
+    object.attributes = attributes_from(json, path);
     for (const auto &[name, value] : json.items()) {
+        if (name == "$attr")
+            continue;
         if (!is_name(name) || name[0] == '$')
             throw Slip(path, "\"" + escape(name) + "\" cannot be the name of a node");
         object.children.push_back({name, node_from(value, path + '/' + name)});
@@ -170,8 +188,9 @@ Table table_from(const Json &json, const std::string &path) {
         add_instances(table, json, path);
         return table;
     }
-    allow_only(json, {"$instances", "$template", "$max", "$access"}, path);
+    allow_only(json, {"$instances", "$template", "$max", "$access", "$attr"}, path);
     table.writable = writable_from(json, path);
+    table.attributes = attributes_from(json, path);
     if (const auto max = json.find("$max"); max != json.end()) {
         const std::int64_t limit = whole_number(*max, path, "$max");
         if (limit < 0 || limit > last_instance)
@@ -191,7 +210,7 @@ Node node_from(const Json &json, const std::string &path) {
         return leaf_from(json, Json::object(), path);
     if (!json.contains("$value"))
         return object_from(json, path);
-    allow_only(json, {"$value", "$type", "$access", "$max", "$range", "$enum"}, path);
+    allow_only(json, {"$value", "$type", "$access", "$max", "$range", "$enum", "$attr"}, path);
     return leaf_from(json.at("$value"), json, path);
 }
 
@@ -230,11 +249,14 @@ Json json_of(const Leaf &leaf) {
         json["$range"] = Json::array({*leaf.least, *leaf.most});
     for (const std::string &choice : leaf.choices)
         json["$enum"].push_back(json_of(choice, leaf.type));
+    if (!leaf.attributes.empty())
+        json["$attr"] = leaf.attributes;
     return json.size() == 1 ? value : json;
 }
 
 Json json_of(const Table &table) {
-    const bool plain = !table.prototype && table.writable && table.limit == Table{}.limit;
+    const bool plain = !table.prototype && table.writable && table.limit == Table{}.limit &&
+                       table.attributes.empty();
     const bool contiguous =
         table.instances.empty() || table.instances.rbegin()->first == table.instances.size();
     Json instances = contiguous ? Json::array() : Json::object();
@@ -253,11 +275,15 @@ Json json_of(const Table &table) {
         json["$max"] = table.limit;
     if (!table.writable)
         json["$access"] = "ro";
+    if (!table.attributes.empty())
+        json["$attr"] = table.attributes;
     return json;
 }
 
 Json json_of(const Object &object) {
     Json json = Json::object();
+    if (!object.attributes.empty())
+        json["$attr"] = object.attributes;
     for (const Child &child : object.children)
         json[child.name] = std::visit([](const auto &node) { return json_of(node); }, child.node);
     return json;

@@ -26,6 +26,7 @@ struct Leaf {
     std::optional<std::int64_t> least;     // of a number
     std::optional<std::int64_t> most;
     std::vector<std::string> choices; // any value when empty
+    std::string attributes;           // of the node: any text
 };
 
 // The form in which the text is stored ("007" is the integer 7), or why it may

@@ -62,6 +62,8 @@ constexpr std::array nodes{
     VirtualNode{"requests", number<&Statistics::requests>, nullptr},
     VirtualNode{"notifications", number<&Statistics::notifications>, nullptr},
     VirtualNode{"dropped", number<&Statistics::dropped>, nullptr},
+    VirtualNode{"applied", number<&Statistics::applied>, nullptr},
+    VirtualNode{"firewall_applied", number<&Statistics::firewall_applied>, nullptr},
     VirtualNode{"faults", number<&Statistics::faults>, nullptr},
     VirtualNode{"fault", [](const Daemon &daemon) { return daemon.faults.text(); }, set_fault},
 };

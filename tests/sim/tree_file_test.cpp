@@ -90,6 +90,10 @@ TEST(ParseTree, SaysWhichNodeIsWrong) {
               "t.json: /a: $max is not 0 to 35000");
     EXPECT_EQ(failure(R"({"a": {"$value": 1, "$range": [1]}})"),
               "t.json: /a: $range is not [least, most]");
+    EXPECT_EQ(failure(R"({"a": {"$value": 1, "$range": [0, 18446744073709551615]}})"),
+              "t.json: /a: $range is too large a number");
+    EXPECT_EQ(failure(R"({"a": {"$value": "", "$max": 18446744073709551615}})"),
+              "t.json: /a: $max is too large a number");
     EXPECT_EQ(failure(R"({"a": {"$value": 1, "$enum": []}})"),
               "t.json: /a: $enum is not a list of values");
     EXPECT_EQ(failure(R"({"a": [1]})"), "t.json: /a:1: not an object");
@@ -180,6 +184,36 @@ TEST(FormatTree, WritesAFileWhateverTheBytes) {
 TEST(FormatTree, WritesTheExampleAsItStands) {
     const std::string text = read_file(ZAN_TEST_DEVICE_FILE);
     EXPECT_EQ(format_tree(*parse_tree(text, "device.json")), text);
+}
+
+TEST(FormatTree, KeepsTheAttributesOfEveryKindOfNode) {
+    const std::string text = R"({
+  "$attr": "root",
+  "plain": {"$value": 5, "$attr": "a b"},
+  "object": {
+    "$attr": "object",
+    "x": 1
+  },
+  "table": {
+    "$instances": [
+      {
+        "$attr": "instance",
+        "x": 1
+      }
+    ],
+    "$attr": "table"
+  }
+}
+)";
+    const Tree tree = *parse_tree(text, "t");
+    EXPECT_EQ(*tree.attributes("/"), "root");
+    EXPECT_EQ(*tree.attributes("/plain"), "a b");
+    EXPECT_EQ(*tree.attributes("/object"), "object");
+    EXPECT_EQ(*tree.attributes("/object/x"), "");
+    EXPECT_EQ(*tree.attributes("/table"), "table");
+    EXPECT_EQ(*tree.attributes("/table:1"), "instance");
+    EXPECT_EQ(format_tree(tree), text);
+    EXPECT_EQ(failure(R"({"a": {"$value": 1, "$attr": 1}})"), "t.json: /a: $attr is not a text");
 }
 
 } // namespace

@@ -148,4 +148,68 @@ TEST_F(TreeTest, KeepsWhatIsReadOnly) {
     EXPECT_EQ(tree.parameter_count(), 10U);
 }
 
+std::string lines(const Result<std::vector<Parameter>> &parameters) {
+    return parameters ? parameter_lines(*parameters) : parameters.error().text;
+}
+
+TEST_F(TreeTest, ListsWhatLiesBelowAPath) {
+    EXPECT_EQ(lines(tree.list("/sys/user")), "/sys/user:1/name=a b\n/sys/user:2/name=\n"
+                                             "/sys/user:2/more/x=1\n");
+    EXPECT_EQ(lines(tree.list("/sys/user", 1)), "/sys/user:1/name=a b\n/sys/user:2/name=\n");
+    EXPECT_EQ(lines(tree.list("/sys/user:2")), "/sys/user:2/name=\n/sys/user:2/more/x=1\n");
+    EXPECT_EQ(lines(tree.list("/sys/level", 1)), "/sys/level=4\n");
+    EXPECT_EQ(tree.list("/")->size(), 10U);
+    EXPECT_EQ(tree.list("/", 1)->size(), 0U);
+    EXPECT_EQ(lines(tree.list("/", 2)), "/sys/name=router\n/sys/serial=4711\n/sys/level=4\n");
+    EXPECT_EQ(lines(tree.list("/nope")), "no such node: /nope");
+}
+
+TEST_F(TreeTest, KeepsControlCharactersOfAListOnTheirLine) {
+    ASSERT_TRUE(tree.set("/sys/name", "a\nb\x01"));
+    EXPECT_EQ(lines(tree.list("/sys/name")), "/sys/name=a\\nb\\x01\n");
+}
+
+TEST_F(TreeTest, KeepsAttributesOfNodesThatExist) {
+    ASSERT_TRUE(tree.set_attributes("/sys/serial", "x y"));
+    EXPECT_EQ(*tree.attributes("/sys/serial"), "x y");
+    EXPECT_EQ(*tree.attributes("/sys/name"), "");
+    EXPECT_EQ(refusal(tree.attributes("/sys/nope")), "-101 no such node: /sys/nope");
+    EXPECT_EQ(refusal(tree.set_attributes("/sys/user:7", "x")),
+              "-102 no such instance: /sys/user:7");
+}
+
+TEST_F(TreeTest, IsResetToAnother) {
+    const Tree defaults = tree;
+    ASSERT_TRUE(tree.set("/sys/name", "attic"));
+    ASSERT_TRUE(tree.set("/sys/user:1/name", "c"));
+    ASSERT_TRUE(tree.remove("/sys/user:2"));
+    ASSERT_TRUE(tree.add("/sys/user:3"));
+    ASSERT_TRUE(tree.remove("/sys/level"));
+    // Only what the path covers.
+    ASSERT_TRUE(tree.reset("/sys/user:2", defaults));
+    EXPECT_EQ(*tree.get("/sys/user:2/more/x"), "1");
+    EXPECT_EQ(*tree.get("/sys/user:1/name"), "c");
+    ASSERT_TRUE(tree.reset("/sys/user", defaults));
+    EXPECT_EQ(*tree.get("/sys/user:1/name"), "a b");
+    EXPECT_EQ(*tree.count("/sys/user"), 2U);
+    ASSERT_TRUE(tree.reset("/sys/level", defaults));
+    EXPECT_EQ(*tree.get("/sys/level"), "4");
+    EXPECT_EQ(*tree.get("/sys/name"), "attic");
+    ASSERT_TRUE(tree.reset("/", defaults));
+    EXPECT_EQ(*tree.get("/sys/name"), "router");
+}
+
+TEST_F(TreeTest, IsNotResetWhereTheDefaultsHaveNothingOrThePathHasNoParent) {
+    const Tree defaults = tree;
+    ASSERT_TRUE(tree.add("/sys/user:3"));
+    EXPECT_EQ(refusal(tree.reset("/sys/user:3", defaults)), "-102 no such instance: /sys/user:3");
+    EXPECT_EQ(refusal(tree.reset("/sys/nope", defaults)), "-101 no such node: /sys/nope");
+    EXPECT_EQ(refusal(tree.reset("sys", defaults)),
+              "-116 bad path (it does not start with a slash): sys");
+    ASSERT_TRUE(tree.remove("/sys/user"));
+    EXPECT_EQ(refusal(tree.reset("/sys/user:1", defaults)), "-101 no such node: /sys/user:1");
+    EXPECT_EQ(refusal(tree.reset("/sys/user:1/name", defaults)),
+              "-101 no such node: /sys/user:1/name");
+}
+
 } // namespace
