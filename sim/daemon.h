@@ -2,6 +2,7 @@
 #pragma once
 
 #include "faults.h"
+#include "file_store.h"
 #include "modules.h"
 #include "peer.h"
 #include "record.h"
@@ -92,6 +93,8 @@ public:
 
     Tree tree;
     const Tree defaults; // as zansim started
+    std::string configuration_file = "config.json";
+    FileStore files;
     Modules modules;
     Subscriptions subscriptions;
     Faults faults;

@@ -53,6 +53,12 @@ Result<Trace> open_trace(const Options &options) {
 
 // What the command line adds to a plain daemon.
 Result<Done> equip(Daemon &daemon, const Options &options) {
+    if (!options.directory.empty()) {
+        auto files = FileStore::open(options.directory);
+        if (!files)
+            return files.error();
+        daemon.files = std::move(*files);
+    }
     daemon.faults = options.faults;
     return Done{};
 }

@@ -54,6 +54,9 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     app.add_flag("--trace", options.trace, "Print a line for each record");
     app.add_option("--trace-json", options.trace_file, "Write a JSON line for each record to FILE")
         ->type_name("FILE");
+    app.add_option("--directory", options.directory,
+                   "Where modules' files are read and written [/tmp/zan_sim.files]")
+        ->type_name("DIR");
     FaultOptions fault_options;
     fault_options.add_to(app);
     try {

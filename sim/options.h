@@ -11,6 +11,7 @@ struct Options {
     std::string tree_file;
     std::string save_file;
     std::string trace_file;
+    std::string directory; // for files of modules; the usual one when empty
     Faults faults;
     bool trace = false;
 };

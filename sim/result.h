@@ -57,6 +57,8 @@ enum Code : int {
     too_many_subscriptions = -119,
     unreachable = -120,
     busy = -121,
+    bad_file = -122,
+    file_failed = -123,
 };
 
 } // namespace zan::sim

@@ -13,6 +13,7 @@
 namespace zan::sim {
 
 class Daemon;
+class Tree;
 
 // How an answer differs from the usual one, by a fault.
 struct Disturbance {
@@ -108,6 +109,14 @@ Result<std::string> reset(Daemon &daemon, const Request &request);
 Result<std::string> apply_all(Daemon &daemon, const Request &request);
 Result<std::string> apply_firewall(Daemon &daemon, const Request &request);
 Result<std::string> print(Daemon &daemon, const Request &request);
+
+// service_file.cpp
+Result<std::string> reload(Daemon &daemon, const Request &request);
+Result<std::string> dump(Daemon &daemon, const Request &request);
+Result<std::string> use_file(Daemon &daemon, const Request &request);
+Result<std::string> load_configuration(Daemon &daemon, std::string_view source,
+                                       std::string_view name);
+Result<std::string> store_configuration(Daemon &daemon, const Tree &tree, std::string_view name);
 
 // service_control.cpp
 Result<std::string> note_command_line(Daemon &daemon, const Request &request);

@@ -64,6 +64,10 @@ constexpr std::array nodes{
     VirtualNode{"dropped", number<&Statistics::dropped>, nullptr},
     VirtualNode{"applied", number<&Statistics::applied>, nullptr},
     VirtualNode{"firewall_applied", number<&Statistics::firewall_applied>, nullptr},
+    VirtualNode{"configuration_file",
+                [](const Daemon &daemon) { return daemon.configuration_file; }, nullptr},
+    VirtualNode{"directory", [](const Daemon &daemon) { return daemon.files.directory(); },
+                nullptr},
     VirtualNode{"faults", number<&Statistics::faults>, nullptr},
     VirtualNode{"fault", [](const Daemon &daemon) { return daemon.faults.text(); }, set_fault},
 };

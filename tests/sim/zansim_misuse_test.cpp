@@ -19,8 +19,8 @@ TEST_F(Misuse, OfUnknownCommandsIsAnswered) {
                    "unknown command -1 of class CFG");
     expect_refused(module().call(class_registration + 3, 0, ""), 6, 0, -107, "unknown class 6");
     expect_refused(module().call(INT_MAX, 0, ""), INT_MAX, 0, -107, "unknown class 2147483647");
-    expect_refused(module().call(class_cfg, 4, "/tmp/x"), class_cfg, 4, -107,
-                   "CFG reload is not served");
+    expect_refused(module().call(class_notify, 7, "x"), class_notify, 7, -107,
+                   "NOTIFY value-changed is not served");
 }
 
 TEST_F(Misuse, OfACommandThatNobodyAwaitsIsNotAnswered) {
