@@ -23,14 +23,26 @@
 
 namespace zan::sim {
 
+// Requests of one kind that are remembered but need not have an effect.
+struct Noted {
+    std::uint64_t count = 0;
+    std::string last;
+
+    void note(std::string_view text) {
+        ++count;
+        last = text;
+    }
+};
+
 struct Statistics {
     std::uint64_t requests = 0;
     std::uint64_t notifications = 0;
     std::uint64_t dropped = 0;
-    std::uint64_t command_lines = 0;
     std::uint64_t applied = 0;
     std::uint64_t firewall_applied = 0;
     std::uint64_t faults = 0;
+    Noted command_lines;
+    Noted conversions;
 };
 
 // The state that the services work on, and the way answers and notifications
@@ -99,7 +111,6 @@ public:
     Subscriptions subscriptions;
     Faults faults;
     Statistics statistics;
-    std::string last_command_line;
 
 private:
     struct Postponed {

@@ -5,8 +5,7 @@ namespace zan::sim {
 
 // Kept for who wants to look at it, never executed: it was written for a router.
 Result<std::string> note_command_line(Daemon &daemon, const Request &request) {
-    ++daemon.statistics.command_lines;
-    daemon.last_command_line = request.text();
+    daemon.statistics.command_lines.note(request.text());
     return std::string();
 }
 

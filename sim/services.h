@@ -110,6 +110,12 @@ Result<std::string> apply_all(Daemon &daemon, const Request &request);
 Result<std::string> apply_firewall(Daemon &daemon, const Request &request);
 Result<std::string> print(Daemon &daemon, const Request &request);
 
+// service_facts.cpp
+Result<std::string> check_login(Daemon &daemon, const Request &request);
+Result<std::string> convert_path(Daemon &daemon, const Request &request);
+Result<std::string> interface_name(Daemon &daemon, const Request &request);
+Result<std::string> note_conversion(Daemon &daemon, const Request &request);
+
 // service_file.cpp
 Result<std::string> reload(Daemon &daemon, const Request &request);
 Result<std::string> dump(Daemon &daemon, const Request &request);

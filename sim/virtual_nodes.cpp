@@ -44,6 +44,14 @@ template<auto member> std::string number(const Daemon &daemon) {
     return std::to_string(daemon.statistics.*member);
 }
 
+template<auto member> std::string count(const Daemon &daemon) {
+    return std::to_string((daemon.statistics.*member).count);
+}
+
+template<auto member> std::string last(const Daemon &daemon) {
+    return (daemon.statistics.*member).last;
+}
+
 constexpr std::array nodes{
     VirtualNode{"event", nullptr, send_event},
     VirtualNode{"version", [](const Daemon &) { return std::string(zansim_version); }, nullptr},
@@ -53,15 +61,13 @@ constexpr std::array nodes{
     VirtualNode{"subscriptions",
                 [](const Daemon &daemon) { return std::to_string(daemon.subscriptions.size()); },
                 nullptr},
-    VirtualNode{
-        "command_lines",
-        [](const Daemon &daemon) { return std::to_string(daemon.statistics.command_lines); },
-        nullptr},
-    VirtualNode{"last_command_line", [](const Daemon &daemon) { return daemon.last_command_line; },
-                nullptr},
     VirtualNode{"requests", number<&Statistics::requests>, nullptr},
     VirtualNode{"notifications", number<&Statistics::notifications>, nullptr},
     VirtualNode{"dropped", number<&Statistics::dropped>, nullptr},
+    VirtualNode{"command_lines", count<&Statistics::command_lines>, nullptr},
+    VirtualNode{"last_command_line", last<&Statistics::command_lines>, nullptr},
+    VirtualNode{"conversions", count<&Statistics::conversions>, nullptr},
+    VirtualNode{"last_conversion", last<&Statistics::conversions>, nullptr},
     VirtualNode{"applied", number<&Statistics::applied>, nullptr},
     VirtualNode{"firewall_applied", number<&Statistics::firewall_applied>, nullptr},
     VirtualNode{"configuration_file",
