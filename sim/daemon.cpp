@@ -118,6 +118,8 @@ void Daemon::carry_out(const Peer &peer, const Received &received, const Effect 
     const Result<std::string> outcome = effect.kind == Kind::fail
                                             ? Error{effect.code, effect.text}
                                             : outcome_of(*this, asker, received);
+    if (outcome && find_service(request.type, request.cmd)->reply == Reply::by_handler)
+        return;
     if (is_awaited(request))
         answer(asker, outcome);
     else if (!outcome)

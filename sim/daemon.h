@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "action_log.h"
 #include "faults.h"
 #include "file_store.h"
 #include "modules.h"
 #include "peer.h"
 #include "record.h"
 #include "services.h"
+#include "shell.h"
 #include "subscriptions.h"
 #include "trace.h"
 #include "tree.h"
@@ -43,6 +45,10 @@ struct Statistics {
     std::uint64_t faults = 0;
     Noted command_lines;
     Noted conversions;
+    Noted actions;
+    Noted shell_commands;
+    Noted reboots;
+    Noted firmware;
 };
 
 // The state that the services work on, and the way answers and notifications
@@ -52,7 +58,12 @@ public:
     using Clock = std::chrono::steady_clock;
 
     Daemon(Tree tree_to_serve, Trace &trace)
-        : tree(std::move(tree_to_serve)), defaults(tree), trace_(trace) {}
+        : tree(std::move(tree_to_serve)), defaults(tree), saved(tree), trace_(trace) {}
+
+    // Commands that still run know of it.
+    ~Daemon() { shell.end(); }
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
 
     std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
 
@@ -105,12 +116,17 @@ public:
 
     Tree tree;
     const Tree defaults; // as zansim started
+    Tree saved;          // as a module saved it last, or as zansim started
     std::string configuration_file = "config.json";
     FileStore files;
     Modules modules;
     Subscriptions subscriptions;
     Faults faults;
+    Shell shell;
+    ActionLog action_log;
     Statistics statistics;
+
+    Trace &trace() { return trace_; }
 
 private:
     struct Postponed {

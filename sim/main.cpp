@@ -59,6 +59,8 @@ Result<Done> equip(Daemon &daemon, const Options &options) {
             return files.error();
         daemon.files = std::move(*files);
     }
+    if (options.allow_shell)
+        daemon.shell.allow();
     daemon.faults = options.faults;
     return Done{};
 }

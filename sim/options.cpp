@@ -57,6 +57,7 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     app.add_option("--directory", options.directory,
                    "Where modules' files are read and written [/tmp/zan_sim.files]")
         ->type_name("DIR");
+    app.add_flag("--allow-shell", options.allow_shell, "Execute shell commands of modules");
     FaultOptions fault_options;
     fault_options.add_to(app);
     try {

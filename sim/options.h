@@ -14,6 +14,7 @@ struct Options {
     std::string directory; // for files of modules; the usual one when empty
     Faults faults;
     bool trace = false;
+    bool allow_shell = false;
 };
 
 // The exit codes of zansim.

@@ -59,6 +59,7 @@ enum Code : int {
     busy = -121,
     bad_file = -122,
     file_failed = -123,
+    shell_failed = -124,
 };
 
 } // namespace zan::sim

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "services.h"
 
+#include "action.h"
 #include "text.h"
 
 #include <unistd.h>
@@ -33,6 +34,11 @@ using enum Form;
 constexpr Service cfg(std::int32_t cmd, std::string_view name, Form request, Form answer,
                       Handler handler) {
     return {ZAN_CLASS_CFG, cmd, name, request, answer, handler};
+}
+
+constexpr Service act(std::int32_t cmd, std::string_view name, Handler handler,
+                      Reply reply = Reply::if_waited) {
+    return {ZAN_CLASS_ACTION, cmd, name, action, none, handler, reply};
 }
 
 constexpr std::array services{
@@ -70,7 +76,18 @@ constexpr std::array services{
             ignore_event},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_EVENT, "event", event, event, nullptr},
-    Service{ZAN_CLASS_ACTION, 1, "event-result", bytes, none, nullptr, Reply::none},
+    act(ZAN_ACTION_EVENT_RESULT, "event-result", note_event_result, Reply::none),
+    act(ZAN_ACTION_UPGRADE_FIRMWARE, "upgrade-firmware", upgrade_firmware),
+    act(ZAN_ACTION_UPGRADE_CONFIG, "upgrade-config", upgrade_configuration),
+    act(ZAN_ACTION_SAVE_CONFIG, "save-config", save_configuration),
+    act(ZAN_ACTION_FACTORY_RESET, "factory-reset", factory_reset),
+    act(ZAN_ACTION_BACKUP_CONFIG, "backup-config", back_up),
+    act(ZAN_ACTION_RUN_SHELL, "shell", run_shell, Reply::by_handler),
+    act(ZAN_ACTION_REBOOT, "reboot", reboot),
+    act(ZAN_ACTION_SAVE_CONFIG2, "save-config2", save_configuration),
+    act(ZAN_ACTION_SAVE_LOG, "save-log", save_log),
+    act(ZAN_ACTION_BACKUP_OLD_CONFIG, "backup-old-config", back_up_saved),
+    act(ZAN_ACTION_FACTORY_RESET_WO_WIFI, "factory-reset-wo-wifi", factory_reset_without_wifi),
     Service{ZAN_CLASS_CONTROL, 0, "command-line", text, none, note_command_line, Reply::none},
     Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_ACK, "acknowledge", none, none, nullptr, Reply::none},
     Service{ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, "send-all", bytes, none, send_to_all,
@@ -128,6 +145,8 @@ std::string_view subject_of(const Record &request) {
         return from(1);
     case Form::watch:
         return from(2);
+    case Form::action:
+        return from(offsetof(Action, name));
     case Form::none:
     case Form::text:
     case Form::event:
@@ -153,6 +172,10 @@ Record answer_to(const Asker &asker) {
 bool is_awaited(const Record &request) {
     const Service *const service = find_service(request.type, request.cmd);
     const Reply reply = service == nullptr ? Reply::same_command : service->reply;
+    if (reply == Reply::if_waited || (reply == Reply::by_handler && service->request == action)) {
+        const auto order = read_action(request);
+        return !order || order->wait != 0;
+    }
     return reply != Reply::none;
 }
 

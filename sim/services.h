@@ -54,6 +54,7 @@ enum class Form {
     conversion, // a digit and a path
     watch,      // two setting bytes and a path
     event,      // a 32-bit number
+    action,     // three 32-bit numbers and a name in the rest of 1036 bytes
     bytes,
 };
 
@@ -61,6 +62,8 @@ enum class Form {
 enum class Reply {
     same_command,
     acknowledgement, // command 2 of the class
+    if_waited,       // the same command, when the action says that somebody waits
+    by_handler,      // sent by the handler, now or later, unless it refuses
     none,
 };
 
@@ -109,6 +112,19 @@ Result<std::string> reset(Daemon &daemon, const Request &request);
 Result<std::string> apply_all(Daemon &daemon, const Request &request);
 Result<std::string> apply_firewall(Daemon &daemon, const Request &request);
 Result<std::string> print(Daemon &daemon, const Request &request);
+
+// service_action.cpp
+Result<std::string> upgrade_firmware(Daemon &daemon, const Request &request);
+Result<std::string> upgrade_configuration(Daemon &daemon, const Request &request);
+Result<std::string> save_configuration(Daemon &daemon, const Request &request);
+Result<std::string> factory_reset(Daemon &daemon, const Request &request);
+Result<std::string> factory_reset_without_wifi(Daemon &daemon, const Request &request);
+Result<std::string> back_up(Daemon &daemon, const Request &request);
+Result<std::string> back_up_saved(Daemon &daemon, const Request &request);
+Result<std::string> run_shell(Daemon &daemon, const Request &request);
+Result<std::string> reboot(Daemon &daemon, const Request &request);
+Result<std::string> save_log(Daemon &daemon, const Request &request);
+Result<std::string> note_event_result(Daemon &daemon, const Request &request);
 
 // service_facts.cpp
 Result<std::string> check_login(Daemon &daemon, const Request &request);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "trace.h"
 
+#include "action.h"
 #include "services.h"
 #include "text.h"
 
@@ -155,6 +156,13 @@ std::string readable_payload(const Record &record, bool outgoing) {
             break;
         std::memcpy(&code, payload.data(), sizeof code);
         return "event=" + std::to_string(code);
+    }
+    case Form::action: {
+        const auto action = read_action(record);
+        if (!action)
+            break;
+        return "code=" + std::to_string(action->code) + " wait=" + std::to_string(action->wait) +
+               " param=" + std::to_string(action->param) + ' ' + quoted(action->name);
     }
     default:
         if (is_readable(payload))

@@ -77,6 +77,21 @@ TEST_F(FileRequest, RefusesAFileThatIsNoTreeAndKeepsItsOwn) {
     EXPECT_EQ(value("/a"), "1");
 }
 
+TEST_F(FileRequest, SavesToTheFileThatWasChosenAndReloadsIt) {
+    EXPECT_EQ(value("/zansim/configuration_file"), "config.json");
+    EXPECT_EQ(zan_save_config(1, 0), 1);
+    EXPECT_TRUE(file_exists(path("config.json")));
+    char other[] = "other.json";
+    EXPECT_EQ(cfg_setfile(other), 1);
+    EXPECT_EQ(value("/zansim/configuration_file"), "other.json");
+    EXPECT_EQ(cfg_setint(5, "/a"), 1);
+    EXPECT_EQ(zan_save_config2(1, 0), 1);
+    EXPECT_TRUE(read_file(path("other.json")).starts_with("{\n  \"a\": 5,"));
+    EXPECT_EQ(cfg_setint(6, "/a"), 1);
+    EXPECT_EQ(reload(""), 1);
+    EXPECT_EQ(value("/a"), "5");
+}
+
 TEST_F(FileRequest, NeverLeavesItsDirectory) {
     write_file("/tmp/zan_outside", "{\"secret\": 1}");
     mkdir("/tmp/zan_elsewhere", 0755);
