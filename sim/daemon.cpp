@@ -261,6 +261,9 @@ void Daemon::forget(const Peer &peer) {
 bool Daemon::remove(const Peer &peer) {
     subscriptions.forget(peer);
     const bool registered = modules.remove(peer);
+    for (const Asker &asker : management.forget(peer))
+        answer(asker,
+               Error{unreachable, "module cannot be reached: " + std::string(Management::module)});
     return registered;
 }
 

@@ -4,6 +4,7 @@
 #include "action_log.h"
 #include "faults.h"
 #include "file_store.h"
+#include "management.h"
 #include "modules.h"
 #include "peer.h"
 #include "record.h"
@@ -121,6 +122,7 @@ public:
     FileStore files;
     Modules modules;
     Subscriptions subscriptions;
+    Management management;
     Faults faults;
     Shell shell;
     ActionLog action_log;

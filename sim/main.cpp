@@ -62,6 +62,8 @@ Result<Done> equip(Daemon &daemon, const Options &options) {
     if (options.allow_shell)
         daemon.shell.allow();
     daemon.faults = options.faults;
+    if (!options.answers_file.empty())
+        return daemon.management.load(options.answers_file);
     return Done{};
 }
 

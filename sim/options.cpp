@@ -58,6 +58,9 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
                    "Where modules' files are read and written [/tmp/zan_sim.files]")
         ->type_name("DIR");
     app.add_flag("--allow-shell", options.allow_shell, "Execute shell commands of modules");
+    app.add_option("--cwmp-answers", options.answers_file,
+                   "Answer management requests from FILE while no module serves them")
+        ->type_name("FILE");
     FaultOptions fault_options;
     fault_options.add_to(app);
     try {

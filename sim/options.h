@@ -12,6 +12,7 @@ struct Options {
     std::string save_file;
     std::string trace_file;
     std::string directory; // for files of modules; the usual one when empty
+    std::string answers_file;
     Faults faults;
     bool trace = false;
     bool allow_shell = false;

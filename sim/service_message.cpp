@@ -4,9 +4,6 @@
 
 namespace zan::sim {
 
-namespace {
-
-// "gone" when nobody of that name can be reached.
 Delivery deliver(Daemon &daemon, std::string_view name, const Record &record) {
     while (const Modules::Entry *const entry = daemon.modules.find(name)) {
         const Peer peer = entry->first;
@@ -18,8 +15,6 @@ Delivery deliver(Daemon &daemon, std::string_view name, const Record &record) {
     }
     return Delivery::gone;
 }
-
-} // namespace
 
 Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
     const std::string &name = request.record.dst;

@@ -62,6 +62,8 @@ constexpr std::array services{
     cfg(ZAN_CFG_APPLY_ALL, "apply-all", none, none, apply_all),
     cfg(ZAN_CFG_APPLY_FIREWALL, "apply-firewall", none, none, apply_firewall),
     cfg(ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid),
+    Service{ZAN_CLASS_CWMP, any_command, "request", bytes, bytes, pass_management_request,
+            Reply::by_handler},
     Service{ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "register", none, none, register_module},
     Service{ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "unregister", none, none, unregister_module},
     Service{ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, "send", bytes, none, send_to_module,
@@ -120,7 +122,7 @@ Error no_such_module(std::string_view name) {
 
 const Service *find_service(std::int32_t type, std::int32_t cmd) {
     const auto found = std::find_if(services.begin(), services.end(), [&](const Service &service) {
-        return service.type == type && service.cmd == cmd;
+        return service.type == type && (service.cmd == cmd || service.cmd == any_command);
     });
     return found == services.end() ? nullptr : &*found;
 }

@@ -6,6 +6,7 @@
 #include "result.h"
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -66,6 +67,9 @@ enum class Reply {
     by_handler,      // sent by the handler, now or later, unless it refuses
     none,
 };
+
+// The command of a row that serves every command of its class.
+inline constexpr std::int32_t any_command = std::numeric_limits<std::int32_t>::min();
 
 // What zansim knows of one command.  A command without handler is refused.
 struct Service {
@@ -140,10 +144,14 @@ Result<std::string> load_configuration(Daemon &daemon, std::string_view source,
                                        std::string_view name);
 Result<std::string> store_configuration(Daemon &daemon, const Tree &tree, std::string_view name);
 
+// service_management.cpp
+Result<std::string> pass_management_request(Daemon &daemon, const Request &request);
+
 // service_control.cpp
 Result<std::string> note_command_line(Daemon &daemon, const Request &request);
 
-// service_message.cpp
+// service_message.cpp; "gone" when nobody of that name can be reached
+Delivery deliver(Daemon &daemon, std::string_view name, const Record &record);
 Result<std::string> wake_up(Daemon &daemon, const Request &request);
 Result<std::string> send_to_module(Daemon &daemon, const Request &request);
 Result<std::string> send_to_all(Daemon &daemon, const Request &request);

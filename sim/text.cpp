@@ -98,6 +98,20 @@ std::string hex(std::string_view bytes) {
     return out;
 }
 
+std::optional<std::string> unhex(std::string_view text) {
+    std::string bytes;
+    for (; !text.empty(); text.remove_prefix(2)) {
+        unsigned value = 0;
+        if (text.size() < 2)
+            return std::nullopt;
+        const auto [stop, error] = std::from_chars(text.data(), text.data() + 2, value, 16);
+        if (error != std::errc{} || stop != text.data() + 2)
+            return std::nullopt;
+        bytes += static_cast<char>(value);
+    }
+    return bytes;
+}
+
 bool is_readable(std::string_view bytes) {
     while (!bytes.empty()) {
         const std::size_t length = sequence_length(bytes);

@@ -20,6 +20,9 @@ std::string escape(std::string_view text);
 // Two hexadecimal digits for each byte.
 std::string hex(std::string_view bytes);
 
+// The reverse; nothing when the text is not pairs of digits.
+std::optional<std::string> unhex(std::string_view text);
+
 // Well-formed UTF-8 without control characters other than tab and line feed.
 bool is_readable(std::string_view bytes);
 

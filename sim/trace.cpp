@@ -72,7 +72,8 @@ std::string name_or_dash(std::string_view name) {
 
 std::string command_name(const Record &record) {
     const Service *const service = find_service(record.type, record.cmd);
-    return service == nullptr ? std::to_string(record.cmd) : std::string(service->name);
+    const bool named = service != nullptr && service->cmd == record.cmd;
+    return named ? std::string(service->name) : std::to_string(record.cmd);
 }
 
 std::string class_text(const Record &record) {

@@ -51,6 +51,16 @@ TEST(Escape, ShowsWhatIsNotUtf8AsBytes) {
     EXPECT_EQ(escape("\xf0\x9f\x98\x80"), "\xf0\x9f\x98\x80");
 }
 
+TEST(Unhex, TakesPairsOfDigitsAndNothingElse) {
+    EXPECT_EQ(unhex(""), "");
+    EXPECT_EQ(unhex("00fF7a"), std::string("\0\xff"
+                                           "z",
+                                           3));
+    EXPECT_EQ(unhex(hex("any \xff")), "any \xff");
+    for (const char *const text : {"0", "000", "0x", "x0", "-1", "+1", " 1", "1 "})
+        EXPECT_FALSE(unhex(text)) << text;
+}
+
 TEST(IsReadable, AcceptsLinesOfUtf8Only) {
     EXPECT_TRUE(is_readable(""));
     EXPECT_TRUE(is_readable("two\nlines\t\xc3\xbc"));
