@@ -2,6 +2,10 @@
 #include "daemon.h"
 #include "text.h"
 
+#include <unistd.h>
+
+#include <ctime>
+
 namespace zan::sim {
 
 Delivery deliver(Daemon &daemon, std::string_view name, const Record &record) {
@@ -16,9 +20,10 @@ Delivery deliver(Daemon &daemon, std::string_view name, const Record &record) {
     return Delivery::gone;
 }
 
-Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
-    const std::string &name = request.record.dst;
-    switch (deliver(daemon, name, request.record)) {
+namespace {
+
+Result<std::string> send(Daemon &daemon, const std::string &name, const Record &record) {
+    switch (deliver(daemon, name, record)) {
     case Delivery::sent:
     case Delivery::kept:
         return std::string();
@@ -31,10 +36,28 @@ Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
     return no_such_module(name);
 }
 
+} // namespace
+
 // Its answer is what an agent waits for in its select loop, to look then for what
 // has come meanwhile.
 Result<std::string> wake_up(Daemon & /*daemon*/, const Request & /*request*/) {
     return std::string();
+}
+
+Result<std::string> send_to_module(Daemon &daemon, const Request &request) {
+    return send(daemon, request.record.dst, request.record);
+}
+
+Result<std::string> send_text(Daemon &daemon, std::string_view module, std::string_view text) {
+    Record record;
+    record.type = ZAN_CLASS_MESSAGE;
+    record.cmd = ZAN_MESSAGE_SEND;
+    record.dst = module;
+    record.src = "ZAN";
+    record.pid = getpid();
+    record.time = static_cast<std::int32_t>(time(nullptr));
+    record.payload = text;
+    return send(daemon, record.dst, record);
 }
 
 Result<std::string> send_to_all(Daemon &daemon, const Request &request) {

@@ -155,6 +155,8 @@ Delivery deliver(Daemon &daemon, std::string_view name, const Record &record);
 Result<std::string> wake_up(Daemon &daemon, const Request &request);
 Result<std::string> send_to_module(Daemon &daemon, const Request &request);
 Result<std::string> send_to_all(Daemon &daemon, const Request &request);
+// A message of zansim's own.
+Result<std::string> send_text(Daemon &daemon, std::string_view module, std::string_view text);
 
 // service_registration.cpp
 Result<std::string> register_module(Daemon &daemon, const Request &request);

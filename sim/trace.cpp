@@ -2,6 +2,7 @@
 #include "trace.h"
 
 #include "action.h"
+#include "event_message.h"
 #include "services.h"
 #include "text.h"
 
@@ -66,6 +67,26 @@ bool is_text(Form form) {
     }
 }
 
+std::optional<EventMessage> event_message_in(const Record &record) {
+    if (record.type != ZAN_CLASS_MESSAGE && record.type != ZAN_CLASS_BROADCAST)
+        return std::nullopt;
+    return read_event_message(until_nul(record.payload));
+}
+
+std::string shown_event_message(const EventMessage &message) {
+    std::string text = "event " + message.kind + (message.has_all ? "" : "?");
+    for (const auto &[key, value] : message.members)
+        text += ' ' + key + '=' + quoted(std::string_view(value));
+    return text;
+}
+
+nlohmann::ordered_json event_message_object(const EventMessage &message) {
+    nlohmann::ordered_json members = nlohmann::ordered_json::object();
+    for (const auto &[key, value] : message.members)
+        members[key] = value;
+    return {{"kind", message.kind}, {"has_all", message.has_all}, {"members", members}};
+}
+
 std::string name_or_dash(std::string_view name) {
     return name.empty() ? "-" : escape(name);
 }
@@ -126,6 +147,8 @@ nlohmann::ordered_json json_line(bool outgoing, const Peer &peer, const Record &
         json["text"] = until_nul(record.payload);
     else if (!record.payload.empty())
         json["hex"] = hex(record.payload);
+    if (const auto message = event_message_in(record))
+        json["event"] = event_message_object(*message);
     if (!defect.empty())
         json["malformed"] = defect;
     return json;
@@ -166,6 +189,8 @@ std::string readable_payload(const Record &record, bool outgoing) {
                " param=" + std::to_string(action->param) + ' ' + quoted(action->name);
     }
     default:
+        if (const auto message = event_message_in(record))
+            return shown_event_message(*message);
         if (is_readable(payload))
             return quoted(payload);
         break;

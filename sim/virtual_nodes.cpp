@@ -30,6 +30,14 @@ Result<std::string> send_event(Daemon &daemon, std::string_view value) {
     return std::string();
 }
 
+// "MODULE TEXT".
+Result<std::string> send_message(Daemon &daemon, std::string_view value) {
+    const std::size_t blank = value.find(' ');
+    if (blank == 0 || blank == std::string_view::npos)
+        return Error{bad_value, "not a module and a text: " + escape(value)};
+    return send_text(daemon, value.substr(0, blank), value.substr(blank + 1));
+}
+
 Result<std::string> set_fault(Daemon &daemon, std::string_view value) {
     if (value.empty()) {
         daemon.faults.clear();
@@ -54,6 +62,7 @@ template<auto member> std::string last(const Daemon &daemon) {
 
 constexpr std::array nodes{
     VirtualNode{"event", nullptr, send_event},
+    VirtualNode{"message", nullptr, send_message},
     VirtualNode{"version", [](const Daemon &) { return std::string(zansim_version); }, nullptr},
     VirtualNode{"modules",
                 [](const Daemon &daemon) { return std::to_string(daemon.modules.size()); },

@@ -239,6 +239,32 @@ TEST_F(Message, WithANameThatDoesNotEndIsRefusedAndNotDelivered) {
     expect_nothing_for(*other);
 }
 
+// zansim's own, for the asking.
+TEST_F(Message, IsSentWhenItIsWrittenToANode) {
+    EXPECT_TRUE(same_record(module().set("/zansim/message", "OTHER {\"a\":\"b c\"}"),
+                            module().answer(class_cfg, cmd_set, 1)));
+    const SizedRecord sent = await_record(other->queue(), class_message);
+    EXPECT_NE(sent.record.word(at::time), 0);
+    EXPECT_TRUE(same_record(sent, {.mtype = class_message,
+                                   .type = class_message,
+                                   .cmd = cmd_send,
+                                   .dst = "OTHER",
+                                   .src = "ZAN",
+                                   .pid = zansim().pid(),
+                                   .time = sent.record.word(at::time),
+                                   .payload = "{\"a\":\"b c\"}"}));
+    module().set("/zansim/message", "OTHER ");
+    EXPECT_EQ(await_record(other->queue(), class_message).payload(), "");
+    expect_refused(module().set("/zansim/message", "NOBODY x"), class_cfg, cmd_set, -108,
+                   "unknown module: NOBODY");
+    expect_refused(module().set("/zansim/message", "OTHER"), class_cfg, cmd_set, -105,
+                   "not a module and a text: OTHER");
+    expect_refused(module().set("/zansim/message", " x"), class_cfg, cmd_set, -105,
+                   "not a module and a text:  x");
+    expect_refused(module().get("/zansim/message"), class_cfg, cmd_get, -118,
+                   "write-only: /zansim/message");
+}
+
 TEST_F(Message, ToAllReachesEveryModuleButItsSender) {
     const auto third = another_module("THIRD");
     const auto fourth = another_module("FOURTH");

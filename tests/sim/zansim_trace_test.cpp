@@ -170,6 +170,48 @@ TEST_F(Trace, ShowsTheRecordsOfLinksLikeThoseOfQueues) {
     EXPECT_FALSE(json[2].contains("queue"));
 }
 
+TEST_F(Trace, ShowsEventMessagesDecoded) {
+    start(simple, {"--trace", "--trace-json", json_file});
+    const auto other = another_module("OTHER");
+    Fields message = module().request(4, 4, R"({"IP":"10.0.0.2","DNS":"a\nb"})");
+    message.dst = "OTHER";
+    module().send(message);
+    module().send(module().request(9, 3, std::string("{\"Action\":\"scan\"}\0", 18)));
+    module().set("/zansim/message", R"(OTHER {"Action":"a","CFGPath":"/p"})");
+    const std::string all = lines();
+    const std::vector<Json> json = json_lines();
+    const std::string queue = "queue=" + std::to_string(module().queue());
+    const std::string other_queue = "queue=" + std::to_string(other->queue());
+    for (const std::string &line :
+         {"in  MESSAGE send-unconfirmed TESTER -> OTHER " + queue +
+              " pid=4242 len=30 event wan? IP=\"10.0.0.2\" DNS=\"a\\nb\"\n",
+          "out MESSAGE send-unconfirmed TESTER -> OTHER " + other_queue +
+              " pid=4242 result=0 len=30 event wan? IP=\"10.0.0.2\" DNS=\"a\\nb\"\n",
+          "in  BROADCAST send-all TESTER -> ZAN " + queue +
+              " pid=4242 len=18 event wifi_sniffer Action=\"scan\"\n",
+          "out MESSAGE send-unconfirmed ZAN -> OTHER " + other_queue +
+              " pid=" + std::to_string(zansim().pid()) +
+              " result=0 len=29 event ser2net Action=\"a\" CFGPath=\"/p\"\n"})
+        EXPECT_NE(all.find(line), std::string::npos) << line << "in\n" << all;
+    std::vector<Json> events;
+    for (const Json &line : json)
+        if (line.contains("event"))
+            events.push_back(line["event"]);
+    ASSERT_EQ(events.size(), 5U);
+    EXPECT_EQ(events[0], Json::parse(R"({"kind":"wan","has_all":false,
+                                         "members":{"IP":"10.0.0.2","DNS":"a\nb"}})"));
+    EXPECT_EQ(events[1], events[0]);
+    EXPECT_EQ(events[4], Json::parse(R"({"kind":"ser2net","has_all":true,
+                                         "members":{"Action":"a","CFGPath":"/p"}})"));
+}
+
+// A request's value is no message, whatever it looks like.
+TEST_F(Trace, ShowsOtherTextsAsTheyAre) {
+    start(tree_file("{\"a\": \"{\\\"Action\\\":\\\"scan\\\"}\"}"), {"--trace"});
+    module().get("/a");
+    EXPECT_NE(lines().find("len=17 \"{\\\"Action\\\":\\\"scan\\\"}\"\n"), std::string::npos);
+}
+
 TEST_F(Trace, WritesTheSameAsJsonLines) {
     start(simple, {"--trace-json", json_file});
     module().get("/a");
