@@ -27,8 +27,11 @@ Exit codes: 0 done, 1 refused, with the daemon's text on standard error,
             2 usage, 3 no daemon, or no answer from it in time.)";
 
 // Both before and after the command, whichever comes to mind.
-void add_common_options(CLI::App &app, Arguments &arguments) {
+void add_output_options(CLI::App &app, Arguments &arguments) {
     app.add_flag("--json", arguments.json, "Print one JSON object per line");
+}
+
+void add_daemon_options(CLI::App &app, Arguments &arguments) {
     app.add_option("--name", arguments.name, "Module name to register under (default: zanctl-PID)")
         ->option_text("NAME")
         ->check(check_module_name);
@@ -37,14 +40,28 @@ void add_common_options(CLI::App &app, Arguments &arguments) {
         ->check(CLI::Range(0.01, 86400.0));
 }
 
-void add_commands(CLI::App &app, Arguments &arguments) {
-    for (const Command &command : commands()) {
-        CLI::App *sub = app.add_subcommand(command.name, command.summary);
-        command.define(*sub, arguments);
-        add_common_options(*sub, arguments);
-        sub->callback([&arguments, &command] { arguments.command = &command; });
+void add_command(CLI::App &app, const Command &command, Arguments &arguments) {
+    command.define(app, arguments);
+    add_output_options(app, arguments);
+    if (command.needs_daemon())
+        add_daemon_options(app, arguments);
+    app.callback([&arguments, &command] { arguments.command = &command; });
+}
+
+void add_family(CLI::App &app, const Family &family, Arguments &arguments) {
+    CLI::App *group = nullptr;
+    for (const Command &command : family.commands) {
+        const std::string name = command.name;
+        const std::size_t blank = name.find(' ');
+        CLI::App *const parent = blank == std::string::npos ? &app : group;
+        CLI::App *const sub = parent->add_subcommand(name.substr(blank + 1), command.summary);
+        if (command.heads_group())
+            group = sub->require_subcommand(1);
+        else
+            add_command(*sub, command, arguments);
+        if (parent == &app)
+            sub->group(family.heading);
     }
-    app.require_subcommand(1);
 }
 
 std::string without_line_end(const std::string &text) {
@@ -62,16 +79,6 @@ void report(const CLI::App &app, const CLI::ParseError &error, CommandLine &resu
 
 } // namespace
 
-// The name is part of a file name and travels in a field of the record.
-std::string check_module_name(const std::string &name) {
-    if (name.empty() || name.size() >= ZAN_NAME_SIZE)
-        return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";
-    for (const char c : name)
-        if (c <= ' ' || c == '/' || c == '\x7f')
-            return "a module name has no blanks, control characters or slashes";
-    return {};
-}
-
 CommandLine parse_command_line(int argc, char **argv) {
     CommandLine result;
     result.arguments.name = "zanctl-" + std::to_string(getpid());
@@ -80,8 +87,11 @@ CommandLine parse_command_line(int argc, char **argv) {
                  "zanctl");
     app.set_version_flag("--version", version);
     app.footer(footer);
-    add_common_options(app, result.arguments);
-    add_commands(app, result.arguments);
+    add_output_options(app, result.arguments);
+    add_daemon_options(app, result.arguments);
+    for (const Family &family : families())
+        add_family(app, family, result.arguments);
+    app.require_subcommand(1);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

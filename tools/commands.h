@@ -1,26 +1,43 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "command_line.h"
-#include "failure.h"
+#include "arguments.h"
 #include "output.h"
 #include "session.h"
 
 #include <span>
+#include <variant>
 
 namespace zan::ctl {
 
-// Another command is another row of the table in commands.cpp and its functions.
+using Definition = void (*)(CLI::App &app, Arguments &arguments);
+using DaemonCommand = int (*)(Session &session, const Arguments &arguments, Output &output);
+using LocalCommand = int (*)(const Arguments &arguments, Output &output);
+
+// One command is one row of its family's table and its functions.
 struct Command {
+    // Of two words for a command in a group, as in "attr get".
     const char *name;
     const char *summary;
-    void (*define)(CLI::App &app, Arguments &arguments);
-    int (*run)(Session &session, const Arguments &arguments, Output &output);
+    Definition define = nullptr;
+    // A local command needs no daemon; neither kind: the name and summary of a
+    // group, whose commands follow.
+    std::variant<std::monostate, DaemonCommand, LocalCommand> run = {};
+
+    bool heads_group() const { return run.index() == 0; }
+    bool needs_daemon() const { return std::holds_alternative<DaemonCommand>(run); }
 };
 
-std::span<const Command> commands();
+// Commands under one heading of the help.
+struct Family {
+    const char *heading;
+    std::span<const Command> commands;
+};
 
-// Prints the daemon's "no" to a request about `subject`.
-void print_refusal(const std::string &subject, const Refused &refusal);
+std::span<const Family> families();
+
+// Each family is a file of its own, command_*.cpp.
+extern const Family tree_family;
+extern const Family module_family;
 
 } // namespace zan::ctl

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "command_line.h"
 #include "commands.h"
+#include "failure.h"
 #include "interrupt.h"
 #include "output.h"
 #include "session.h"
@@ -36,8 +37,10 @@ int run(int argc, char **argv) {
     }
     catch_signals();
     const Arguments &arguments = line.arguments;
+    if (const auto *const run = std::get_if<LocalCommand>(&arguments.command->run))
+        return (*run)(arguments, output);
     Session session(arguments.name, arguments.timeout);
-    return arguments.command->run(session, arguments, output);
+    return std::get<DaemonCommand>(arguments.command->run)(session, arguments, output);
 }
 
 int guarded_run(int argc, char **argv) {

@@ -51,6 +51,11 @@ int answer_command(const zan_body &request) {
     return message ? int{ZAN_MESSAGE_ACK} : request.cmd;
 }
 
+// The others leave the time of sending zero.
+bool is_timed(int type) {
+    return type == ZAN_CLASS_MESSAGE || type == ZAN_CLASS_BROADCAST || type == ZAN_CLASS_NOTIFY;
+}
+
 } // namespace
 
 struct Session::Exchange {
@@ -127,7 +132,8 @@ void Session::fill(const Request &request) {
     zan_strcpy(record.body.dst, request.dst, sizeof record.body.dst);
     zan_strcpy(record.body.src, g_module_name, sizeof record.body.src);
     record.body.pid = getpid();
-    if (request.type != ZAN_CLASS_CFG)
+    record.body.arg = request.arg;
+    if (is_timed(request.type))
         record.body.time = static_cast<int32_t>(std::time(nullptr));
     const std::size_t length = std::min(request.payload.size(), sizeof record.body.data - 1);
     std::memcpy(record.body.data, request.payload.data(), length);

@@ -14,6 +14,7 @@ struct Request {
     int cmd;
     const char *dst;
     std::string payload;
+    int arg = 0;
 };
 
 // Registered with the daemon as a module from construction to destruction, which

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "watch.h"
 
-#include "commands.h"
 #include "interrupt.h"
 #include "json.h"
 #include "notification.h"
+#include "run.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "command_line.h"
+#include "arguments.h"
 #include "output.h"
 #include "session.h"
 

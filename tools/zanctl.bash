@@ -11,8 +11,9 @@ _zanctl_help() {
     "$zanctl" "$@" --help 2>/dev/null
 }
 
+# Of zanctl, or of one of its groups of commands.
 _zanctl_commands() {
-    _zanctl_help | awk 'found && NF { print $1 } /^Subcommands:/ { found = 1 } found && !NF { exit }'
+    _zanctl_help "$@" | awk '/^  [a-z]/ { print $1 }'
 }
 
 _zanctl_options() {
@@ -54,17 +55,19 @@ _zanctl() {
     local -a words
     read -ra words <<<"${line%"$current"}"
 
-    local command='' word skip=''
-    local with_word
+    local word='' skip='' with_word commands
+    local -a command=()
+    commands=" $(_zanctl_commands | tr '\n' ' ')"
     with_word=" $(_zanctl_options_with_word | tr '\n' ' ')"
     for word in "${words[@]:1}"; do
         if [ -n "$skip" ]; then
             skip=''
         elif [[ $with_word == *" $word "* ]]; then
             skip=1
-        elif [[ $word != -* && -z $command ]]; then
-            command=$word
-            with_word=" $(_zanctl_options_with_word "$command" | tr '\n' ' ')"
+        elif [[ $commands == *" $word "* ]]; then
+            command+=("$word")
+            commands=" $(_zanctl_commands "${command[@]}" | tr '\n' ' ')"
+            with_word=" $(_zanctl_options_with_word "${command[@]}" | tr '\n' ' ')"
         fi
     done
 
@@ -74,10 +77,10 @@ _zanctl() {
     elif [ -n "$skip" ]; then
         choices=''
     elif [[ $current == -* ]]; then
-        choices=$(_zanctl_options ${command:+"$command"})
-    elif [ -z "$command" ]; then
-        choices=$(_zanctl_commands)
-    elif [[ " pid send broadcast listen control " != *" $command "* ]]; then
+        choices=$(_zanctl_options "${command[@]}")
+    elif [[ $commands == *[a-z]* ]]; then
+        choices=${commands// /$'\n'}
+    elif _zanctl_help "${command[@]}" | grep -q '^Usage:.* PATH'; then
         choices=$(_zanctl_paths "$current")
     fi
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zanctl.h"
 
+#include <map>
+#include <set>
 #include <sstream>
 
 namespace zan::test {
@@ -9,6 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 // The completions that bash offers at the end of the line.
 std::vector<std::string> complete(const std::string &line) {
@@ -33,10 +36,17 @@ std::vector<std::string> complete(const std::string &line) {
 }
 
 TEST(Completion, OffersTheCommands) {
-    EXPECT_THAT(complete("zanctl "),
-                UnorderedElementsAre("get", "set", "count", "array", "add", "del", "watch", "pid",
-                                     "send", "broadcast", "listen", "control"));
-    EXPECT_THAT(complete("zanctl a"), UnorderedElementsAre("array", "add"));
+    std::map<std::string, std::set<std::string>> groups;
+    for (const CommandName &command : zanctl_commands)
+        groups[command.words.front()].insert(command.words.begin() + 1, command.words.end());
+    std::set<std::string> first_words;
+    for (const auto &[word, commands] : groups) {
+        first_words.insert(word);
+        if (!commands.empty()) {
+            EXPECT_THAT(complete("zanctl " + word + " "), UnorderedElementsAreArray(commands));
+        }
+    }
+    EXPECT_THAT(complete("zanctl "), UnorderedElementsAreArray(first_words));
     EXPECT_THAT(complete("zanctl --json --name x w"), ElementsAre("watch"));
 }
 

@@ -22,6 +22,26 @@ inline constexpr int class_cfg = 1;
 inline constexpr int class_registration = 3;
 inline constexpr int class_notify = 5;
 
+// Every command; the second word is that of a command in a group.
+struct CommandName {
+    std::vector<std::string> words;
+    bool needs_daemon = true;
+};
+inline const std::vector<CommandName> zanctl_commands = {
+    {{"get"}},
+    {{"set"}},
+    {{"count"}},
+    {{"array"}},
+    {{"add"}},
+    {{"del"}},
+    {{"watch"}},
+    {{"pid"}},
+    {{"send"}},
+    {{"broadcast"}},
+    {{"listen"}},
+    {{"control"}},
+};
+
 std::vector<std::string> zanctl_command(const std::vector<std::string> &arguments);
 
 // The command as this machine starts it: through the emulator where one is needed.

@@ -2,17 +2,15 @@
 //
 // Messages and command lines: first each record by itself, then from one zanctl
 // to another.
-#include "zanctl.h"
+#include "with_zansim.h"
 
 #include <climits>
 #include <csignal>
-#include <memory>
 
 namespace zan::test {
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
 
 constexpr int class_message = 4;
@@ -166,38 +164,7 @@ TEST_F(ZanctlMessage, ListenSurvivesAnyLengthAndName) {
 
 // ---- from one to another
 
-class ZanctlToZanctl : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(zansim.read_until("zansim: ready")); }
-
-    void TearDown() override {
-        EXPECT_THAT(zanctl_key_files(), IsEmpty());
-        zansim.signal(SIGTERM);
-        EXPECT_EQ(zansim.wait(), 0) << zansim.error();
-    }
-
-    static std::string zanctl(const std::vector<std::string> &arguments) {
-        const Ended ended = run_zanctl(arguments);
-        EXPECT_EQ(ended.status, exit_done) << ended.error;
-        EXPECT_EQ(ended.error, "");
-        return ended.output;
-    }
-
-    static std::unique_ptr<Program> listen(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "listen");
-        auto program = std::make_unique<Program>(zanctl_command(arguments));
-        EXPECT_TRUE(program->read_error_until("zanctl: listening\n"));
-        return program;
-    }
-
-    static void expect_heard(Program &listener, const std::string &output) {
-        EXPECT_EQ(listener.wait(), exit_done);
-        EXPECT_EQ(listener.output(), output);
-        EXPECT_EQ(listener.error(), "zanctl: listening\n");
-    }
-
-    Program zansim{{ZAN_TEST_ZANSIM, ZAN_TEST_TREE}};
-};
+using ZanctlToZanctl = WithZansim;
 
 TEST_F(ZanctlToZanctl, MessagesArriveInOrder) {
     const auto listener = listen({"wlan", "--count", "4"});
@@ -263,12 +230,11 @@ TEST_F(ZanctlToZanctl, AnUnknownModuleIsReportedOnlyWithAcknowledgement) {
 }
 
 TEST_F(ZanctlToZanctl, WatchPassesMessagesOver) {
-    Program watcher(zanctl_command({"watch", "--name", "wlan", "--count", "1", "/sys/hostname"}));
-    ASSERT_TRUE(watcher.read_error_until("zanctl: watching\n"));
+    const auto watcher = watch({"--name", "wlan", "--count", "1", "/sys/hostname"});
     zanctl({"send", "--ack", "wlan", "x"});
     zanctl({"set", "/sys/hostname", "attic"});
-    EXPECT_EQ(watcher.wait(), exit_done);
-    EXPECT_EQ(watcher.output(), "changed /sys/hostname attic\n");
+    EXPECT_EQ(watcher->wait(), exit_done);
+    EXPECT_EQ(watcher->output(), "changed /sys/hostname attic\n");
 }
 
 TEST_F(ZanctlToZanctl, CommandLinesAreKeptAndNotExecuted) {

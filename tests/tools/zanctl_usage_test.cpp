@@ -37,46 +37,47 @@ const std::string name_characters =
 
 INSTANTIATE_TEST_SUITE_P(
     Zanctl, Usage,
-    testing::Values(Mistake{"NoCommand", {}, "A subcommand is required"},
-                    Mistake{"UnknownCommand", {"frob"}, "A subcommand is required"},
-                    Mistake{"NoPath", {"get"}, "PATH is required"},
-                    Mistake{"NoValue", {"set", "/x"}, "VALUE is required"},
-                    Mistake{"NoModule", {"pid"}, "MODULE is required"},
-                    Mistake{"NothingToWatch", {"watch"}, "PATH or --event is required"},
-                    Mistake{"EmptyPath", {"get", ""}, path_length},
-                    Mistake{"LongPath", {"get", std::string(1024, '/')}, path_length},
-                    Mistake{"BlankInPath", {"get", "/a b"}, path_characters},
-                    Mistake{"BlankInPathToSet", {"set", "/a b", "c"}, path_characters},
-                    Mistake{"LineEndInPath", {"watch", "/a\n"}, path_characters},
-                    Mistake{"LongValue",
-                            {"set", "/x", std::string(33975, 'v')},
-                            "VALUE: a value has at most 33974 characters"},
-                    Mistake{"EmptyName", {"get", "--name", "", "/x"}, name_length},
-                    Mistake{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
-                    Mistake{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
-                    Mistake{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
-                    Mistake{"NoText", {"send", "wlan"}, "TEXT is required"},
-                    Mistake{"NoTextForAll", {"broadcast"}, "TEXT is required"},
-                    Mistake{"NoCommandLine", {"control"}, "CMDLINE is required"},
-                    Mistake{"LongText", {"send", "wlan", std::string(1025, 't')}, text_length},
-                    Mistake{"LongTextForAll", {"broadcast", std::string(1025, 't')}, text_length},
-                    Mistake{"LongCommandLine", {"control", std::string(1025, 't')}, line_length},
-                    Mistake{"EmptyCommandLine", {"control", ""}, line_length},
-                    Mistake{"LongReceiver",
-                            {"send", std::string(32, 'n'), "x"},
-                            "MODULE: a module name has 1 to 31 characters"},
-                    Mistake{"LongListener",
-                            {"listen", std::string(32, 'n')},
-                            "NAME: a module name has 1 to 31 characters"},
-                    Mistake{"BlankInPathToListenFor",
-                            {"listen", "--watch", "/a b"},
-                            "--watch: a path has no blanks or control characters"},
-                    Mistake{"NoTimeout",
-                            {"get", "--timeout", "0", "/x"},
-                            "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
-                    Mistake{"WordAsTimeout",
-                            {"get", "--timeout", "soon", "/x"},
-                            "--timeout: Value soon not in range 0.010000 to 86400.000000"}),
+    testing::Values(
+        Mistake{"NoCommand", {}, "A subcommand is required"},
+        Mistake{"UnknownCommand", {"frob"}, "A subcommand is required"},
+        Mistake{"NoPath", {"get"}, "PATH is required"},
+        Mistake{"NoValue", {"set", "/x"}, "VALUE is required"},
+        Mistake{"NoModule", {"pid"}, "MODULE is required"},
+        Mistake{"NothingToWatch", {"watch"}, "PATH or --event is required"},
+        Mistake{"EmptyPath", {"get", ""}, path_length},
+        Mistake{"LongPath", {"get", std::string(1024, '/')}, path_length},
+        Mistake{"BlankInPath", {"get", "/a b"}, path_characters},
+        Mistake{"BlankInPathToSet", {"set", "/a b", "c"}, path_characters},
+        Mistake{"LineEndInPath", {"watch", "/a\n"}, path_characters},
+        Mistake{"LongValue",
+                {"set", "/x", std::string(33975, 'v')},
+                "VALUE: a value has at most 33974 characters"},
+        Mistake{"EmptyName", {"get", "--name", "", "/x"}, name_length},
+        Mistake{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
+        Mistake{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
+        Mistake{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
+        Mistake{"NoText", {"send", "wlan"}, "TEXT is required"},
+        Mistake{"NoTextForAll", {"broadcast"}, "TEXT is required"},
+        Mistake{"NoCommandLine", {"control"}, "CMDLINE is required"},
+        Mistake{"LongText", {"send", "wlan", std::string(1025, 't')}, text_length},
+        Mistake{"LongTextForAll", {"broadcast", std::string(1025, 't')}, text_length},
+        Mistake{"LongCommandLine", {"control", std::string(1025, 't')}, line_length},
+        Mistake{"EmptyCommandLine", {"control", ""}, line_length},
+        Mistake{"LongReceiver",
+                {"send", std::string(32, 'n'), "x"},
+                "MODULE: a module name has 1 to 31 characters"},
+        Mistake{"LongListener",
+                {"listen", std::string(32, 'n')},
+                "NAME: a module name has 1 to 31 characters"},
+        Mistake{"BlankInPathToListenFor",
+                {"listen", "--watch", "/a b"},
+                "--watch: a path has no blanks or control characters"},
+        Mistake{"NoTimeout",
+                {"get", "--timeout", "0", "/x"},
+                "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
+        Mistake{"WordAsTimeout",
+                {"get", "--timeout", "soon", "/x"},
+                "--timeout: Value soon not in range 0.010000 to 86400.000000"}),
     [](const auto &param) { return std::string(param.param.name); });
 
 TEST(Zanctl, TheLongestPathAndNameAreNoMistake) {
@@ -97,19 +98,26 @@ TEST(Zanctl, HelpListsTheCommands) {
     const Ended ended = run_zanctl({"--help"});
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.error, "");
-    for (const std::string command : {"get", "set", "count", "array", "add", "del", "watch", "pid",
-                                      "send", "broadcast", "listen", "control", "--json", "--name"})
-        EXPECT_THAT(ended.output, HasSubstr("\n  " + command + " "));
+    for (const CommandName &command : zanctl_commands)
+        EXPECT_THAT(ended.output, HasSubstr("\n  " + command.words.front() + " "));
+    for (const std::string option : {"--json", "--name NAME", "--timeout SECONDS"})
+        EXPECT_THAT(ended.output, HasSubstr("\n  " + option + " "));
 }
 
 TEST(Zanctl, EveryCommandHasHelpOfItsOwn) {
-    for (const std::string command : {"get", "set", "count", "array", "add", "del", "watch", "pid",
-                                      "send", "broadcast", "listen", "control"}) {
-        const Ended ended = run_zanctl({command, "--help"});
-        EXPECT_EQ(ended.status, exit_done) << command;
-        EXPECT_THAT(ended.output, HasSubstr("Usage: zanctl " + command + " [OPTIONS] "));
-        for (const std::string option : {"--json", "--name NAME", "--timeout SECONDS"})
-            EXPECT_THAT(ended.output, HasSubstr("\n  " + option + " ")) << command;
+    for (const CommandName &command : zanctl_commands) {
+        std::vector<std::string> words = command.words;
+        std::string usage = "Usage: zanctl";
+        for (const std::string &word : words)
+            usage += " " + word;
+        words.emplace_back("--help");
+        const Ended ended = run_zanctl(words);
+        EXPECT_EQ(ended.status, exit_done) << usage;
+        EXPECT_THAT(ended.output, HasSubstr(usage + " [OPTIONS]"));
+        EXPECT_THAT(ended.output, HasSubstr("\n  --json ")) << usage;
+        for (const std::string option : {"--name NAME", "--timeout SECONDS"})
+            EXPECT_EQ(ended.output.find(option) != std::string::npos, command.needs_daemon)
+                << usage;
         EXPECT_EQ(ended.error, "");
     }
 }

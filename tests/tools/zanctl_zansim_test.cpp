@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // The two tools with each other, on the tree that is shipped.
-#include "zanctl.h"
+#include "with_zansim.h"
 
 #include <csignal>
-#include <memory>
 
 namespace zan::test {
 namespace {
@@ -15,33 +14,7 @@ using testing::StartsWith;
 
 const std::string ssid = "/InternetGatewayDevice/LANDevice:1/WLANConfiguration:1/SSID";
 
-class ZanctlWithZansim : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(zansim.read_until("zansim: ready")); }
-
-    void TearDown() override {
-        EXPECT_THAT(zanctl_key_files(), IsEmpty());
-        zansim.signal(SIGTERM);
-        EXPECT_EQ(zansim.wait(), 0) << zansim.error();
-    }
-
-    // Runs it to its end, which must be "done", and returns its output.
-    static std::string zanctl(const std::vector<std::string> &arguments) {
-        const Ended ended = run_zanctl(arguments);
-        EXPECT_EQ(ended.status, exit_done) << ended.error;
-        EXPECT_EQ(ended.error, "");
-        return ended.output;
-    }
-
-    static std::unique_ptr<Program> watch(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "watch");
-        auto program = std::make_unique<Program>(zanctl_command(arguments));
-        EXPECT_TRUE(program->read_error_until("zanctl: watching\n"));
-        return program;
-    }
-
-    Program zansim{{ZAN_TEST_ZANSIM, ZAN_TEST_TREE}};
-};
+using ZanctlWithZansim = WithZansim;
 
 TEST_F(ZanctlWithZansim, ReadsWhatItHasWritten) {
     EXPECT_EQ(zanctl({"set", ssid, "Two words, 100%"}), "");

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#include "arguments.h"
+
+#include <zan.h>
+
+#include <algorithm>
+
+namespace zan::ctl {
+namespace {
+
+// The library would cut a longer one without a word.
+constexpr std::size_t longest_text = 1024;
+
+} // namespace
+
+std::string check_path(const std::string &path) {
+    if (path.empty() || path.size() >= ZAN_PATH_SIZE)
+        return "a path has 1 to " + std::to_string(ZAN_PATH_SIZE - 1) + " characters";
+    if (std::any_of(path.begin(), path.end(),
+                    [](unsigned char c) { return c <= ' ' || c == 0x7f; }))
+        return "a path has no blanks or control characters";
+    return {};
+}
+
+// The name is part of a file name and travels in a field of the record.
+std::string check_module_name(const std::string &name) {
+    if (name.empty() || name.size() >= ZAN_NAME_SIZE)
+        return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";
+    for (const char c : name)
+        if (c <= ' ' || c == '/' || c == '\x7f')
+            return "a module name has no blanks, control characters or slashes";
+    return {};
+}
+
+std::string check_text(const std::string &text) {
+    if (text.size() > longest_text)
+        return "a message has at most " + std::to_string(longest_text) + " characters";
+    return {};
+}
+
+std::string check_command_line(const std::string &text) {
+    if (text.empty() || text.size() > longest_text)
+        return "a command line has 1 to " + std::to_string(longest_text) + " characters";
+    return {};
+}
+
+CLI::Option *add_paths(CLI::App &app, Arguments &arguments) {
+    return app.add_option("PATH", arguments.paths, "Paths, such as /sys/user:1/name")
+        ->option_text("...")
+        ->check(check_path);
+}
+
+CLI::Option *add_path(CLI::App &app, Arguments &arguments) {
+    return app.add_option("PATH", arguments.path, "A path, such as /sys/user:1/name")
+        ->option_text(" ")
+        ->required()
+        ->check(check_path);
+}
+
+CLI::Option *add_module(CLI::App &app, Arguments &arguments) {
+    return app.add_option("MODULE", arguments.module, "The name it has registered under")
+        ->option_text(" ")
+        ->required();
+}
+
+void add_arrival_options(CLI::App &app, Arguments &arguments) {
+    app.add_option("--event", arguments.events, "Event code to watch; may be repeated")
+        ->option_text("CODE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("--count", arguments.count, "End after so many lines")
+        ->option_text("N")
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--time", arguments.time, "Say when each came");
+}
+
+} // namespace zan::ctl

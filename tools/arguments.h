@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// What a command line can say, and the arguments that several commands take.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Option.hpp>
+
+#include <string>
+#include <vector>
+
+namespace zan::ctl {
+
+struct Command;
+
+// Everything a command line can say.
+struct Arguments {
+    const Command *command = nullptr;
+    std::string name; // to register under
+    double timeout = 5;
+    bool json = false;
+    std::string path;
+    std::vector<std::string> paths;
+    std::string value;
+    std::string module;
+    std::string text; // of a message or a command line
+    bool acknowledged = false;
+    std::vector<int> events;
+    unsigned count = 0; // of notifications to wait for; 0: no end
+    bool time = false;
+};
+
+// Each check says what is wrong with the text, or nothing.
+std::string check_path(const std::string &path);
+std::string check_module_name(const std::string &name);
+std::string check_text(const std::string &text);         // of a message
+std::string check_command_line(const std::string &text); // for the daemon
+
+CLI::Option *add_paths(CLI::App &app, Arguments &arguments);
+CLI::Option *add_module(CLI::App &app, Arguments &arguments);
+
+// A single path.
+CLI::Option *add_path(CLI::App &app, Arguments &arguments);
+
+// Options of the commands that print what arrives.
+void add_arrival_options(CLI::App &app, Arguments &arguments);
+
+} // namespace zan::ctl
