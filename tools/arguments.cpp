@@ -63,6 +63,10 @@ CLI::Option *add_module(CLI::App &app, Arguments &arguments) {
         ->required();
 }
 
+CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments) {
+    return app.add_flag("--agent", arguments.agent, "Go over TCP, as a mesh agent");
+}
+
 void add_arrival_options(CLI::App &app, Arguments &arguments) {
     app.add_option("--event", arguments.events, "Event code to watch; may be repeated")
         ->option_text("CODE")

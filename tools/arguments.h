@@ -24,6 +24,7 @@ struct Arguments {
     std::string module;
     std::string text; // of a message or a command line
     bool acknowledged = false;
+    bool agent = false; // goes over the link
     std::vector<int> events;
     unsigned count = 0; // of notifications to wait for; 0: no end
     bool time = false;
@@ -40,6 +41,9 @@ CLI::Option *add_module(CLI::App &app, Arguments &arguments);
 
 // A single path.
 CLI::Option *add_path(CLI::App &app, Arguments &arguments);
+
+// For the commands that can go over an agent's link.
+CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments);
 
 // Options of the commands that print what arrives.
 void add_arrival_options(CLI::App &app, Arguments &arguments);

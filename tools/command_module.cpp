@@ -23,7 +23,15 @@ void define_text(CLI::App &app, Arguments &arguments) {
 void define_send(CLI::App &app, Arguments &arguments) {
     add_module(app, arguments)->check(check_module_name);
     define_text(app, arguments);
-    app.add_flag("--ack", arguments.acknowledged, "Wait for the daemon's acknowledgement");
+    auto *const ack =
+        app.add_flag("--ack", arguments.acknowledged, "Wait for the daemon's acknowledgement");
+    // What an agent sends is always acknowledged.
+    add_agent_option(app, arguments)->needs(ack);
+}
+
+void define_broadcast(CLI::App &app, Arguments &arguments) {
+    define_text(app, arguments);
+    add_agent_option(app, arguments);
 }
 
 void define_control(CLI::App &app, Arguments &arguments) {
@@ -42,6 +50,7 @@ void define_listen(CLI::App &app, Arguments &arguments) {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->check(check_path);
+    add_agent_option(app, arguments);
     add_arrival_options(app, arguments);
 }
 
@@ -61,7 +70,9 @@ std::function<int()> sending(int (*send)(const char *, const void *, int),
 int run_send(Session &session, const Arguments &arguments, Output &output) {
     return attempt(arguments.module, [&] {
         Json json = {{"module", arguments.module}, {"text", arguments.text}};
-        if (arguments.acknowledged)
+        if (arguments.agent)
+            session.call_over_link(sending(zan_send_agent, arguments.module, arguments.text));
+        else if (arguments.acknowledged)
             session.request({ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, arguments.module.c_str(),
                              arguments.text});
         else
@@ -75,7 +86,11 @@ int run_send(Session &session, const Arguments &arguments, Output &output) {
 
 int run_broadcast(Session &session, const Arguments &arguments, Output &output) {
     return attempt("broadcast", [&] {
-        session.request({ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, core_module, arguments.text});
+        if (arguments.agent)
+            session.call_over_link(sending(zan_send_all_agent, core_module, arguments.text));
+        else
+            session.request(
+                {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, core_module, arguments.text});
         if (arguments.json)
             output.line(to_line({{"text", arguments.text}, {"acknowledged", true}}));
     });
@@ -91,7 +106,7 @@ int run_control(Session &session, const Arguments &arguments, Output &output) {
 constexpr Command commands[] = {
     {"pid", "Print the process id of a module", define_module, run_pid},
     {"send", "Send a message to a module", define_send, run_send},
-    {"broadcast", "Send a message to all modules", define_text, run_broadcast},
+    {"broadcast", "Send a message to all modules", define_broadcast, run_broadcast},
     {"listen", "Print messages as they come", define_listen, run_listen},
     {"control", "Hand the daemon a command line to carry out", define_control, run_control},
 };

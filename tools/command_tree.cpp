@@ -10,6 +10,11 @@ void define_paths(CLI::App &app, Arguments &arguments) {
     add_paths(app, arguments)->required();
 }
 
+void define_get(CLI::App &app, Arguments &arguments) {
+    define_paths(app, arguments);
+    add_agent_option(app, arguments);
+}
+
 // The payload of a write is "0PATH VALUE".
 std::string check_value(const std::string &value) {
     if (value.size() > ZAN_DATA_SIZE - ZAN_PATH_SIZE - 2)
@@ -38,7 +43,8 @@ void define_watch(CLI::App &app, Arguments &arguments) {
 
 int run_get(Session &session, const Arguments &arguments, Output &output) {
     return for_each_path(arguments, [&](const std::string &path) {
-        const std::string value = ask(session, ZAN_CFG_GET, path);
+        const std::string value =
+            arguments.agent ? session.get_over_link(path) : ask(session, ZAN_CFG_GET, path);
         print(output, arguments, value, {{"path", path}, {"value", value}});
     });
 }
@@ -89,7 +95,7 @@ int run_add(Session &session, const Arguments &arguments, Output &output) {
 }
 
 constexpr Command commands[] = {
-    {"get", "Print values", define_paths, run_get},
+    {"get", "Print values", define_get, run_get},
     {"set", "Write a value", define_set, run_set},
     {"count", "Print the number of instances of an object", define_paths, run_count},
     {"array", "Print all instances of an object, as the daemon renders them", define_paths,

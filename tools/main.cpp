@@ -40,6 +40,8 @@ int run(int argc, char **argv) {
     if (const auto *const run = std::get_if<LocalCommand>(&arguments.command->run))
         return (*run)(arguments, output);
     Session session(arguments.name, arguments.timeout);
+    if (arguments.agent)
+        session.register_agent();
     return std::get<DaemonCommand>(arguments.command->run)(session, arguments, output);
 }
 

@@ -45,6 +45,21 @@ void require_daemon() {
     }
 }
 
+// The library's answer to a peek is 0 at the end of the stream.
+bool link_is_open() {
+    char byte = 0;
+    return zan_ipc_try_recv(g_ipc_handle, &byte, 1) > 0 || errno == EAGAIN;
+}
+
+// Where the daemon's files say that it serves agents.
+std::string link_place() {
+    char address[ZAN_NAME_SIZE] = {};
+    zan_get_socket_ip(address);
+    const std::string port = "port " + std::to_string(zan_get_socket_port());
+    const std::string host(address, strcspn(address, "\n"));
+    return host.empty() ? port : port + " of " + host;
+}
+
 // Messages are acknowledged by a command of its own, all else by the same.
 int answer_command(const zan_body &request) {
     const bool message = request.type == ZAN_CLASS_MESSAGE || request.type == ZAN_CLASS_BROADCAST;
@@ -104,8 +119,29 @@ void Session::register_module() {
     throw Refused(registration + "refused with " + std::to_string(result));
 }
 
+void Session::register_agent() {
+    throw_if_interrupted();
+    const Deadline deadline(timeout_);
+    const int result = zan_register_agent(name_.c_str(), getpid());
+    agent_ = result >= 0;
+    if (agent_)
+        return;
+    throw_if_interrupted();
+    const std::string registration = "registration as agent " + name_ + ": ";
+    if (result == ZAN_ERR_MESH)
+        throw Refused(registration + "the mesh is not ready, for the reason above");
+    if (result == ZAN_ERR_CREATE)
+        throw no_daemon("it serves no agents at " + link_place());
+    if (deadline.expired())
+        throw no_answer(timeout_);
+    if (result == ZAN_ERR || result == ZAN_ERR_SEND)
+        throw no_daemon("it has closed the link");
+    throw Refused(registration + "refused with " + std::to_string(result));
+}
+
 Session::~Session() {
     ignore_signals();
+    leave_link();
     if (queue_exists(g_zan_qid)) {
         const Deadline deadline(clean_up_seconds());
         zan_unregister(name_.c_str(), instance);
@@ -114,6 +150,17 @@ Session::~Session() {
     if (queue_exists(queue_))
         zan_msg_del(queue_);
     zan_del_msq_file(name_.c_str(), instance);
+}
+
+void Session::leave_link() const {
+    if (!agent_)
+        return;
+    const Deadline deadline(clean_up_seconds());
+    // Without word to a daemon that could not hear it; and the mesh may not be
+    // ready any more, when the library sends nothing.
+    if (!link_is_open() || !queue_exists(g_zan_qid) ||
+        zan_unregister_agent(name_.c_str(), getpid()) != 0)
+        zan_ipc_delete(g_ipc_handle);
 }
 
 double Session::clean_up_seconds() const {
@@ -183,6 +230,43 @@ void Session::lose_daemon(int reason, bool expired) {
         throw no_answer(timeout_);
     require_connection();
     throw no_daemon(std::strerror(reason));
+}
+
+std::string Session::get_over_link(const std::string &path) {
+    // A terminator more than the longest value.
+    std::string value(ZAN_DATA_SIZE + 1, '\0');
+    call_over_link([&] {
+        return ctl_getstr(value.data(), static_cast<int>(value.size()), "%s", path.c_str());
+    });
+    return value.c_str();
+}
+
+void Session::call_over_link(const std::function<int()> &make) {
+    throw_if_interrupted();
+    const Deadline deadline(timeout_);
+    const int result = make();
+    if (result <= 0)
+        fail_over_link(result, deadline.expired());
+}
+
+// The daemon may answer any negative number, so what the library's own numbers
+// would say is looked for first.
+void Session::fail_over_link(int result, bool expired) {
+    throw_if_interrupted();
+    if (result == ZAN_ERR_MESH)
+        throw Refused("the mesh is not ready, for the reason above");
+    if (expired) {
+        daemon_silent_ = true;
+        throw no_answer(timeout_);
+    }
+    if (!link_is_open())
+        lose_link();
+    throw Refused("refused with " + std::to_string(result));
+}
+
+void Session::lose_link() const {
+    throw no_daemon(link_is_open() ? "what it writes to the link is no record"
+                                   : "it has closed the link");
 }
 
 bool Session::connected() const {

@@ -18,7 +18,7 @@ struct Request {
 };
 
 // Registered with the daemon as a module from construction to destruction, which
-// leaves no queue and no key file behind, whatever happened in between.
+// leaves no queue, no key file and no link behind, whatever happened in between.
 class Session {
 public:
     // Throws Failure when no daemon answers or it refuses the module.
@@ -36,9 +36,23 @@ public:
     // fails, Interrupted.
     void post(const std::function<int()> &send);
 
+    // Makes the module a mesh agent too, under the same name, with a link to the
+    // daemon.  Throws Refused when the device is no agent or the daemon says no,
+    // Failure when there is no link to be had, Interrupted.
+    void register_agent();
+
+    // A value, read over the link.  Throws as request() does.
+    std::string get_over_link(const std::string &path);
+
+    // Runs a call of the library's that waits for its answer on the link.  Throws
+    // as request() does, but the daemon's text stays with the library.
+    void call_over_link(const std::function<int()> &make);
+
     // Whether the daemon still has its queue and leaves this module its own.
     bool connected() const;
     void require_connection() const; // throws Failure
+    bool has_link() const { return agent_; }
+    [[noreturn]] void lose_link() const; // throws Failure
 
 private:
     struct Exchange;
@@ -46,6 +60,8 @@ private:
     void register_module();
     void fill(const Request &request);
     double clean_up_seconds() const;
+    void leave_link() const;
+    [[noreturn]] void fail_over_link(int result, bool expired);
     [[noreturn]] void fail(int result, bool expired);
     [[noreturn]] void lose_daemon(int reason, bool expired);
 
@@ -53,6 +69,7 @@ private:
     double timeout_;
     bool daemon_silent_ = false;
     int queue_ = -1;
+    bool agent_ = false;
     std::unique_ptr<Exchange> exchange_;
 };
 

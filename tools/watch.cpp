@@ -171,11 +171,23 @@ void print(Output &output, const Arguments &arguments, Json json) {
 }
 
 // Of each class that comes unasked, one.
-bool dispatch_arrivals() {
+bool dispatch_queued() {
     static zan_msg record;
     bool dispatched = false;
     for (const int type : {ZAN_CLASS_NOTIFY, ZAN_CLASS_MESSAGE, ZAN_CLASS_BROADCAST})
         dispatched = zan_client_recv_msq_no_wait(&record, type, ZAN_BODY_SIZE) > 0 || dispatched;
+    return dispatched;
+}
+
+// Also of those that the link has.
+bool dispatch_arrivals(const Session &session) {
+    bool dispatched = dispatch_queued();
+    if (session.has_link()) {
+        const int result = zan_client_recv(g_ipc_handle, nullptr, 0);
+        if (result < 0)
+            session.lose_link();
+        dispatched = result > 0 || dispatched;
+    }
     return dispatched;
 }
 
@@ -184,7 +196,7 @@ bool dispatch_arrivals() {
 void print_arrivals(Session &session, const Arguments &arguments, Output &output) {
     unsigned printed = 0;
     while (interrupted() == 0) {
-        const bool dispatched = dispatch_arrivals();
+        const bool dispatched = dispatch_arrivals(session);
         for (; !arrived.empty(); arrived.pop_front()) {
             print(output, arguments, std::move(arrived.front()));
             if (++printed == arguments.count)

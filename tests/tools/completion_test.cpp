@@ -56,8 +56,8 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(complete("zanctl watch /a --"),
                 UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--event",
                                      "--count", "--time"));
-    EXPECT_THAT(complete("zanctl send --"),
-                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--ack"));
+    EXPECT_THAT(complete("zanctl send --"), UnorderedElementsAre("--help", "--json", "--name",
+                                                                 "--timeout", "--ack", "--agent"));
     EXPECT_THAT(complete("zanctl listen wlan --w"), ElementsAre("--watch"));
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
 }
