@@ -4,12 +4,14 @@
 #include <zan.h>
 
 #include <algorithm>
+#include <unistd.h>
 
 namespace zan::ctl {
 namespace {
 
 // The library would cut a longer one without a word.
 constexpr std::size_t longest_text = 1024;
+constexpr std::size_t longest_name = 1023;
 
 } // namespace
 
@@ -44,6 +46,12 @@ std::string check_command_line(const std::string &text) {
     return {};
 }
 
+std::string check_file_name(const std::string &name) {
+    if (name.empty() || name.size() > longest_name)
+        return "it has 1 to " + std::to_string(longest_name) + " characters";
+    return {};
+}
+
 CLI::Option *add_paths(CLI::App &app, Arguments &arguments) {
     return app.add_option("PATH", arguments.paths, "Paths, such as /sys/user:1/name")
         ->option_text("...")
@@ -55,6 +63,16 @@ CLI::Option *add_path(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required()
         ->check(check_path);
+}
+
+void add_confirmation(CLI::App &app, Arguments &arguments) {
+    app.add_flag("--yes", arguments.confirmed, "Do it, even at a terminal");
+    app.parse_complete_callback([&arguments] { require_confirmation(arguments); });
+}
+
+void require_confirmation(const Arguments &arguments) {
+    if (!arguments.confirmed && isatty(STDIN_FILENO) != 0)
+        throw CLI::ValidationError("--yes", "required at a terminal: this changes the device");
 }
 
 CLI::Option *add_module(CLI::App &app, Arguments &arguments) {

@@ -5,12 +5,19 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace zan::ctl {
 
 struct Command;
+
+// A firewall request by the letters of its options; a letter may be missing.
+struct FirewallLine {
+    std::map<char, std::string> options;
+    bool bridge = false;
+};
 
 // Everything a command line can say.
 struct Arguments {
@@ -28,6 +35,15 @@ struct Arguments {
     std::vector<int> events;
     unsigned count = 0; // of notifications to wait for; 0: no end
     bool time = false;
+    int mode = 0; // the daemon's; an action's parameter, a kind of conversion
+    int code = 0; // of a request to remote management
+    bool confirmed = false;
+    bool waits = true;              // for an action
+    bool firewall_only = false;     // is applied
+    std::string file;               // a name, or a command line for the daemon's shell
+    std::string what;               // of several things of a kind
+    std::vector<std::string> items; // of a login
+    FirewallLine firewall;
 };
 
 // Each check says what is wrong with the text, or nothing.
@@ -35,12 +51,18 @@ std::string check_path(const std::string &path);
 std::string check_module_name(const std::string &name);
 std::string check_text(const std::string &text);         // of a message
 std::string check_command_line(const std::string &text); // for the daemon
+std::string check_file_name(const std::string &name);
 
 CLI::Option *add_paths(CLI::App &app, Arguments &arguments);
 CLI::Option *add_module(CLI::App &app, Arguments &arguments);
 
 // A single path.
 CLI::Option *add_path(CLI::App &app, Arguments &arguments);
+
+// --yes, for what changes or restarts the device: without it a person at a terminal
+// is refused.  A script, whose standard input is something else, is not asked.
+void add_confirmation(CLI::App &app, Arguments &arguments);
+void require_confirmation(const Arguments &arguments);
 
 // For the commands that can go over an agent's link.
 CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments);

@@ -39,6 +39,7 @@ void define_control(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required()
         ->check(check_command_line);
+    add_confirmation(app, arguments);
 }
 
 void define_listen(CLI::App &app, Arguments &arguments) {

@@ -39,5 +39,7 @@ std::span<const Family> families();
 // Each family is a file of its own, command_*.cpp.
 extern const Family tree_family;
 extern const Family module_family;
+extern const Family device_family;
+extern const Family action_family;
 
 } // namespace zan::ctl

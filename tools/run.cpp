@@ -27,4 +27,9 @@ void print(Output &output, const Arguments &arguments, const std::string &plain,
     output.line(arguments.json ? to_line(json) : plain);
 }
 
+void print_json(Output &output, const Arguments &arguments, const Json &json) {
+    if (arguments.json)
+        output.line(to_line(json));
+}
+
 } // namespace zan::ctl

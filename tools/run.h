@@ -14,6 +14,8 @@ namespace zan::ctl {
 // Modules inside the daemon that requests are addressed to.
 inline constexpr const char *cfg_module = "ZAN_CFG";
 inline constexpr const char *core_module = "ZAN";
+inline constexpr const char *action_module = "ZAN_FAD";
+inline constexpr const char *management_module = "ZAN_CWMP";
 
 // Prints the daemon's "no" to a request about `subject`.
 void print_refusal(const std::string &subject, const Refused &refusal);
@@ -45,5 +47,8 @@ long to_number(const std::string &text);
 
 // One form or the other, as the caller has asked for.
 void print(Output &output, const Arguments &arguments, const std::string &plain, const Json &json);
+
+// The object alone, and nothing in plain form.
+void print_json(Output &output, const Arguments &arguments, const Json &json);
 
 } // namespace zan::ctl

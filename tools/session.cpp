@@ -81,6 +81,7 @@ struct Session::Exchange {
 
     int size() const { return ZAN_HEADER_SIZE + request.body.len; }
     int run();
+    std::string text() const;
 };
 
 int Session::Exchange::run() {
@@ -93,6 +94,13 @@ int Session::Exchange::run() {
                                               error, &answer);
     reason = errno;
     return result;
+}
+
+// Configuration answers by reference, remote management in the area itself.
+std::string Session::Exchange::text() const {
+    if (request.body.type == ZAN_CLASS_CWMP)
+        return {answer.data, static_cast<std::size_t>(answer.len)};
+    return answer.ptr != nullptr ? answer.ptr : "";
 }
 
 Session::Session(std::string name, double timeout)
@@ -187,19 +195,18 @@ void Session::fill(const Request &request) {
     record.body.len = static_cast<int32_t>(length);
 }
 
-std::string Session::request(const Request &request) {
+Answer Session::exchange(const Request &request) {
     throw_if_interrupted();
     fill(request);
     const Deadline deadline(timeout_);
     zan_api_lock();
     const int result = exchange_->run();
     // The text lives until the next request: copied before the lock goes.
-    const char *const answer = exchange_->answer.ptr;
-    std::string text = result >= 0 && answer != nullptr ? answer : "";
+    std::string text = result >= 0 ? exchange_->text() : "";
     zan_api_unlock();
     if (result < 0)
         fail(result, deadline.expired());
-    return text;
+    return {std::move(text), result};
 }
 
 void Session::post(const std::function<int()> &send) {
@@ -207,6 +214,18 @@ void Session::post(const std::function<int()> &send) {
     const Deadline deadline(timeout_);
     if (send() < 0)
         lose_daemon(errno, deadline.expired());
+}
+
+int Session::call(const std::function<int()> &make) {
+    throw_if_interrupted();
+    const Deadline deadline(timeout_);
+    exchange_->error[0] = '\0';
+    errno = 0;
+    const int result = make();
+    exchange_->reason = errno;
+    if (result < 0)
+        fail(result, deadline.expired());
+    return result;
 }
 
 // The matcher reports a failed receive as -1, which a daemon may also answer;

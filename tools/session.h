@@ -17,6 +17,11 @@ struct Request {
     int arg = 0;
 };
 
+struct Answer {
+    std::string text; // empty for the commands that answer without
+    int result;       // what the library's wait returned, 0 or more
+};
+
 // Registered with the daemon as a module from construction to destruction, which
 // leaves no queue, no key file and no link behind, whatever happened in between.
 class Session {
@@ -27,14 +32,18 @@ public:
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    // Sends a request and returns the answer's text, empty for the commands that
-    // answer without.  Throws Refused with the daemon's text, Failure when it
-    // does not answer, Interrupted.
-    std::string request(const Request &request);
+    // Sends a request and waits for its answer.  Throws Refused with the daemon's
+    // text, Failure when it does not answer, Interrupted.
+    Answer exchange(const Request &request);
+    std::string request(const Request &request) { return exchange(request).text; }
 
     // Runs a send of the library's that nobody answers.  Throws Failure when it
     // fails, Interrupted.
     void post(const std::function<int()> &send);
+
+    // Runs a request of the library's and returns its result.  Throws as exchange,
+    // but knows no text of the daemon's.
+    int call(const std::function<int()> &make);
 
     // Makes the module a mesh agent too, under the same name, with a link to the
     // daemon.  Throws Refused when the device is no agent or the daemon says no,

@@ -47,6 +47,7 @@ TEST(Completion, OffersTheCommands) {
         }
     }
     EXPECT_THAT(complete("zanctl "), UnorderedElementsAreArray(first_words));
+    EXPECT_THAT(complete("zanctl co"), UnorderedElementsAre("count", "control", "convert"));
     EXPECT_THAT(complete("zanctl --json --name x w"), ElementsAre("watch"));
 }
 
@@ -59,6 +60,12 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(complete("zanctl send --"), UnorderedElementsAre("--help", "--json", "--name",
                                                                  "--timeout", "--ack", "--agent"));
     EXPECT_THAT(complete("zanctl listen wlan --w"), ElementsAre("--watch"));
+    EXPECT_THAT(complete("zanctl fad reset --"),
+                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--param",
+                                     "--no-wait", "--keep-wifi", "--yes"));
+    EXPECT_THAT(complete("zanctl control --y"), ElementsAre("--yes"));
+    EXPECT_THAT(complete("zanctl cwmp --y"), ElementsAre("--yes"));
+    EXPECT_THAT(complete("zanctl fad re"), UnorderedElementsAre("reset", "reboot"));
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
 }
 
@@ -80,7 +87,8 @@ protected:
 
 TEST_F(CompletionOfPaths, OffersThemWhereAPathIsWanted) {
     EXPECT_THAT(complete("zanctl listen --watch /sys/user:12"), ElementsAre("12"));
-    for (const std::string command : {"pid", "send", "broadcast", "listen", "control"})
+    for (const std::string command : {"pid", "send", "broadcast", "listen", "control", "dump",
+                                      "login a", "fad backup", "cwmp 1"})
         EXPECT_THAT(complete("zanctl " + command + " /sys/user:12"), IsEmpty()) << command;
 }
 
@@ -88,7 +96,9 @@ TEST_F(CompletionOfPaths, OffersThemWhereAPathIsWanted) {
 TEST_F(CompletionOfPaths, OffersInstances) {
     EXPECT_THAT(complete("zanctl get /sys/user:"), ElementsAre("1", "12"));
     EXPECT_EQ(daemon.records().at(1).payload(), "/sys/user");
-    EXPECT_THAT(complete("zanctl get /a /sys/user:12"), ElementsAre("12"));
+    for (const std::string command :
+         {"get /a", "attr get", "attr set", "print", "reset", "convert 1", "ifname"})
+        EXPECT_THAT(complete("zanctl " + command + " /sys/user:12"), ElementsAre("12")) << command;
     EXPECT_THAT(complete("zanctl get /sys/user"), IsEmpty());
 }
 

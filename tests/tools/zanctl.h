@@ -40,6 +40,23 @@ inline const std::vector<CommandName> zanctl_commands = {
     {{"broadcast"}},
     {{"listen"}},
     {{"control"}},
+    {{"attr", "get"}},
+    {{"attr", "set"}},
+    {{"dump"}},
+    {{"print"}},
+    {{"reset"}},
+    {{"apply"}},
+    {{"login"}},
+    {{"convert"}},
+    {{"ifname"}},
+    {{"firewall"}},
+    {{"cwmp"}},
+    {{"fad", "upgrade"}},
+    {{"fad", "save"}},
+    {{"fad", "backup"}},
+    {{"fad", "reset"}},
+    {{"fad", "reboot"}},
+    {{"fad", "shell"}},
 };
 
 std::vector<std::string> zanctl_command(const std::vector<std::string> &arguments);

@@ -31,6 +31,9 @@ const std::string path_length = "PATH: a path has 1 to 1023 characters";
 const std::string path_characters = "PATH: a path has no blanks or control characters";
 const std::string text_length = "TEXT: a message has at most 1024 characters";
 const std::string line_length = "CMDLINE: a command line has 1 to 1024 characters";
+const std::string item_count = "ITEM: a login has 4 or 5 of them";
+const std::string firewall_forms =
+    "firewall: the options are -f [-p] [-a], -f -k, -C, or -b -p -i -m";
 const std::string name_length = "--name: a module name has 1 to 31 characters";
 const std::string name_characters =
     "--name: a module name has no blanks, control characters or slashes";
@@ -76,6 +79,43 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"WhereNoAgentGoes",
                 {"set", "--agent", "/x", "y"},
                 "The following argument was not expected: --agent"},
+        Mistake{"NoCommandOfAGroup", {"fad"}, "A subcommand is required"},
+        Mistake{"NoAttributes", {"attr", "set", "/x"}, "TEXT is required"},
+        Mistake{"LongAttributes",
+                {"attr", "set", "/x", std::string(1020, 't')},
+                "TEXT: path and text have at most 1022 characters together"},
+        Mistake{"LongTextToPrint",
+                {"print", "/x", std::string(1021, 't')},
+                "TEXT: path and text have at most 1023 characters together"},
+        Mistake{"LongFile", {"dump", std::string(1024, 'f')}, "FILE: it has 1 to 1023 characters"},
+        Mistake{"FewItems", {"login", "a", "b", "c"}, item_count},
+        Mistake{"ManyItems", {"login", "a", "b", "c", "d", "e", "f"}, item_count},
+        Mistake{"LineEndInItem", {"login", "a", "b\n", "c", "d"}, "ITEM: an item has no line end"},
+        Mistake{"UnknownKind", {"convert", "10", "/x"}, "KIND: Value 10 not in range 0 to 9"},
+        Mistake{"LongPathToConvert",
+                {"convert", "1", std::string(1023, '/')},
+                "PATH: a path to convert has 1 to 1022 characters"},
+        Mistake{"NothingForTheFirewall", {"firewall"}, firewall_forms},
+        Mistake{
+            "MixedFirewallForms", {"firewall", "-f", "a", "-k", "b", "-p", "c"}, firewall_forms},
+        Mistake{"RuleWithOption", {"firewall", "-C", "a", "-f", "b"}, firewall_forms},
+        Mistake{"BridgeWithout", {"firewall", "-b", "-p", "a"}, firewall_forms},
+        Mistake{"BridgeWithOther",
+                {"firewall", "-b", "-p", "a", "-i", "b", "-m", "1", "-f", "c"},
+                firewall_forms},
+        Mistake{"LongFirewallLine",
+                {"firewall", "-f", std::string(1008, 'f')},
+                "firewall: the line would have more than 1024 characters"},
+        Mistake{"UnknownUpgrade",
+                {"fad", "upgrade", "rom", "/x"},
+                "WHAT: rom not in {firmware,config}"},
+        Mistake{"NoFileToUpgradeFrom", {"fad", "upgrade", "config"}, "FILE is required"},
+        Mistake{"LongShellCommand",
+                {"fad", "shell", std::string(512, 'c')},
+                "COMMAND: it has 1 to 511 characters"},
+        Mistake{"NegativeParameter",
+                {"fad", "save", "--param", "-1"},
+                "--param: Value -1 not in range 0 to 2147483647"},
         Mistake{"NoTimeout",
                 {"get", "--timeout", "0", "/x"},
                 "--timeout: Value 0 not in range 0.010000 to 86400.000000"},

@@ -23,6 +23,27 @@ TEST_F(ZanctlWithZansim, ReadsWhatItHasWritten) {
               "{\"path\":\"" + ssid + "\",\"value\":\"Two words, 100%\"}\n");
 }
 
+TEST_F(ZanctlWithZansim, ChecksLoginsAndConvertsPaths) {
+    const std::string name = zanctl({"get", "/sys/user:1/name"});
+    const std::string password = zanctl({"get", "/sys/user:1/password"});
+    const auto line = [](const std::string &text) { return text.substr(0, text.size() - 1); };
+    EXPECT_EQ(zanctl({"login", line(name), line(password), "web", "x"}), "1\n");
+    EXPECT_EQ(zanctl({"login", line(name), "wrong", "web", "x"}), "0\n");
+    EXPECT_EQ(zanctl({"convert", "2", "A.B.1"}), "/A/B:1\n");
+}
+
+TEST_F(ZanctlWithZansim, ResetsWhatItHasWritten) {
+    const std::string factory = zanctl({"get", ssid});
+    zanctl({"set", ssid, "mine"});
+    EXPECT_EQ(zanctl({"reset", ssid}), "");
+    EXPECT_EQ(zanctl({"get", ssid}), factory);
+    zanctl({"set", ssid, "mine"});
+    EXPECT_EQ(zanctl({"fad", "reset"}), "");
+    EXPECT_EQ(zanctl({"get", ssid}), factory);
+    zanctl({"attr", "set", ssid, "a b"});
+    EXPECT_EQ(zanctl({"attr", "get", ssid}), "a b\n");
+}
+
 TEST_F(ZanctlWithZansim, AddsCountsRendersAndDeletesInstances) {
     EXPECT_EQ(zanctl({"count", "/sys/user"}), "3\n");
     EXPECT_EQ(zanctl({"add", "/sys/user"}), "");

@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+// System actions: what the daemon's file-and-action module carries out.
+#include "run.h"
+
+#include <climits>
+#include <cstddef>
+#include <cstring>
+
+namespace zan::ctl {
+namespace {
+
+// As it travels: the library sends it too, but keeps the daemon's text to itself.
+struct Payload {
+    int32_t code;
+    int32_t wait;
+    int32_t param;
+    char name[1024];
+};
+static_assert(sizeof(Payload) == 1036);
+
+// What an action can be about, and its code.
+struct Choice {
+    const char *what;
+    zan_action action;
+};
+constexpr Choice upgrades[] = {{"firmware", ZAN_ACTION_UPGRADE_FIRMWARE},
+                               {"config", ZAN_ACTION_UPGRADE_CONFIG}};
+constexpr Choice saves[] = {{"config", ZAN_ACTION_SAVE_CONFIG},
+                            {"config2", ZAN_ACTION_SAVE_CONFIG2},
+                            {"log", ZAN_ACTION_SAVE_LOG}};
+constexpr Choice backups[] = {{"config", ZAN_ACTION_BACKUP_CONFIG},
+                              {"old", ZAN_ACTION_BACKUP_OLD_CONFIG}};
+constexpr Choice resets[] = {{"all", ZAN_ACTION_FACTORY_RESET},
+                             {"but-wifi", ZAN_ACTION_FACTORY_RESET_WO_WIFI}};
+
+template<std::size_t Size> std::vector<std::string> names_of(const Choice (&choices)[Size]) {
+    std::vector<std::string> names;
+    for (const Choice &choice : choices)
+        names.emplace_back(choice.what);
+    return names;
+}
+
+template<std::size_t Size>
+zan_action chosen(const Choice (&choices)[Size], const Arguments &arguments) {
+    for (const Choice &choice : choices)
+        if (arguments.what == choice.what)
+            return choice.action;
+    return choices[0].action;
+}
+
+template<std::size_t Size>
+CLI::Option *add_choice(CLI::App &app, Arguments &arguments, const Choice (&choices)[Size],
+                        const char *description) {
+    return app.add_option("WHAT", arguments.what, description)
+        ->option_text("[]")
+        ->check(CLI::IsMember(names_of(choices)).description(""));
+}
+
+// ---- arguments
+
+// A longer one the library would cut.
+constexpr std::size_t longest_shell_command = 511;
+
+std::string check_shell_command(const std::string &command) {
+    if (command.empty() || command.size() > longest_shell_command)
+        return "it has 1 to " + std::to_string(longest_shell_command) + " characters";
+    return {};
+}
+
+CLI::Option *add_file(CLI::App &app, Arguments &arguments) {
+    return app.add_option("FILE", arguments.file, "The file, by the daemon's name for it")
+        ->option_text(" ")
+        ->check(check_file_name);
+}
+
+void add_action_options(CLI::App &app, Arguments &arguments) {
+    app.add_option("--param", arguments.mode, "A number for the daemon (default: 0)")
+        ->option_text("N")
+        ->check(CLI::Range(0, INT_MAX));
+    app.add_flag_callback(
+        "--no-wait", [&arguments] { arguments.waits = false; }, "Do not wait for the outcome");
+}
+
+void define_upgrade(CLI::App &app, Arguments &arguments) {
+    add_choice(app, arguments, upgrades, "firmware or config")->option_text(" ")->required();
+    add_file(app, arguments)->required();
+    add_action_options(app, arguments);
+    add_confirmation(app, arguments);
+}
+
+void define_save(CLI::App &app, Arguments &arguments) {
+    add_choice(app, arguments, saves, "config (the default), config2 or log");
+    add_action_options(app, arguments);
+}
+
+void define_backup(CLI::App &app, Arguments &arguments) {
+    add_file(app, arguments)->option_text("[]");
+    app.add_flag_callback(
+        "--old", [&arguments] { arguments.what = "old"; }, "The configuration before this one");
+    add_action_options(app, arguments);
+}
+
+void define_reset(CLI::App &app, Arguments &arguments) {
+    app.add_option("NAME", arguments.file, "Who asks for it")
+        ->option_text("[]")
+        ->check(check_file_name);
+    app.add_flag_callback(
+        "--keep-wifi", [&arguments] { arguments.what = "but-wifi"; }, "But the Wi-Fi settings");
+    add_action_options(app, arguments);
+    add_confirmation(app, arguments);
+}
+
+void define_reboot(CLI::App &app, Arguments &arguments) {
+    add_confirmation(app, arguments);
+}
+
+void define_shell(CLI::App &app, Arguments &arguments) {
+    app.add_option("COMMAND", arguments.file, "A command line for the daemon's shell, as one word")
+        ->option_text(" ")
+        ->required()
+        ->check(check_shell_command);
+    add_action_options(app, arguments);
+    add_confirmation(app, arguments);
+}
+
+// ---- running
+
+std::string payload_of(zan_action action, const Arguments &arguments) {
+    Payload payload = {};
+    payload.code = action;
+    payload.wait = 1;
+    payload.param = arguments.mode;
+    arguments.file.copy(payload.name, sizeof payload.name - 1);
+    std::string bytes(sizeof payload, '\0');
+    std::memcpy(bytes.data(), &payload, sizeof payload);
+    return bytes;
+}
+
+void act(Session &session, zan_action action, const Arguments &arguments) {
+    const char *const name = arguments.file.empty() ? nullptr : arguments.file.c_str();
+    if (arguments.waits)
+        session.request({ZAN_CLASS_ACTION, action, action_module, payload_of(action, arguments)});
+    else
+        session.post([&] { return zan_fad_send(action, 0, arguments.mode, action, name); });
+}
+
+int run_action(zan_action action, Session &session, const Arguments &arguments, Output &output) {
+    return attempt(arguments.command->name, [&] {
+        act(session, action, arguments);
+        Json json = {{"action", int{action}}, {"done", arguments.waits}};
+        if (!arguments.file.empty())
+            json["name"] = arguments.file;
+        print_json(output, arguments, json);
+    });
+}
+
+int run_upgrade(Session &session, const Arguments &arguments, Output &output) {
+    return run_action(chosen(upgrades, arguments), session, arguments, output);
+}
+
+int run_save(Session &session, const Arguments &arguments, Output &output) {
+    return run_action(chosen(saves, arguments), session, arguments, output);
+}
+
+int run_backup(Session &session, const Arguments &arguments, Output &output) {
+    return run_action(chosen(backups, arguments), session, arguments, output);
+}
+
+int run_reset(Session &session, const Arguments &arguments, Output &output) {
+    return run_action(chosen(resets, arguments), session, arguments, output);
+}
+
+int run_shell(Session &session, const Arguments &arguments, Output &output) {
+    return run_action(ZAN_ACTION_RUN_SHELL, session, arguments, output);
+}
+
+// Nobody may be left to tell the outcome.
+int run_reboot(Session &session, const Arguments &arguments, Output &output) {
+    session.post([] { return zan_reboot(0); });
+    print_json(output, arguments, {{"action", int{ZAN_ACTION_REBOOT}}, {"done", false}});
+    return exit_done;
+}
+
+constexpr Command commands[] = {
+    {"fad", "Files and actions: upgrade, save, reset, reboot"},
+    {"fad upgrade", "Upgrade the firmware or the configuration", define_upgrade, run_upgrade},
+    {"fad save", "Save the configuration or the log", define_save, run_save},
+    {"fad backup", "Back the configuration up", define_backup, run_backup},
+    {"fad reset", "Reset everything to the factory's settings", define_reset, run_reset},
+    {"fad reboot", "Restart the device", define_reboot, run_reboot},
+    {"fad shell", "Run a command line in the daemon's shell", define_shell, run_shell},
+};
+
+} // namespace
+
+const Family action_family = {"Actions", commands};
+
+} // namespace zan::ctl
