@@ -6,6 +6,7 @@
 #include <CLI/Option.hpp>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,12 @@ struct Arguments {
     std::string what;               // of several things of a kind
     std::vector<std::string> items; // of a login
     FirewallLine firewall;
+    // Of the path commands.
+    std::string other;
+    bool nocase = false;
+    bool reverse = false;
+    int start = 0;
+    std::optional<int> end;
 };
 
 // Each check says what is wrong with the text, or nothing.

@@ -23,7 +23,7 @@ constexpr const char *version =
 #undef ZANCTL_TEXT
 
 constexpr const char *footer = R"(
-Exit codes: 0 done, 1 refused, with the daemon's text on standard error,
+Exit codes: 0 done, 1 refused, with the daemon's text on standard error, or no match,
             2 usage, 3 no daemon, or no answer from it in time.)";
 
 // Both before and after the command, whichever comes to mind.

@@ -41,5 +41,6 @@ extern const Family tree_family;
 extern const Family module_family;
 extern const Family device_family;
 extern const Family action_family;
+extern const Family path_family;
 
 } // namespace zan::ctl
