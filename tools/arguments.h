@@ -51,6 +51,10 @@ struct Arguments {
     bool reverse = false;
     int start = 0;
     std::optional<int> end;
+    // Of the network commands.
+    std::string address;
+    std::string bridge;
+    std::vector<std::string> interfaces;
 };
 
 // Each check says what is wrong with the text, or nothing.

@@ -42,5 +42,6 @@ extern const Family module_family;
 extern const Family device_family;
 extern const Family action_family;
 extern const Family path_family;
+extern const Family network_family;
 
 } // namespace zan::ctl

@@ -47,6 +47,10 @@ _zanctl_paths() {
     fi
 }
 
+_zanctl_interfaces() {
+    awk -F: 'NF > 1 { gsub(/ /, "", $1); print $1 }' /proc/net/dev
+}
+
 _zanctl() {
     local zanctl=$1
     # Read from the line, because bash takes a colon for the end of a word.
@@ -82,6 +86,8 @@ _zanctl() {
         choices=${commands// /$'\n'}
     elif _zanctl_help "${command[@]}" | grep -q '^Usage:.* PATH'; then
         choices=$(_zanctl_paths "$current")
+    elif [[ ${command[*]} == ifaddr || $word == mac-port ]]; then
+        choices=$(_zanctl_interfaces)
     fi
 
     local IFS=$'\n'

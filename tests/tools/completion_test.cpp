@@ -8,6 +8,7 @@
 namespace zan::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -72,6 +73,12 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
 TEST(Completion, OffersNothingWhereAnOptionWantsAWord) {
     EXPECT_THAT(complete("zanctl --name "), IsEmpty());
     EXPECT_THAT(complete("zanctl watch --event "), IsEmpty());
+}
+
+TEST(Completion, OffersInterfaces) {
+    EXPECT_THAT(complete("zanctl ifaddr l"), Contains("lo"));
+    EXPECT_THAT(complete("zanctl mac-port l"), Contains("lo"));
+    EXPECT_THAT(complete("zanctl mac-port lo l"), IsEmpty());
 }
 
 TEST(Completion, OffersNoPathsWithoutADaemon) {
