@@ -55,6 +55,8 @@ struct Arguments {
     std::string address;
     std::string bridge;
     std::vector<std::string> interfaces;
+    // Of log tail.
+    std::size_t lines = 10; // that are there, to begin with
 };
 
 // Each check says what is wrong with the text, or nothing.

@@ -4,8 +4,8 @@
 namespace zan::ctl {
 
 std::span<const Family> families() {
-    static const Family all[] = {tree_family,   module_family, device_family,
-                                 action_family, path_family,   network_family};
+    static const Family all[] = {tree_family, module_family,  device_family, action_family,
+                                 path_family, network_family, log_family};
     return all;
 }
 

@@ -43,5 +43,6 @@ extern const Family device_family;
 extern const Family action_family;
 extern const Family path_family;
 extern const Family network_family;
+extern const Family log_family;
 
 } // namespace zan::ctl

@@ -30,6 +30,15 @@ _zanctl_array() {
     "$zanctl" array --timeout 1 "$1" 2>/dev/null
 }
 
+_zanctl_logging_modules() {
+    "$zanctl" log list 2>/dev/null | awk 'NR > 1 { print $1 }'
+}
+
+# The words that the help of a command offers for its second argument.
+_zanctl_one_of() {
+    _zanctl_help "$@" | sed -n 's/.* one of: //p' | tr -d ',' | tr ' ' '\n'
+}
+
 # OBJECT:N and OBJECT:N/VALUE; everything up to the last of both is typed already.
 _zanctl_paths() {
     local typed=$1 object number
@@ -60,7 +69,7 @@ _zanctl() {
     read -ra words <<<"${line%"$current"}"
 
     local word='' skip='' with_word commands
-    local -a command=()
+    local -a command=() arguments=()
     commands=" $(_zanctl_commands | tr '\n' ' ')"
     with_word=" $(_zanctl_options_with_word | tr '\n' ' ')"
     for word in "${words[@]:1}"; do
@@ -72,6 +81,8 @@ _zanctl() {
             command+=("$word")
             commands=" $(_zanctl_commands "${command[@]}" | tr '\n' ' ')"
             with_word=" $(_zanctl_options_with_word "${command[@]}" | tr '\n' ' ')"
+        elif [[ $word != -* ]]; then
+            arguments+=("$word")
         fi
     done
 
@@ -88,6 +99,11 @@ _zanctl() {
         choices=$(_zanctl_paths "$current")
     elif [[ ${command[*]} == ifaddr || $word == mac-port ]]; then
         choices=$(_zanctl_interfaces)
+    elif [[ "${command[*]}" == log* && ${#arguments[@]} -eq 0 ]] &&
+        _zanctl_help "${command[@]}" | grep -q '^Usage:.* MODULE'; then
+        choices=$(_zanctl_logging_modules)
+    elif [[ ${command[0]-} == log && ${#arguments[@]} -eq 1 ]]; then
+        choices=$(_zanctl_one_of "${command[@]}")
     fi
 
     local IFS=$'\n'

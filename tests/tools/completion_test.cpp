@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zanctl.h"
 
+#include "log/raw_table.h"
+#include "support/sandbox.h"
+
 #include <map>
 #include <set>
 #include <sstream>
@@ -118,6 +121,23 @@ TEST_F(CompletionOfPaths, OffersTheValuesOfAnInstance) {
 TEST_F(CompletionOfPaths, OffersNothingWhenTheDaemonRefuses) {
     daemon.on(class_cfg, 23, negative(-3, "no such node: /sys/user"));
     EXPECT_THAT(complete("zanctl get /sys/user:"), IsEmpty());
+}
+
+TEST(CompletionOfLogs, OffersModulesAndWhatTheyCanBeSetTo) {
+    ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+    EXPECT_THAT(complete("zanctl log level "), IsEmpty());
+    RawTable table(create_raw_table());
+    table.set(0, {.name = "wlan"});
+    table.set(1, {.name = "dhcpd"});
+    for (const std::string command : {"level", "dest", "tail"})
+        EXPECT_THAT(complete("zanctl log " + command + " "), ElementsAre("wlan", "dhcpd"));
+    EXPECT_THAT(complete("zanctl log list "), IsEmpty());
+    EXPECT_THAT(complete("zanctl log level wlan "),
+                ElementsAre("emergency", "alert", "critical", "error", "warning", "notice", "info",
+                            "verbose"));
+    EXPECT_THAT(complete("zanctl log dest --json wlan s"), ElementsAre("syslog"));
+    EXPECT_THAT(complete("zanctl log dest wlan syslog "), IsEmpty());
+    EXPECT_THAT(complete("zanctl log tail wlan "), IsEmpty());
 }
 
 } // namespace

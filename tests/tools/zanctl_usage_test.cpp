@@ -79,6 +79,17 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"WhereNoAgentGoes",
                 {"set", "--agent", "/x", "y"},
                 "The following argument was not expected: --agent"},
+        Mistake{"UnknownLevel",
+                {"log", "level", "wlan", "8"},
+                "LEVEL: a level is 0 to 7, or one of: emergency, alert, critical, "
+                "error, warning, notice, info, verbose"},
+        Mistake{"UnknownDest",
+                {"log", "dest", "wlan", "printer"},
+                "DEST: a destination is 1 to 5, or one of: console, terminals, "
+                "syslog, all, file, off"},
+        Mistake{"SlashInLog",
+                {"log", "tail", "../wlan"},
+                "MODULE: a module name has no blanks, control characters or slashes"},
         Mistake{"NoCommandOfAGroup", {"fad"}, "A subcommand is required"},
         Mistake{"NoAttributes", {"attr", "set", "/x"}, "TEXT is required"},
         Mistake{"LongAttributes",
