@@ -57,6 +57,10 @@ struct Arguments {
     std::vector<std::string> interfaces;
     // Of log tail.
     std::size_t lines = 10; // that are there, to begin with
+    // Of the event message commands.
+    std::string kind;
+    std::vector<std::string> members; // KEY=VALUE
+    std::optional<std::string> event_text;
 };
 
 // Each check says what is wrong with the text, or nothing.

@@ -44,5 +44,6 @@ extern const Family action_family;
 extern const Family path_family;
 extern const Family network_family;
 extern const Family log_family;
+extern const Family event_family;
 
 } // namespace zan::ctl

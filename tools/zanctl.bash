@@ -60,6 +60,13 @@ _zanctl_interfaces() {
     awk -F: 'NF > 1 { gsub(/ /, "", $1); print $1 }' /proc/net/dev
 }
 
+# KEY= for what a kind of event messages tells.  The kinds themselves are listed as
+# commands are.
+_zanctl_members() {
+    _zanctl_help event encode | awk -v kind="$1" '
+        $1 == kind { for (i = 2; i <= NF; i++) { sub(/,/, "", $i); print $i "=" } }'
+}
+
 _zanctl() {
     local zanctl=$1
     # Read from the line, because bash takes a colon for the end of a word.
@@ -93,6 +100,11 @@ _zanctl() {
         choices=''
     elif [[ $current == -* ]]; then
         choices=$(_zanctl_options "${command[@]}")
+    elif [[ ${command[*]} == 'event decode '* ]]; then
+        choices=''
+    elif [[ ${command[*]} == 'event encode '* ]]; then
+        choices=$(_zanctl_members "${command[2]}")
+        compopt -o nospace 2>/dev/null || : # a value follows at once
     elif [[ $commands == *[a-z]* ]]; then
         choices=${commands// /$'\n'}
     elif _zanctl_help "${command[@]}" | grep -q '^Usage:.* PATH'; then

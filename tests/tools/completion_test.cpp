@@ -73,6 +73,17 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
 }
 
+TEST(Completion, OffersKindsAndMembersOfEventMessages) {
+    EXPECT_THAT(complete("zanctl event encode "),
+                UnorderedElementsAre("easymesh", "palumesh", "wan", "wifi_sniffer", "ser2net",
+                                     "firewall", "neighbor"));
+    EXPECT_THAT(complete("zanctl event decode wi"), ElementsAre("wifi_sniffer"));
+    EXPECT_THAT(complete("zanctl event encode wan IP=1 "),
+                UnorderedElementsAre("IP=", "Mask=", "Gateway=", "DNS=", "Interface="));
+    EXPECT_THAT(complete("zanctl event encode firewall C"), ElementsAre("CFGPath="));
+    EXPECT_THAT(complete("zanctl event decode wan "), IsEmpty());
+}
+
 TEST(Completion, OffersNothingWhereAnOptionWantsAWord) {
     EXPECT_THAT(complete("zanctl --name "), IsEmpty());
     EXPECT_THAT(complete("zanctl watch --event "), IsEmpty());

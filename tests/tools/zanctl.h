@@ -68,6 +68,8 @@ inline const std::vector<CommandName> zanctl_commands = {
     {{"fad", "reset"}},
     {{"fad", "reboot"}},
     {{"fad", "shell"}},
+    {{"event", "encode"}, false},
+    {{"event", "decode"}, false},
 };
 
 std::vector<std::string> zanctl_command(const std::vector<std::string> &arguments);
