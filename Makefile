@@ -8,7 +8,7 @@ FUZZ_SECONDS := 60
 help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
 
-demo: ## see two modules work against a live configuration tree
+demo: ## see modules work on a live configuration tree, and talk
 	scripts/bootstrap build
 	cmake --preset release >/dev/null && cmake --build --preset release -- --quiet
 	scripts/sandbox scripts/demo build/release

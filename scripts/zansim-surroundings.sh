@@ -28,7 +28,8 @@ build=$(cd "$build" && pwd) || complain "$build is no build directory"
 # The tools' names are commands in the scripts, whatever runs them.
 provide_programs() {
     mkdir "$work/bin"
-    for program in sim/zansim tools/zanctl examples/first_module examples/watcher; do
+    for program in sim/zansim tools/zanctl examples/first_module examples/watcher \
+        examples/mesh_agent examples/questioner; do
         [ -x "$build/$program" ] || complain "$build/$program is missing: build it first"
         # shellcheck disable=SC2016 # for the script that is written here
         printf '#!/bin/sh\nexec %s "%s" "$@"\n' "${ZAN_EMULATOR-}" "$build/$program" \

@@ -15,8 +15,9 @@ using testing::Not;
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string> programs = {"sim/zansim", "tools/zanctl", "examples/first_module",
-                                           "examples/watcher"};
+const std::vector<std::string> programs = {
+    "sim/zansim",       "tools/zanctl",        "examples/first_module",
+    "examples/watcher", "examples/mesh_agent", "examples/questioner"};
 
 std::string joined(const std::vector<std::string> &words) {
     std::string text;
@@ -84,8 +85,9 @@ TEST(Demo, VerifiesEveryStep) {
     EXPECT_EQ(ended.status, 0) << ended.output;
     EXPECT_EQ(ended.error, "");
     EXPECT_THAT(ended.output, Not(HasSubstr("FAILED")));
-    EXPECT_THAT(ended.output, HasSubstr("\nAll 5 steps verified."));
+    EXPECT_THAT(ended.output, HasSubstr("\nAll 7 steps verified."));
     EXPECT_THAT(ended.output, HasSubstr("hardware model: "));
+    EXPECT_THAT(ended.output, HasSubstr("      mesh_agent answers: channel "));
     EXPECT_THAT(ended.output, HasSubstr("    | "));
     EXPECT_THAT(left_in_tmp("zan"), IsEmpty());
     EXPECT_THAT(left_in_tmp(".msq"), IsEmpty());
@@ -130,18 +132,28 @@ INSTANTIATE_TEST_SUITE_P(
                "step 3: the tree has the new name"},
         Defect{"WatcherFails", "examples/watcher", "$real\nexit 1\n",
                "step 4: the watcher ends without an error"},
-        Defect{"WatcherIsWrong", "examples/watcher", "$real | sed -u 's/name to: ./&9/'\n",
-               "step 4: it learnt who changed the setting, and to what"},
+        Defect{
+            "WatcherIsWrong", "examples/watcher",
+            "$real | while IFS= read -r line; do echo \"$line\" | sed 's/name to: ./&9/'; done\n",
+            "step 4: it learnt who changed the setting, and to what"},
+        Defect{"NoAgent", "examples/mesh_agent", "echo waiting\nexit 1\n",
+               "step 5: the trace shows: out REGISTRATION register ZAN -> mesh_agent link"},
+        Defect{"NoQuestion", "examples/questioner", "exit 1\n",
+               "step 6: the questioner gets an answer"},
+        Defect{"AgentFails", "examples/mesh_agent", "$real\nexit 1\n",
+               "step 6: the agent ends without an error"},
+        Defect{"OtherChannel", "examples/questioner", "$real | sed 's/channel ./&9/'\n",
+               "step 6: the channel in the answer is what zanctl reads"},
         Defect{"DaemonEndsBadly", "sim/zansim",
                "$real \"$@\" & trap 'kill $!; wait $!; exit 3' TERM\nwait $!\n",
-               "step 5: zansim ended in order"},
+               "step 7: zansim ended in order"},
         Defect{"KeyFileLeft", "examples/watcher", "$real\n>/tmp/watcher_0.msq\n",
-               "step 5: no id file and no key file is left in /tmp"},
+               "step 7: no file of the daemon and no key file is left in /tmp"},
         Defect{"QueueLeft", "sim/zansim",
                "queue=$(ipcmk -Q | tr -dc 0-9)\n"
                "echo \"note queue=$queue\"\n"
                "exec $real \"$@\"\n",
-               "step 5: none of the queues is left"}),
+               "step 7: none of the queues is left"}),
     [](const auto &param) { return std::string(param.param.name); });
 
 TEST(Demo, MissingProgramsAreNamed) {
