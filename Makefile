@@ -3,7 +3,7 @@
 
 .DEFAULT_GOAL := help
 FUZZ_SECONDS := 60
-.PHONY: help demo shell test test-release test-thread test-unprivileged test-target check format bench fuzz test-nightly clean
+.PHONY: help demo shell test test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly clean
 
 help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
@@ -37,6 +37,10 @@ test-unprivileged: ## run demo and tests as in an unprivileged container
 test-target: ## run every test built for 32-bit little-endian MIPS, under emulation
 	scripts/bootstrap build test target
 	scripts/run-tests mipsel
+
+test-board: ## run them on emulated boards with a 32-bit MIPS kernel of their own
+	scripts/bootstrap build test target board
+	scripts/run-tests mipsel board
 
 check: ## check format, static analysis and scripts
 	scripts/bootstrap build test check bench

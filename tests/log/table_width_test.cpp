@@ -15,6 +15,7 @@ constexpr const char *other_width = sizeof(void *) == 8 ? "32 bits\n" : "64 bits
 class TableOfTwoWidths : public LogTest {
 protected:
     void SetUp() override {
+        ZAN_SKIP_WITHOUT_HOST_PROGRAMS();
         if (std::string(ZAN_TEST_TABLE_PEER).empty())
             GTEST_SKIP() << "no compiler for the other width (mipsel-linux-gnu-g++ with "
                             "qemu-mipsel, or i686-linux-gnu-g++)";

@@ -44,4 +44,8 @@ std::string why_no_root() {
     return geteuid() == 0 ? "" : "needs root inside its namespaces";
 }
 
+std::string why_no_host_programs() {
+    return std::getenv("ZAN_ON_BOARD") == nullptr ? "" : "runs a program of the building machine";
+}
+
 } // namespace zan::test

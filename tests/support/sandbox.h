@@ -16,6 +16,7 @@ namespace zan::test {
 std::string why_no_long_records();
 std::string why_no_private_sandbox();
 std::string why_no_root();
+std::string why_no_host_programs();
 
 } // namespace zan::test
 
@@ -33,6 +34,10 @@ std::string why_no_root();
 
 // The test needs privileges inside its namespaces.
 #define ZAN_SKIP_WITHOUT_ROOT() ZAN_SKIP_WITH_REASON(zan::test::why_no_root())
+
+// The test runs programs of the machine that builds, which is not always the one that
+// the test runs on.
+#define ZAN_SKIP_WITHOUT_HOST_PROGRAMS() ZAN_SKIP_WITH_REASON(zan::test::why_no_host_programs())
 
 // For tests that withhold access by file modes, which root is not subject to.
 #define ZAN_SKIP_AS_ROOT()                                                                         \
