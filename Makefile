@@ -50,11 +50,15 @@ format: ## format all sources
 	scripts/bootstrap check
 	git ls-files '*.cpp' '*.c' '*.h' | xargs clang-format -i
 
-bench: ## measure against bare kernel queues and sockets
+bench: ## measure against bare kernel queues and sockets, and against the C library
 	scripts/bootstrap build bench
 	cmake --preset bench >/dev/null && cmake --build --preset bench -- --quiet
 	scripts/sandbox build/bench/bench/bench_round_trip
 	scripts/sandbox build/bench/bench/bench_socket_send
+	build/bench/bench/bench_paths
+	build/bench/bench/bench_fields
+	build/bench/bench/bench_event
+	scripts/sandbox build/bench/bench/bench_log
 
 fuzz: ## look for hostile records, FUZZ_SECONDS=60 long
 	scripts/bootstrap build fuzz

@@ -35,7 +35,7 @@ std::pair<std::string, long> by_size(const std::string &size) {
 } // namespace
 
 bool RatioReporter::ReportContext(const Context &) {
-    std::printf("%-20s %-26s %10s %8s %17s %7s\n", "size", "what", "median ns", "ratio",
+    std::printf("%-26s %-26s %10s %8s %17s %7s\n", "size", "what", "median ns", "ratio",
                 "quartiles of runs", "runs");
     return true;
 }
@@ -54,7 +54,9 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
         std::vector<std::string> &names = names_[size];
         if (std::find(names.begin(), names.end(), what) == names.end())
             names.push_back(what);
-        times_[{size, what}].push_back(run.GetAdjustedRealTime());
+        const bool waits = run.run_name.time_type == "real_time";
+        times_[{size, what}].push_back(waits ? run.GetAdjustedRealTime()
+                                             : run.GetAdjustedCPUTime());
     }
 }
 
@@ -67,7 +69,7 @@ void RatioReporter::Finalize() {
             const Times &times = times_[{size, what}];
             const double median = quantile(times, 0.5);
             const std::vector<double> spread = ratios(times, floor);
-            std::printf("%-20s %-26s %10.1f %8.3f %8.3f-%-8.3f %7zu\n", size.c_str(), what.c_str(),
+            std::printf("%-26s %-26s %10.1f %8.3f %8.3f-%-8.3f %7zu\n", size.c_str(), what.c_str(),
                         median, median / quantile(floor, 0.5), quantile(spread, 0.25),
                         quantile(spread, 0.75), times.size());
         }
