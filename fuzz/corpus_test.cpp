@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "fuzz/reassembly.h"
+#include "fuzz/target.h"
 #include "support/raw.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ std::vector<std::filesystem::path> corpus() {
     return files;
 }
 
-TEST(ReassemblyCorpus, RunsClean) {
+TEST(Corpus, RunsClean) {
     const std::vector<std::filesystem::path> files = corpus();
     ASSERT_FALSE(files.empty());
     for (const std::filesystem::path &file : files) {

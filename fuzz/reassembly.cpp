@@ -12,7 +12,7 @@
 //           otherwise N - 3 bytes that follow
 //
 // A call takes pieces as it reads; what a read leaves of a piece is for the next.
-#include "fuzz/reassembly.h"
+#include "fuzz/target.h"
 
 // NOLINTNEXTLINE(bugprone-suspicious-include)
 #include "msg/stream.cpp"
@@ -22,12 +22,7 @@
 
 namespace {
 
-void require(bool holds, const char *what) {
-    if (holds)
-        return;
-    std::fprintf(stderr, "does not hold: %s\n", what);
-    std::abort();
-}
+using zan::fuzz::require;
 
 class Input {
 public:
