@@ -3,6 +3,7 @@
 
 .DEFAULT_GOAL := help
 FUZZ_SECONDS := 60
+FUZZ_TARGETS = $(notdir $(wildcard fuzz/corpus/*))
 .PHONY: help demo shell test test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly clean
 
 help: ## list the targets
@@ -60,12 +61,15 @@ bench: ## measure against bare kernel queues and sockets, and against the C libr
 	build/bench/bench/bench_event
 	scripts/sandbox build/bench/bench/bench_log
 
-fuzz: ## look for hostile records, FUZZ_SECONDS=60 long
+fuzz: ## look for hostile input to each of FUZZ_TARGETS, FUZZ_SECONDS=60 long
 	scripts/bootstrap build fuzz
 	cmake --preset fuzz >/dev/null && cmake --build --preset fuzz -- --quiet
-	mkdir -p build/fuzz/found
-	build/fuzz/fuzz/fuzz_reassembly -max_len=300 -max_total_time=$(FUZZ_SECONDS) \
-	  -artifact_prefix=build/fuzz/ build/fuzz/found fuzz/corpus/reassembly
+	set -e; for target in $(FUZZ_TARGETS); do \
+	  mkdir -p build/fuzz/found/$$target; \
+	  set --; [ ! -f fuzz/$$target.dict ] || set -- -dict=fuzz/$$target.dict; \
+	  build/fuzz/fuzz/fuzz_$$target "$$@" -max_len=300 -max_total_time=$(FUZZ_SECONDS) \
+	    -artifact_prefix=build/fuzz/$$target- build/fuzz/found/$$target fuzz/corpus/$$target; \
+	done
 
 test-nightly: ## run what waits for a minute
 	scripts/bootstrap build test
