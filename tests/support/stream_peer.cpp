@@ -163,8 +163,18 @@ void StreamPeer::reset() {
     close(nothing);
 }
 
+// Once the thread has found nothing to do: twice, for the first time it may have looked
+// before the call.
+std::unique_lock<std::mutex> StreamPeer::lock_at_rest() const {
+    std::unique_lock lock(mutex_);
+    const int begun = idle_turns_;
+    if (!changed_.wait_for(lock, patience, [&] { return idle_turns_ - begun >= 2; }))
+        throw std::runtime_error("the peer does not come to rest");
+    return lock;
+}
+
 int StreamPeer::connections() const {
-    const std::lock_guard lock(mutex_);
+    const auto lock = lock_at_rest();
     return static_cast<int>(connections_.size());
 }
 
@@ -182,19 +192,20 @@ bool StreamPeer::wait_for_closed(int count) const {
 }
 
 std::vector<std::string> StreamPeer::records() const {
-    const std::lock_guard lock(mutex_);
+    const auto lock = lock_at_rest();
     return records_;
 }
 
 std::vector<std::string> StreamPeer::wait_for_records(std::size_t count) const {
-    if (!wait([&] { return records_.size() >= count; }))
-        throw std::runtime_error("only " + std::to_string(records().size()) + " of " +
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, patience, [&] { return records_.size() >= count; }))
+        throw std::runtime_error("only " + std::to_string(records_.size()) + " of " +
                                  std::to_string(count) + " records arrived");
-    return records();
+    return records_;
 }
 
 std::string StreamPeer::unfinished() const {
-    const std::lock_guard lock(mutex_);
+    const auto lock = lock_at_rest();
     return received_;
 }
 
@@ -214,12 +225,18 @@ void StreamPeer::run() {
             continue;
         if (watched[0].revents != 0)
             return;
-        if ((watched[2].revents & (POLLIN | POLLHUP | POLLERR)) != 0)
+        const bool bytes = (watched[2].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
+        const bool caller = (watched[1].revents & POLLIN) != 0;
+        if (bytes)
             read_connection();
-        if ((watched[1].revents & POLLIN) != 0)
+        if (caller)
             accept_connection();
         else if (watched[1].revents != 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (!bytes && !caller) {
+            const std::lock_guard lock(mutex_);
+            ++idle_turns_;
+        }
         changed_.notify_all();
     }
 }

@@ -59,7 +59,8 @@ public:
     // module's next send fails.
     void reset();
 
-    // Connections made, and those of them that the module has closed.
+    // Connections made, and those of them that the module has closed: what has been
+    // made by now counts, and what has been sent by now is in the records below.
     int connections() const;
     bool wait_for_connections(int count) const;
     bool wait_for_closed(int count) const;
@@ -82,6 +83,7 @@ private:
     void read_connection();
     void split_records();
     int connection() const;
+    std::unique_lock<std::mutex> lock_at_rest() const;
     template<typename Condition> bool wait(Condition condition) const;
 
     int listener_;
@@ -92,6 +94,7 @@ private:
     std::vector<int> connections_; // the last is the current one
     bool current_open_ = false;
     int closed_ = 0;
+    int idle_turns_ = 0;
     std::string received_;
     std::vector<std::string> records_;
     std::deque<Reply> replies_;
