@@ -3,6 +3,7 @@
 // What all requests have in common: their answers, the API lock, the failure
 // report, and that one is in flight at a time.
 #include "cfg/config_test.h"
+#include "support/patience.h"
 #include "support/worker.h"
 
 #include <sys/wait.h>
@@ -302,7 +303,7 @@ TEST_P(Request, WaitsForADeadDaemonUntilItIsInterruptedTwice) {
     int result = 1;
     Worker worker([&] { result = make(); });
     ASSERT_TRUE(worker.wait_until_blocked());
-    EXPECT_FALSE(queue_exists(daemon.request_queue()));
+    ASSERT_TRUE(eventually([&] { return !queue_exists(daemon.request_queue()); }));
     const std::string qid = std::to_string(g_msq_qid);
     worker.interrupt();
     EXPECT_TRUE(output.wait_for("EINTR[" + qid + "]:retry...\n"));
@@ -465,6 +466,7 @@ TEST_F(Requests, OfSeveralThreadsGetTheirOwnAnswers) {
 TEST_F(Requests, OfTwoThreadsFollowEachOther) {
     daemon.once(configuration, cmd::anchor, {{.held = true}});
     Worker first([] { cfg_anchor("/first"); });
+    daemon.wait_for_records(1);
     ASSERT_TRUE(first.wait_until_blocked());
     Worker second([] { cfg_del("/second"); });
     EXPECT_TRUE(second.wait_until_blocked());
