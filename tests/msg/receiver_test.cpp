@@ -343,12 +343,13 @@ protected:
         zan_msq_lock_destroy();
     }
 
-    // A probe that waits for the lock which the thread holds.
-    static std::unique_ptr<LockProbe> await_held_lock() {
+    // A probe that waits for the lock which the thread holds while it waits itself:
+    // one that is only slow gives the lock back.
+    static std::unique_ptr<LockProbe> await_held_lock(pid_t holder) {
         std::unique_ptr<LockProbe> probe;
         EXPECT_TRUE(eventually([&] {
             probe = std::make_unique<LockProbe>(zan_msq_lock, zan_msq_unlock);
-            return !probe->is_free();
+            return !probe->is_free() && wait_until_asleep(holder) && !probe->is_free();
         }));
         return probe;
     }
@@ -412,12 +413,13 @@ TEST_F(LockingReceiver, ASuccessForgivesTheErrorsBefore) {
     StdoutCapture out;
     start();
     ASSERT_TRUE(out.wait_for("-->\n"));
+    const pid_t receiver = thread();
     for (char round = 1; round <= 6; ++round) {
         // With standard output locked the thread stops where it reports its error,
         // the queue lock still held: the test sees that and takes the cause away.
         flockfile(stdout);
         oversized_arrives();
-        const auto stopped = await_held_lock();
+        const auto stopped = await_held_lock(receiver);
         oversized_leaves();
         event_arrives(round);
         funlockfile(stdout);
@@ -436,13 +438,6 @@ class LockFreeReceiver : public Receiver {
 protected:
     LockFreeReceiver() : Receiver(lock_free) {}
 
-    bool wait_until_waiting() {
-        return eventually([&] {
-            const std::string state =
-                read_file("/proc/self/task/" + std::to_string(thread()) + "/stat");
-            return state.compare(state.rfind(')'), 3, ") S") == 0;
-        });
-    }
     void interrupt() { tgkill(getpid(), thread(), SIGUSR2); }
 };
 
@@ -482,11 +477,11 @@ TEST_F(LockFreeReceiver, InterruptionsAreNoErrors) {
     ASSERT_TRUE(out.wait_for("-->\n"));
     const std::string failed_retry =
         line("Retry fail[zan_msg_recv] qid=%d ERROR:Interrupted system call\n", id);
-    eventually([&] {
+    EXPECT_TRUE(eventually([&] {
         interrupt();
         return out.so_far().find(failed_retry) != std::string::npos &&
                out.so_far().size() > start_line().size() + 8 * failed_retry.size();
-    });
+    }));
     event_arrives(1);
     EXPECT_THAT(handled.wait_for(1), ElementsAre("event 1"));
     EXPECT_THAT(out.stop(), testing::Not(testing::HasSubstr("API: receive")));

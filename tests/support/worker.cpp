@@ -17,10 +17,6 @@ namespace zan::test {
 
 namespace {
 
-// One sleeping moment may be a page fault or the allocator; a thread that waits
-// for an event is found asleep every time.
-constexpr int sightings_needed = 30;
-
 bool asleep(pid_t thread) {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string line;
@@ -28,6 +24,20 @@ bool asleep(pid_t thread) {
     const size_t name_end = line.rfind(')');
     return name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
 }
+
+// One sleeping moment may be a page fault or the allocator; a thread that waits
+// for an event is found asleep every time.
+class Sightings {
+public:
+    bool suffice_with(pid_t thread) {
+        in_a_row_ = thread != 0 && asleep(thread) ? in_a_row_ + 1 : 0;
+        return in_a_row_ >= needed;
+    }
+
+private:
+    static constexpr int needed = 30;
+    int in_a_row_ = 0;
+};
 
 void install_interrupt_handler() {
     struct sigaction action {};
@@ -37,6 +47,11 @@ void install_interrupt_handler() {
 }
 
 } // namespace
+
+bool wait_until_asleep(pid_t thread) {
+    Sightings sightings;
+    return eventually([&] { return sightings.suffice_with(thread); });
+}
 
 struct Worker::State {
     std::atomic<pid_t> thread{0};
@@ -71,12 +86,8 @@ bool Worker::wait_until_done() const {
 }
 
 bool Worker::wait_until_blocked() const {
-    int sightings = 0;
-    eventually([&] {
-        const pid_t thread = state_->thread;
-        sightings = thread != 0 && asleep(thread) ? sightings + 1 : 0;
-        return done() || sightings >= sightings_needed;
-    });
+    Sightings sightings;
+    eventually([&] { return done() || sightings.suffice_with(state_->thread); });
     return !done();
 }
 

@@ -2,11 +2,16 @@
 #ifndef ZAN_TESTS_SUPPORT_WORKER_H
 #define ZAN_TESTS_SUPPORT_WORKER_H
 
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <thread>
 
 namespace zan::test {
+
+// Waits until the thread sleeps in the kernel for good: whether it does.
+bool wait_until_asleep(pid_t thread);
 
 // A thread that runs one call which may block, watched from outside.
 class Worker {
