@@ -39,11 +39,6 @@ inline constexpr int configuration = 1;
 inline constexpr int subscription = 5;
 inline constexpr int action = 7;
 
-inline std::string overflow_warning(const std::string &copied) {
-    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
-           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
-}
-
 // A path of exactly this many characters whose every part differs from its
 // neighbours, so that a cut in the wrong place shows.
 inline std::string path_of(std::size_t length) {

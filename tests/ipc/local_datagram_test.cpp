@@ -269,9 +269,7 @@ TEST_F(LocalDatagrams, PathOfASocketThatMayNotRunIsRemembered) {
 TEST_F(LocalDatagrams, LongNameIsCutToTheRoomOfAnAddress) {
     const std::string name(200, 'n');
     const std::string path = "/tmp/" + std::string(102, 'n');
-    const std::string warning =
-        "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
-        ", string = " + path + ", size = 107\n";
+    const std::string warning = overflow_warning(path);
     StdoutCapture out;
     const Descriptor fd(ipc_lsocket_create_server(name.c_str()));
     EXPECT_EQ(out.stop(), warning);

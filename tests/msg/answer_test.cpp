@@ -32,11 +32,6 @@ std::string line(const char *format, int qid) {
     return text;
 }
 
-std::string overflow_warning(const std::string &copied) {
-    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
-           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
-}
-
 // The daemon's records for a request of this process, put on its queue beforehand.
 class Answer : public testing::Test {
 protected:

@@ -50,11 +50,6 @@ std::string missing_files() {
            "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n";
 }
 
-std::string overflow_warning(const std::string &copied) {
-    return "### warning: zan_strcpy overflow, pid = " + number(getpid()) + ", string = " + copied +
-           ", size = " + number(static_cast<long>(copied.size())) + "\n";
-}
-
 int queue_of_key(const std::string &path, int proj_id) {
     return msgget(ftok(path.c_str(), proj_id), 0);
 }

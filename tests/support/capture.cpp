@@ -81,4 +81,9 @@ bool StdoutCapture::wait_for(const std::string &text, int times) const {
     return eventually([&] { return count(so_far(), text) >= times; });
 }
 
+std::string overflow_warning(const std::string &copied) {
+    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
+           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
+}
+
 } // namespace zan::test

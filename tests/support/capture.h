@@ -32,6 +32,9 @@ private:
     bool running_ = true;
 };
 
+// What zan_strcpy prints of a text that it has cut to this one.
+std::string overflow_warning(const std::string &copied);
+
 } // namespace zan::test
 
 #endif

@@ -4,7 +4,6 @@
 #include "support/program.h"
 
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -56,11 +55,6 @@ void provide_proc(const std::map<std::string, std::optional<std::string>> &files
     }
     link_rest("/proc", real, files, "");
     link_rest("/proc/net", real / "self/net", files, "net/");
-}
-
-std::string overflow_warning(const std::string &copied) {
-    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
-           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
 }
 
 } // namespace zan::test

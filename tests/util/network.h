@@ -19,9 +19,6 @@ void ip(const std::string &lines);
 // names like "net/route", and what the file holds.
 void provide_proc(const std::map<std::string, std::optional<std::string>> &files);
 
-// What zan_strcpy prints of a text that it has cut to this one.
-std::string overflow_warning(const std::string &copied);
-
 // A network of the case's own: wan0 with 192.0.2.1, lan0 with 192.168.1.1, each up.
 class NetworkTest : public testing::Test {
 protected:

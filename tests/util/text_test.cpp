@@ -24,11 +24,6 @@ struct Writable {
     std::vector<char> bytes;
 };
 
-std::string overflow_warning(const std::string &copied) {
-    return "### warning: zan_strcpy overflow, pid = " + std::to_string(getpid()) +
-           ", string = " + copied + ", size = " + std::to_string(copied.size()) + "\n";
-}
-
 // ---- trimming --------------------------------------------------------------
 
 TEST(Trim, RemovesBlanksAtBothEnds) {
