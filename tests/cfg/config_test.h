@@ -38,6 +38,7 @@ inline constexpr int module_pid = 34;
 inline constexpr int configuration = 1;
 inline constexpr int subscription = 5;
 inline constexpr int action = 7;
+inline constexpr int control = 8;
 
 // A path of exactly this many characters whose every part differs from its
 // neighbours, so that a cut in the wrong place shows.
@@ -63,12 +64,13 @@ protected:
                 .payload = payload};
     }
 
-    // The only record that has arrived since the last look.
+    // The only record that has been sent since the last look: one that nothing answers
+    // may still be on its way.
     SizedRecord sent() {
-        const std::vector<SizedRecord> records = daemon.records();
+        const std::vector<SizedRecord> records = daemon.wait_for_records(1);
         daemon.forget_records();
         EXPECT_EQ(records.size(), 1U);
-        return records.empty() ? SizedRecord{} : records.front();
+        return records.front();
     }
 
     // Whether nothing has been sent: the next record to arrive is the one sent here.
@@ -79,6 +81,25 @@ protected:
         if (records.size() == 1)
             return same_record(records.front(), request(cmd::del, "/marker"));
         return testing::AssertionFailure() << records.size() - 1 << " records were sent";
+    }
+
+    // The only record that has arrived is this command line, which nothing answers:
+    // however short it is, 1025 bytes travel.
+    void expect_command_line_sent(const std::string &line) {
+        const SizedRecord record = sent();
+        std::string payload = line;
+        payload.resize(1025);
+        const std::int32_t time = record.record.word(at::time);
+        EXPECT_TRUE(is_recent(time));
+        EXPECT_TRUE(same_record(record, {.mtype = g_msq_qid,
+                                         .type = control,
+                                         .cmd = 0,
+                                         .dst = "ZAN",
+                                         .src = "probe",
+                                         .pid = static_cast<std::int32_t>(getpid()),
+                                         .time = time,
+                                         .payload = payload}));
+        EXPECT_EQ(record.msgsz, 1125U);
     }
 
     // Leaves long texts in whatever storage requests and answers are kept in.

@@ -1,48 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "cfg/config_test.h"
-#include "support/patience.h"
 #include "support/worker.h"
 
 #include <gmock/gmock.h>
 
 #include <climits>
-#include <ctime>
 #include <functional>
 
 namespace zan::test {
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::Ge;
-using testing::Le;
-
-constexpr int control = 8;
 
 class Firewall : public ConfigTest {
 protected:
     Firewall() { daemon.on(control, 0, never()); }
-
-    // However short the line, 1025 bytes travel.
-    void expect_sent(const std::string &line) {
-        daemon.wait_for_records(1);
-        const SizedRecord record = sent();
-        std::string payload = line;
-        payload.resize(1025);
-        const std::int32_t time = record.record.word(at::time);
-        const auto now = static_cast<std::int32_t>(std::time(nullptr));
-        const auto whole_test = static_cast<std::int32_t>(patience.count());
-        EXPECT_THAT(time, AllOf(Ge(now - whole_test), Le(now)));
-        EXPECT_TRUE(same_record(record, {.mtype = g_msq_qid,
-                                         .type = control,
-                                         .cmd = 0,
-                                         .dst = "ZAN",
-                                         .src = "probe",
-                                         .pid = static_cast<std::int32_t>(getpid()),
-                                         .time = time,
-                                         .payload = payload}));
-        EXPECT_EQ(record.msgsz, 1125U);
-    }
 };
 
 // ---- lines -----------------------------------------------------------------
@@ -83,7 +55,7 @@ TEST_P(FirewallLine, IsHandedToTheDaemon) {
     StdoutCapture output;
     EXPECT_EQ(GetParam().request(), 0);
     EXPECT_EQ(output.stop(), "");
-    expect_sent(std::string("firewall_cntl ") + GetParam().line);
+    expect_command_line_sent(std::string("firewall_cntl ") + GetParam().line);
 }
 
 TEST_F(Firewall, ALineIsCutAt1024Characters) {
@@ -92,19 +64,19 @@ TEST_F(Firewall, ALineIsCutAt1024Characters) {
     const auto cut = [&](const std::string &line) { return line.substr(0, 1024); };
     StdoutCapture output;
     EXPECT_EQ(zan_firewall_request(given, "lost"), 0);
-    expect_sent(cut("firewall_cntl -f " + text));
+    expect_command_line_sent(cut("firewall_cntl -f " + text));
     EXPECT_EQ(zan_firewall_request2("f", given, "lost"), 0);
-    expect_sent(cut("firewall_cntl -f f -p " + text));
+    expect_command_line_sent(cut("firewall_cntl -f f -p " + text));
     EXPECT_EQ(zan_firewall_request2("f", nullptr, given), 0);
-    expect_sent(cut("firewall_cntl -f f -a " + text));
+    expect_command_line_sent(cut("firewall_cntl -f f -a " + text));
     EXPECT_EQ(zan_firewall_request3("%s", given), 0);
-    expect_sent(cut("firewall_cntl -C " + text));
+    expect_command_line_sent(cut("firewall_cntl -C " + text));
     EXPECT_EQ(zan_firewall_request3("%s%s", "/", given), 0);
-    expect_sent(cut("firewall_cntl -C /" + text));
+    expect_command_line_sent(cut("firewall_cntl -C /" + text));
     EXPECT_EQ(zan_firewall_request4("f", given), 0);
-    expect_sent(cut("firewall_cntl -f f -k " + text));
+    expect_command_line_sent(cut("firewall_cntl -f f -k " + text));
     EXPECT_EQ(zan_firewall_l2b_notify("p", given, 7), 0);
-    expect_sent(cut("firewall_cntl -b -p p -i " + text));
+    expect_command_line_sent(cut("firewall_cntl -b -p p -i " + text));
     EXPECT_EQ(output.stop(), "");
 }
 
@@ -114,7 +86,7 @@ TEST_F(Firewall, ALineIsCutWhereverTheBoundFalls) {
         SCOPED_TRACE(length);
         const std::string text = path_of(length);
         EXPECT_EQ(zan_firewall_request2(text.c_str(), "P", "A"), 0);
-        expect_sent(("firewall_cntl -f " + text + " -p P -a A").substr(0, 1024));
+        expect_command_line_sent(("firewall_cntl -f " + text + " -p P -a A").substr(0, 1024));
     }
 }
 

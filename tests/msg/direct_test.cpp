@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <ctime>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -23,10 +22,7 @@
 namespace zan::test {
 namespace {
 
-using testing::AllOf;
-using testing::Ge;
 using testing::IsEmpty;
-using testing::Le;
 
 constexpr int message = 4;
 constexpr int broadcast = 9;
@@ -38,13 +34,6 @@ std::string text_of(std::size_t size) {
         text += std::to_string(part) + ",";
     text.resize(size);
     return text;
-}
-
-// The record's time is now; the rest can be compared to the byte.
-void expect_recent(std::int32_t time) {
-    const auto now = static_cast<std::int32_t>(std::time(nullptr));
-    const auto whole_test = static_cast<std::int32_t>(patience.count());
-    EXPECT_THAT(time, AllOf(Ge(now - whole_test), Le(now)));
 }
 
 // ---- over the queue ----------------------------------------------------------------
@@ -82,7 +71,7 @@ protected:
         const SizedRecord sent = daemon.wait_for_records(1).front();
         daemon.forget_records();
         const std::int32_t time = sent.record.word(at::time);
-        expect_recent(time);
+        EXPECT_TRUE(is_recent(time));
         EXPECT_TRUE(same_record(sent, {.mtype = g_msq_qid,
                                        .type = form.type,
                                        .cmd = form.cmd,
@@ -372,7 +361,7 @@ protected:
                            .payload = payload};
         std::copy_n(sent.data() + at::time, sizeof expected.time,
                     reinterpret_cast<char *>(&expected.time));
-        expect_recent(expected.time);
+        EXPECT_TRUE(is_recent(expected.time));
         EXPECT_TRUE(same_bytes(sent, stream_bytes(expected, ByteOrder::host)));
     }
 

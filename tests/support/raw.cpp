@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/raw.h"
 
+#include "support/patience.h"
+
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -8,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -133,6 +136,14 @@ testing::AssertionResult same_record(const SizedRecord &actual, const SizedRecor
 
 testing::AssertionResult same_record(const SizedRecord &actual, const Fields &expected) {
     return same_record(actual, make_record(expected));
+}
+
+testing::AssertionResult is_recent(std::int32_t time) {
+    const auto now = static_cast<std::int32_t>(std::time(nullptr));
+    const auto whole_test = static_cast<std::int32_t>(patience.count());
+    if (time >= now - whole_test && time <= now)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << time << " is not recent at " << now;
 }
 
 RawQueue::RawQueue() : id_(create_private_queue()) {}

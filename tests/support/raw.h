@@ -92,6 +92,10 @@ SizedRecord make_record(const Fields &fields);
 testing::AssertionResult same_record(const SizedRecord &actual, const SizedRecord &expected);
 testing::AssertionResult same_record(const SizedRecord &actual, const Fields &expected);
 
+// The time of a record that was sent during this test, which may last as long as the
+// patience of one.
+testing::AssertionResult is_recent(std::int32_t time);
+
 // ---- queues ----------------------------------------------------------------
 
 // A queue of the test, removed with the object.
