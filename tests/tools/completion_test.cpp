@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "help.h"
 #include "zanctl.h"
 
 #include "log/raw_table.h"
@@ -17,26 +18,40 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 using testing::UnorderedElementsAreArray;
 
-// The completions that bash offers at the end of the line.
-std::vector<std::string> complete(const std::string &line) {
-    // zanctl may need the emulator, so it is a function of the shell.
-    Program bash(script("command_line=(\"$@\")\n"
-                        "zanctl() { \"${command_line[@]}\" \"$@\"; }\n"
-                        "source \"$COMPLETION\"\n"
-                        "COMP_LINE=$LINE COMP_POINT=${#LINE}\n"
-                        "complete -p zanctl >&2\n"
-                        "_zanctl zanctl\n"
-                        "printf '%s\\n' \"${COMPREPLY[@]}\"\n",
+// The completions that bash offers at the end of each line, with zanctl as this
+// function of the shell, for it may need the emulator.
+std::vector<std::vector<std::string>> complete(const std::vector<std::string> &lines,
+                                               const std::string &zanctl_function) {
+    std::string input;
+    for (const std::string &line : lines)
+        input += line + "\n";
+    Program bash(script("command_line=(\"$@\")\n" + zanctl_function +
+                            "source \"$COMPLETION\"\n"
+                            "complete -p zanctl >&2\n"
+                            "while IFS= read -r COMP_LINE; do\n"
+                            "COMP_POINT=${#COMP_LINE}\n"
+                            "_zanctl zanctl </dev/null\n"
+                            "printf '%s\\n' \"${COMPREPLY[@]}\" END\n"
+                            "done\n",
                         {}),
-                 {.env = {{"COMPLETION", ZAN_TEST_COMPLETION}, {"LINE", line}}, .host = true});
+                 {.env = {{"COMPLETION", ZAN_TEST_COMPLETION}}, .input = input, .host = true});
     EXPECT_EQ(bash.wait(), 0);
     EXPECT_EQ(bash.error(), "complete -F _zanctl zanctl\n");
-    std::vector<std::string> choices;
+    std::vector<std::vector<std::string>> choices(1);
     std::istringstream output(bash.output());
-    for (std::string choice; std::getline(output, choice);)
-        if (!choice.empty())
-            choices.push_back(choice);
+    for (std::string choice; std::getline(output, choice);) {
+        if (choice == "END")
+            choices.emplace_back();
+        else if (!choice.empty())
+            choices.back().push_back(choice);
+    }
+    choices.pop_back();
+    EXPECT_EQ(choices.size(), lines.size());
     return choices;
+}
+
+std::vector<std::string> complete(const std::string &line) {
+    return complete({line}, "zanctl() { \"${command_line[@]}\" \"$@\"; }\n").at(0);
 }
 
 TEST(Completion, OffersTheCommands) {
@@ -71,6 +86,29 @@ TEST(Completion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(complete("zanctl cwmp --y"), ElementsAre("--yes"));
     EXPECT_THAT(complete("zanctl fad re"), UnorderedElementsAre("reset", "reboot"));
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
+}
+
+// Everything that the help of each command names, asked for once each.
+TEST(Completion, OffersEveryOptionOfEveryCommandAndNoOther) {
+    const std::string remembers =
+        "cache=$(mktemp -d)\n"
+        "zanctl() {\n"
+        "    local file=\"$cache/$*\"\n"
+        "    [ -e \"$file\" ] || \"${command_line[@]}\" \"$@\" >\"$file\"\n"
+        "    cat \"$file\"\n"
+        "}\n";
+    std::vector<std::string> lines;
+    std::vector<std::vector<std::string>> expected;
+    for (const Help &help : help_of_zanctl()) {
+        lines.push_back("zanctl " + help.name() + (help.words.empty() ? "--" : " --"));
+        expected.emplace_back();
+        for (const std::string &option : help.options())
+            if (option.starts_with("--"))
+                expected.back().push_back(option);
+    }
+    const auto offered = complete(lines, remembers);
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        EXPECT_THAT(offered.at(i), UnorderedElementsAreArray(expected[i])) << lines[i];
 }
 
 TEST(Completion, OffersKindsAndMembersOfEventMessages) {

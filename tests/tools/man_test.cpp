@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "man_page.h"
+
 #include "support/program.h"
 #include "support/raw.h"
 
@@ -75,18 +77,11 @@ std::vector<std::string> references(const std::string &page) {
     return names;
 }
 
-std::string section(const std::string &page, const std::string &name) {
-    const std::size_t begin = page.find("\n.SH " + name + "\n");
-    if (begin == std::string::npos)
-        return "";
-    return page.substr(begin + 1, page.find("\n.SH ", begin + 1) - begin);
-}
-
 // The sections of that name of all pages.
 std::string all_sections(const std::string &name) {
     std::string text;
     for (const fs::path &page : pages())
-        text += section(read_file(page), name);
+        text += man_section(read_file(page), name);
     return text;
 }
 
