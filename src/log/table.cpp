@@ -42,6 +42,12 @@ int create_segment(key_t key) {
 
 // ---- lookup
 
+template<typename Word> Word word_at(const char *bytes) {
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
 // A name with its terminator, which an entry of that name has in its field.
 struct WantedName {
     const char *text;
@@ -50,15 +56,28 @@ struct WantedName {
     explicit WantedName(const char *name) : text(name), size(strnlen(name, ZAN_NAME_SIZE) + 1) {}
 
     bool fits() const { return size <= ZAN_NAME_SIZE; }
-    [[gnu::noinline]] bool is_name_of(const zan_log_entry &entry) const {
+    bool is_name_of(const zan_log_entry &entry) const {
         return std::memcmp(entry.name, text, size) == 0;
+    }
+    // The same for a name of at least a word, in less time than a call takes.
+    template<typename Word> bool is_name_of(const zan_log_entry &entry) const {
+        const std::size_t last = size - sizeof(Word);
+        for (std::size_t i = 0; i < last; i += sizeof(Word))
+            if (word_at<Word>(entry.name + i) != word_at<Word>(text + i))
+                return false;
+        return word_at<Word>(entry.name + last) == word_at<Word>(text + last);
     }
 };
 
-template<typename Word> Word word_at(const char *bytes) {
-    Word word;
-    std::memcpy(&word, bytes, sizeof word);
-    return word;
+// The first entry from `entry` on that has this word there, or `end`.
+template<typename Word>
+zan_log_entry *find_word(zan_log_entry *entry, const zan_log_entry *end, std::size_t offset,
+                         Word wanted) {
+#pragma GCC unroll 8
+    for (; entry != end; ++entry)
+        if (word_at<Word>(entry->name + offset) == wanted)
+            break;
+    return entry;
 }
 
 // A message that is filtered out costs little more than the search: one word of an
@@ -66,29 +85,19 @@ template<typename Word> Word word_at(const char *bytes) {
 // modules named alike differ; once it has turned out common, the first.
 constexpr int strangers_before_the_first = 3;
 
-template<typename Word>
-[[gnu::noinline]] zan_log_entry *find_by_first_word(zan_log_entry *entry, const zan_log_entry *end,
-                                                    WantedName name) {
-    const Word wanted = word_at<Word>(name.text);
-#pragma GCC unroll 8
-    for (; entry != end; ++entry)
-        if (word_at<Word>(entry->name) == wanted && name.is_name_of(*entry))
-            return entry;
-    return nullptr;
-}
-
-template<typename Word> zan_log_entry *find_by_last_word(zan_log_entry *table, WantedName name) {
-    const std::size_t offset = name.size - sizeof(Word);
-    const Word wanted = word_at<Word>(name.text + offset);
+template<typename Word> zan_log_entry *find_by_word(zan_log_entry *table, WantedName name) {
+    std::size_t offset = name.size - sizeof(Word);
+    Word wanted = word_at<Word>(name.text + offset);
+    const zan_log_entry *const end = table + ZAN_LOG_ENTRIES;
     int strangers = 0;
-#pragma GCC unroll 8
-    for (int i = 0; i < ZAN_LOG_ENTRIES; ++i) {
-        if (word_at<Word>(table[i].name + offset) != wanted) [[likely]]
-            continue;
-        if (name.is_name_of(table[i]))
-            return table + i;
-        if (++strangers == strangers_before_the_first)
-            return find_by_first_word<Word>(table + i + 1, table + ZAN_LOG_ENTRIES, name);
+    for (zan_log_entry *entry = table; (entry = find_word(entry, end, offset, wanted)) != end;
+         ++entry) {
+        if (name.is_name_of<Word>(*entry))
+            return entry;
+        if (++strangers == strangers_before_the_first) {
+            offset = 0;
+            wanted = word_at<Word>(name.text);
+        }
     }
     return nullptr;
 }
@@ -123,10 +132,10 @@ zan_log_entry *find_log_entry(zan_log_entry *table, const char *name) {
     if (!wanted.fits())
         return nullptr;
     if (wanted.size >= sizeof(std::size_t))
-        return find_by_last_word<std::size_t>(table, wanted);
+        return find_by_word<std::size_t>(table, wanted);
     if (wanted.size >= sizeof(std::uint32_t))
-        return find_by_last_word<std::uint32_t>(table, wanted);
-    return find_by_first_word<char>(table, table + ZAN_LOG_ENTRIES, wanted);
+        return find_by_word<std::uint32_t>(table, wanted);
+    return find_by_word<char>(table, wanted);
 }
 
 zan_log_entry *take_log_entry(zan_log_entry *table, const char *name) {
