@@ -109,6 +109,10 @@ struct CustomisationRow {
     int customize;
 };
 
+std::ostream &operator<<(std::ostream &out, const CustomisationRow &row) {
+    return out << row.customer_id;
+}
+
 class Customisation : public Device, public testing::WithParamInterface<CustomisationRow> {};
 INSTANTIATE_TEST_SUITE_P(OfCustomer, Customisation,
                          testing::Values(CustomisationRow{"0", 0}, CustomisationRow{"1", 1},
@@ -133,6 +137,10 @@ struct WanTypeRow {
     const char *config_type;
     int type;
 };
+
+std::ostream &operator<<(std::ostream &out, const WanTypeRow &row) {
+    return out << row.config_type;
+}
 
 class WanType : public Device, public testing::WithParamInterface<WanTypeRow> {};
 INSTANTIATE_TEST_SUITE_P(
