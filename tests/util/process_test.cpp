@@ -118,9 +118,11 @@ TEST_F(Popen, CutsTheLineAtTheSize) {
 TEST_F(Popen, WritesNothingIntoABufferWithoutRoom) {
     for (const int size : {0, -1, -2147483647 - 1}) {
         SCOPED_TRACE(size);
+        const std::string ran = path("ran" + std::to_string(size));
         char buffer[8] = "before";
-        EXPECT_EQ(zan_popen(("echo abcd; touch " + path("ran")).c_str(), buffer, size), 0);
+        EXPECT_EQ(zan_popen(("touch " + ran + "; echo abcd").c_str(), buffer, size), 0);
         EXPECT_STREQ(buffer, "before");
+        EXPECT_TRUE(file_exists(ran));
         EXPECT_FALSE(has_children());
     }
     EXPECT_EQ(zan_popen("echo abcd", nullptr, 8), 0);
