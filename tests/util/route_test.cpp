@@ -122,7 +122,6 @@ TEST_F(MadeUpRoute, IsReadWhateverItsLineIsLike) {
         std::string expected;
     } const cases[] = {
         {"an empty table", "", "0  untouched"},
-        {"the first line is not a route", "", "0  untouched"},
         {"lines that say nothing", "\n\n \nlan0\n", "0  untouched"},
         {"a field too few", "lan0\t0000000A\t00000000\t0001\t0\t0\t0\n", "0  untouched"},
         {"no end of line", "lan0" + fields, "1 192.168.1.1 0.0.0.0"},
