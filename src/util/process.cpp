@@ -94,6 +94,12 @@ int start_command(const char *command, bool reading, pid_t *child) {
     return kept;
 }
 
+// Whether the command prints anything: waits until it does, or ends.
+bool has_output(FILE *stream) {
+    const int first = std::fgetc(stream);
+    return first != EOF && std::ungetc(first, stream) != EOF;
+}
+
 } // namespace
 } // namespace zan
 
@@ -167,7 +173,9 @@ int zan_popen(const char *command, char *buf, int size) {
         std::perror("Error");
         return 0;
     }
-    if (buf != nullptr && size > 0 && std::fgets(buf, size, stream) != nullptr)
+    // fgets ends the text in a buffer of one byte without a look at the stream.
+    if (buf != nullptr && size > 0 && has_output(stream) &&
+        std::fgets(buf, size, stream) != nullptr)
         buf[std::strcspn(buf, "\n")] = '\0';
     vpclose(stream);
     return 0;

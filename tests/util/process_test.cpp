@@ -129,11 +129,14 @@ TEST_F(Popen, WritesNothingIntoABufferWithoutRoom) {
 }
 
 TEST_F(Popen, LeavesTheBufferWhenTheCommandPrintsNothing) {
-    char buffer[64] = "before";
-    EXPECT_EQ(zan_popen("true", buffer, sizeof buffer), 0);
-    EXPECT_STREQ(buffer, "before");
-    EXPECT_EQ(zan_popen("/no/such/command 2>/dev/null", buffer, sizeof buffer), 0);
-    EXPECT_STREQ(buffer, "before");
+    for (const int size : {1, 2, 64}) {
+        SCOPED_TRACE(size);
+        char buffer[64] = "before";
+        EXPECT_EQ(zan_popen("true", buffer, size), 0);
+        EXPECT_STREQ(buffer, "before");
+        EXPECT_EQ(zan_popen("/no/such/command 2>/dev/null", buffer, size), 0);
+        EXPECT_STREQ(buffer, "before");
+    }
 }
 
 // More than a pipe holds: a command that is not read ends by SIGPIPE at the latest.
