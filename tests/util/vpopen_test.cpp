@@ -42,6 +42,13 @@ TEST_F(Vpopen, ReadsWhatACommandPrints) {
     EXPECT_EQ(vpclose(stream), 0);
 }
 
+TEST_F(Vpopen, CallsTheShellSh) {
+    FILE *stream = vpopen("echo $0", "r");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(read_all(stream), "sh\n");
+    EXPECT_EQ(vpclose(stream), 0);
+}
+
 TEST_F(Vpopen, WritesWhatACommandReads) {
     FILE *stream = vpopen(("cat > " + path("copy")).c_str(), "w");
     ASSERT_NE(stream, nullptr);
