@@ -7,7 +7,7 @@
 
 namespace zan {
 
-// Keeps errno as a system call left it while the failure is printed.
+// Keeps errno as a system call left it while the failure is dealt with.
 class ErrnoGuard {
 public:
     ErrnoGuard() = default;

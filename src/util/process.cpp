@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "util/descriptor.h"
+#include "util/errno_guard.h"
 #include "util/memory.h"
 #include "zan.h"
 
@@ -65,33 +67,42 @@ constinit ChildTable children;
     _exit(exit_no_shell);
 }
 
-int close_and_fail(int fd, int error) {
-    close(fd);
-    errno = error;
-    return -1;
+// A stream on the parent's end of the pipe, which it then owns; null closes the end.
+FILE *open_kept_end(int fd, const char *mode) {
+    FILE *stream = nullptr;
+    if (children.holds(fd))
+        stream = fdopen(fd, mode);
+    else
+        errno = EMFILE;
+    if (stream == nullptr) {
+        const ErrnoGuard error;
+        close(fd);
+    }
+    return stream;
 }
 
-// Starts the command and returns the parent's end of the pipe, or -1.
-int start_command(const char *command, bool reading, pid_t *child) {
+FILE *start_command(const char *command, const char *mode) {
+    const bool reading = mode[0] == 'r';
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
-        return -1;
+        return nullptr;
     const int kept = reading ? ends[0] : ends[1];
-    const int given = reading ? ends[1] : ends[0];
-    if (!children.holds(kept)) {
-        close(given);
-        return close_and_fail(kept, EMFILE);
-    }
+    const Descriptor given(reading ? ends[1] : ends[0]);
+    // Before the command: nothing could take back one that runs already.
+    FILE *const stream = open_kept_end(kept, mode);
+    if (stream == nullptr)
+        return nullptr;
     // vfork, because a copy of the module's memory may not fit a second time.
     const pid_t pid = vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork): only to exec
     if (pid == 0)
-        run_shell(command, kept, given, reading ? STDOUT_FILENO : STDIN_FILENO);
-    const int error = errno;
-    close(given);
-    if (pid < 0)
-        return close_and_fail(kept, error);
-    *child = pid;
-    return kept;
+        run_shell(command, kept, given.get(), reading ? STDOUT_FILENO : STDIN_FILENO);
+    if (pid < 0) {
+        const ErrnoGuard error;
+        std::fclose(stream);
+        return nullptr;
+    }
+    children.set(kept, pid);
+    return stream;
 }
 
 // Whether the command prints anything: waits until it does, or ends.
@@ -132,19 +143,7 @@ FILE *vpopen(const char *command, const char *mode) {
         errno = EINVAL;
         return nullptr;
     }
-    if (!children.allocate())
-        return nullptr;
-    pid_t child = -1;
-    const int fd = start_command(command, mode[0] == 'r', &child);
-    if (fd < 0)
-        return nullptr;
-    FILE *stream = fdopen(fd, mode);
-    if (stream == nullptr) {
-        close_and_fail(fd, errno);
-        return nullptr;
-    }
-    children.set(fd, child);
-    return stream;
+    return children.allocate() ? start_command(command, mode) : nullptr;
 }
 
 int vpclose(FILE *stream) {
