@@ -22,13 +22,16 @@ struct Links {
 };
 
 // What the callback saw; the leak and address sanitizers see the rest.
+const Node *list;
 std::vector<int> released;
 bool was_linked_to_itself;
+bool was_out_of_the_list;
 
 int release(void *node) {
     auto *const given = static_cast<Node *>(node);
     released.push_back(given->number);
     was_linked_to_itself = was_linked_to_itself && given->next == given && given->prev == given;
+    was_out_of_the_list = was_out_of_the_list && list->next != given && list->next->prev == list;
     std::free(given->owned);
     return -1;
 }
@@ -48,7 +51,9 @@ protected:
     }
     void SetUp() override {
         head = {as_node(), as_node()};
+        list = as_node();
         was_linked_to_itself = true;
+        was_out_of_the_list = true;
     }
     bool is_empty() { return head.next == as_node() && head.prev == as_node(); }
 
@@ -67,6 +72,7 @@ TEST_F(List, IsFreedFrontToBackWithWhatTheNodesOwn) {
     for (int number = 0; number < 100; ++number)
         EXPECT_EQ(released[static_cast<std::size_t>(number)], number);
     EXPECT_TRUE(was_linked_to_itself) << "a node is unlinked before it is handed out";
+    EXPECT_TRUE(was_out_of_the_list) << "and its neighbours are joined";
 }
 
 TEST_F(List, IsFreedWithoutACallback) {
