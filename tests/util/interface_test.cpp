@@ -238,6 +238,15 @@ TEST_F(Interface, IsTheFirstWordBeforeAColon) {
     EXPECT_EQ(name_of("192.0.2.1"), "0 untouched");
 }
 
+TEST_F(Interface, IsTheFirstListedOfThoseWithTheAddress) {
+    ip("addr add 10.9.9.9/32 dev far_wan0\n"
+       "addr add 10.9.9.9/32 dev far_lan0\n");
+    provide_proc({{"net/dev", "far_wan0: 1\nfar_lan0: 1\n"}});
+    EXPECT_EQ(name_of("10.9.9.9"), "1 far_wan0");
+    std::ofstream("/proc/net/dev") << "far_lan0: 1\nfar_wan0: 1\n";
+    EXPECT_EQ(name_of("10.9.9.9"), "1 far_lan0");
+}
+
 TEST_F(Interface, IsNotFoundWithoutATable) {
     provide_proc({{"net/dev", std::nullopt}});
     EXPECT_EQ(name_of("192.168.1.1"), "0 untouched");
