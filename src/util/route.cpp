@@ -28,7 +28,8 @@ struct Route {
     std::uint32_t mask;
 };
 
-// The rest of a line that is cut off, or is none, does not count as a route.
+// The rest of a line that is cut off, or is none, does not count as a route; nor does a
+// line whose flags, which are read as a decimal number, have a hexadecimal letter.
 bool read_route(const char *line, Route &route) {
     int flags = 0;
     int references = 0;

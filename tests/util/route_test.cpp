@@ -124,6 +124,8 @@ TEST_F(MadeUpRoute, IsReadWhateverItsLineIsLike) {
         {"an empty table", "", "0  untouched"},
         {"lines that say nothing", "\n\n \nlan0\n", "0  untouched"},
         {"a field too few", "lan0\t0000000A\t00000000\t0001\t0\t0\t0\n", "0  untouched"},
+        {"flags with a hexadecimal letter", "lan0\t0000000A\t00000000\t000D\t0\t0\t0\t000000FF\n",
+         "0  untouched"},
         {"no end of line", "lan0" + fields, "1 192.168.1.1 0.0.0.0"},
         {"a route that is down", "lan0\t0000000A\t00000000\t0000\t0\t0\t0\t000000FF\n",
          "1 192.168.1.1 0.0.0.0"},
