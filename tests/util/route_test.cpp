@@ -391,6 +391,7 @@ TEST_F(MadeUpRoute, ByDefaultHasANameOfAtMost15Characters) {
     EXPECT_EQ(get_default_gw(ifname, nullptr), 0);
     EXPECT_STREQ(ifname, "fifteen_letters");
     EXPECT_EQ(ifname[16], '~');
+    EXPECT_EQ(output.stop(), overflow_warning("fifteen_letters"));
 }
 
 } // namespace
