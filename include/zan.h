@@ -1269,11 +1269,14 @@ ZAN_API int get_int(char **pos, int *room);
  * one, and with size 0 nothing is written.  Returns buf. */
 ZAN_API char *time_string(char *buf, unsigned int size, int32_t t);
 
-/* Reads such a text, with or without the "-" and ":": as UTC when "Z", a fraction of
- * seconds or an offset such as "+01:00" or "+0100" follows, otherwise as local time.
- * An offset needs two digits for its hours; a "-" anywhere means that the date has
- * dashes.  *t is -1 when the text has no time that fits 32 bits, and 0 for the
- * unknown time.  1, or 0 when an argument is null. */
+/* Reads a text of one of three forms: one that has a "-" anywhere is of the first, any
+ * other that has a ":" of the second.
+ *     "2020-01-01T12:00:00"   "20200101T12:00:00"   "20200101T120000"
+ * It is local time when nothing follows, otherwise UTC, less the offset that "+" or "-"
+ * begins, at once or behind a fraction of seconds.  With a ":" as its fourth character
+ * an offset is hours and minutes, "+01:00", otherwise one number hhmm: "+0100", while
+ * "+01" is one minute.  *t is -1 when the text has no time that fits 32 bits, and 0 for
+ * the unknown time.  1, or 0 when an argument is null. */
 ZAN_API int string_time(const char *text, int32_t *t);
 
 /* 32-bit FNV-1 of the lower-cased text, without the top bit, modulo a modulus above
