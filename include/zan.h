@@ -1315,13 +1315,16 @@ ZAN_API int zan_popen(const char *command, char *buf, int size);
 /* 1 when the file can be opened for reading, else 0. */
 ZAN_API int zan_file_exists(const char *path);
 
-/* fopen and fclose that print "### Warning:zan_fopen NULL" on failure, and
- * "### Warning:zan_fclose NULL" for a null stream. */
+/* As fopen; prints "### Warning:zan_fopen NULL" when it returns null. */
 ZAN_API FILE *zan_fopen(const char *path, const char *mode);
+
+/* As fclose; for a null stream prints "### Warning:zan_fclose NULL" and returns how many
+ * characters that is, with the line end. */
 ZAN_API int zan_fclose(FILE *stream);
 
-/* Closes a descriptor above 0; any other prints "### Warning:zan_close[FD]" and
- * stays open: 0 means "no descriptor" to the modules. */
+/* As close for a descriptor above 0; for any other prints "### Warning:zan_close[FD]" and
+ * returns how many characters that is, with the line end.  It stays open: 0 means "no
+ * descriptor" to the modules. */
 ZAN_API int zan_close(int fd);
 
 #ifdef __cplusplus
