@@ -72,8 +72,9 @@ int ipv4_address(const char *ifname, sockaddr *addr, int *addrlen, char *text) {
     return result;
 }
 
-// Link-local addresses and those of private networks are of no use to a peer.
-bool is_global(const in6_addr &address) {
+// No other address is the interface's, be it link-local, of a private network, or as
+// global as 2a00::1: modules are told addresses of 2000::/8 only.
+bool begins_with_20(const in6_addr &address) {
     return address.s6_addr[0] == 0x20;
 }
 
@@ -90,7 +91,7 @@ int ipv6_address(const char *ifname, char *text) {
         if (name == nullptr || std::strcmp(name, ifname) != 0)
             continue;
         const in6_addr address = address_of_line(line);
-        if (!is_global(address))
+        if (!begins_with_20(address))
             continue;
         if (text != nullptr)
             inet_ntop(AF_INET6, &address, text, INET6_ADDRSTRLEN);
