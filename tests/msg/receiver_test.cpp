@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "receive_thread.h"
+
 #include "support/capture.h"
 #include "support/patience.h"
 #include "support/raw.h"
@@ -9,7 +11,6 @@
 
 #include <gmock/gmock.h>
 
-#include <dirent.h>
 #include <signal.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -21,17 +22,8 @@
 #include <memory>
 #include <mutex>
 #include <ostream>
-#include <set>
 #include <string>
-#include <thread>
 #include <vector>
-
-// The address sanitizer takes the end of a cancelled thread for an overflow when it
-// restores that thread's signal stack.
-extern "C" const char *__asan_default_options(); // NOLINT(bugprone-reserved-identifier)
-extern "C" const char *__asan_default_options() {
-    return "use_sigaltstack=0";
-}
 
 namespace zan::test {
 namespace {
@@ -43,22 +35,6 @@ std::string line(const char *format, int number) {
     char text[160];
     std::snprintf(text, sizeof text, format, number);
     return text;
-}
-
-std::set<pid_t> threads() {
-    std::set<pid_t> found;
-    DIR *const directory = opendir("/proc/self/task");
-    while (const dirent *const entry = readdir(directory))
-        if (const int thread = std::atoi(entry->d_name); thread > 0)
-            found.insert(thread);
-    closedir(directory);
-    return found;
-}
-
-// The first thread ever started may bring the sanitizer's own with it.
-std::set<pid_t> threads_at_rest() {
-    std::thread([] {}).join();
-    return threads();
 }
 
 // What the handlers were called with; a test can keep the thread in a handler.
@@ -143,17 +119,8 @@ protected:
 
     void start(int mtype = 5) { ASSERT_EQ(form_.create(mtype), 0); }
 
-    bool wait_until_ended() {
-        return eventually([&] { return thread() == 0; });
-    }
-
-    // The receive thread, when it is the only one started since.
-    pid_t thread() const {
-        for (const pid_t candidate : threads())
-            if (!threads_before_.contains(candidate))
-                return candidate;
-        return 0;
-    }
+    bool wait_until_ended() const { return thread_.wait_until_ended(); }
+    pid_t thread() const { return thread_.id(); }
 
     void arrives(Fields fields) {
         if (fields.mtype == 0)
@@ -187,7 +154,7 @@ protected:
     }
 
     const Form form_;
-    const std::set<pid_t> threads_before_ = threads_at_rest();
+    const NextThread thread_;
     RawQueue queue;
     const int id = queue.id();
 };
