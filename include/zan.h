@@ -445,7 +445,8 @@ ZAN_API int zan_thread_create(int mtype);
 ZAN_API int zan_thread_create_wo_lock(int mtype);
 
 /* Cancels the thread started last: 0, or ESRCH when there is none.  The thread
- * ends where it waits, never inside a handler or while it holds the lock. */
+ * ends where it waits or before its next record, never inside a handler or while it
+ * holds the lock: it may still be ending when the call returns. */
 ZAN_API int zan_thread_cancel(void);
 
 /* ------------------------------------------------------------------------ */

@@ -42,6 +42,11 @@ public:
     CancelPoint &operator=(const CancelPoint &) = delete;
 };
 
+void end_if_cancelled() {
+    const CancelPoint cancel;
+    pthread_testcancel();
+}
+
 // The thread's record: what a handler sees behind a record reads as zeros,
 // however long the records before it were.
 class Inbox {
@@ -78,6 +83,9 @@ void receive_under_lock(int mtype) {
     Inbox inbox;
     ErrorCount errors;
     for (;;) {
+        // While records wait there is no pause: a thread that ended only there would
+        // take them all first.
+        end_if_cancelled();
         {
             const QueueLock lock;
             const int received = zan_msg_recv_no_wait(g_msq_qid, mtype, &inbox.msg, ZAN_BODY_SIZE);

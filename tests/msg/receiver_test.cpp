@@ -266,6 +266,19 @@ TEST_P(EitherForm, IsNotCancelledInsideAHandler) {
     EXPECT_TRUE(wait_until_ended());
 }
 
+TEST_P(EitherForm, TakesNoFurtherRecordOnceItIsCancelled) {
+    handled.set_gate(true);
+    start();
+    event_arrives(1);
+    event_arrives(2);
+    handled.wait_for(1);
+    EXPECT_EQ(zan_thread_cancel(), 0);
+    handled.set_gate(false);
+    EXPECT_TRUE(wait_until_ended());
+    EXPECT_THAT(handled.wait_for(1), ElementsAre("event 1"));
+    EXPECT_EQ(queue_length(id), 1);
+}
+
 TEST_P(EitherForm, BehindAShortRecordItsStorageReadsAsZero) {
     start(0);
     arrives({.type = 4, .cmd = 4, .payload = std::string(2000, 'x')});
