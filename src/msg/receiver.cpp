@@ -152,14 +152,21 @@ int start_thread(void *(*main)(void *), int mtype) {
     if (error != 0)
         return report_attribute_error("Initial pthread attribution error, errno: %s.\n", error);
     error = pthread_attr_setdetachstate(&myThreadAttr, PTHREAD_CREATE_DETACHED);
-    if (error != 0)
+    if (error != 0) {
+        pthread_attr_destroy(&myThreadAttr);
         return report_attribute_error("Setting pthread attribution error, errno: %s.\n", error);
+    }
 
-    pthread_mutex_lock(&thread_state_lock);
     // The type goes by value: nothing of this call's has to outlive it.
-    error = pthread_create(&myThread, &myThreadAttr, main,
-                           reinterpret_cast<void *>(static_cast<intptr_t>(mtype)));
-    thread_running = error == 0;
+    void *const argument = reinterpret_cast<void *>(static_cast<intptr_t>(mtype));
+    pthread_t started;
+    pthread_mutex_lock(&thread_state_lock);
+    error = pthread_create(&started, &myThreadAttr, main, argument);
+    // A thread started before stays the one to cancel when this one is not.
+    if (error == 0) {
+        myThread = started;
+        thread_running = true;
+    }
     pthread_mutex_unlock(&thread_state_lock);
     pthread_attr_destroy(&myThreadAttr);
     if (error != 0)

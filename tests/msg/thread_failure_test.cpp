@@ -3,8 +3,11 @@
 // What the locks and the receive thread say when the threads library fails them.
 // No real condition makes these calls fail on demand, so the linker puts the
 // functions below in front of them (--wrap), for the library's objects too.
+#include "receive_thread.h"
+
 #include "support/capture.h"
 #include "support/daemon.h"
+#include "support/raw.h"
 
 #include <zan.h>
 
@@ -29,6 +32,7 @@ struct Failures {
 };
 Failures failures;
 int signals_released = 0;
+int attributes_in_use = 0;
 
 } // namespace
 
@@ -65,7 +69,16 @@ int __wrap_sigaddset(sigset_t *mask, int signal) {
 
 int __real_pthread_attr_init(pthread_attr_t *attributes);
 int __wrap_pthread_attr_init(pthread_attr_t *attributes) {
-    return failures.attr_init != 0 ? failures.attr_init : __real_pthread_attr_init(attributes);
+    if (failures.attr_init != 0)
+        return failures.attr_init;
+    ++attributes_in_use;
+    return __real_pthread_attr_init(attributes);
+}
+
+int __real_pthread_attr_destroy(pthread_attr_t *attributes);
+int __wrap_pthread_attr_destroy(pthread_attr_t *attributes) {
+    --attributes_in_use;
+    return __real_pthread_attr_destroy(attributes);
 }
 
 int __real_pthread_attr_setdetachstate(pthread_attr_t *attributes, int state);
@@ -79,8 +92,10 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*main)(void *), void *argument);
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                           void *(*main)(void *), void *argument) {
-    return failures.create != 0 ? failures.create
-                                : __real_pthread_create(thread, attributes, main, argument);
+    if (failures.create == 0)
+        return __real_pthread_create(thread, attributes, main, argument);
+    *thread = {}; // whatever it held before is lost
+    return failures.create;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -186,6 +201,22 @@ TEST_P(ThreadCreation, EachStepThatFailsIsReportedAndReturned) {
     EXPECT_EQ(printed_by_create({.create = EAGAIN}), "API: Create trap handler thread failed.\n");
     EXPECT_EQ(result_, EAGAIN);
     EXPECT_EQ(zan_thread_cancel(), ESRCH);
+    EXPECT_EQ(attributes_in_use, 0);
+}
+
+TEST_P(ThreadCreation, AThreadThatRunsCanBeCancelledWhenAnotherWasNotCreated) {
+    const RawQueue queue;
+    g_msq_qid = queue.id();
+    const NextThread receiver;
+    StdoutCapture out;
+    ASSERT_EQ(GetParam()(5), 0);
+    ASSERT_TRUE(out.wait_for("-->\n"));
+    out.stop();
+    printed_by_create({.create = EAGAIN});
+    EXPECT_EQ(result_, EAGAIN);
+    EXPECT_EQ(zan_thread_cancel(), 0);
+    EXPECT_TRUE(receiver.wait_until_ended());
+    g_msq_qid = -1;
 }
 
 INSTANTIATE_TEST_SUITE_P(, ThreadCreation,
