@@ -359,12 +359,14 @@ ZAN_API int zan_unregister_msqid(const char *name, int instance, int qid);
  * never nests them, and both are no-ops until initialised and after they are
  * destroyed.  zan_register() initialises the API lock, zan_thread_create() the
  * queue lock; zan_unregister() destroys both.  Init and destroy may be repeated
- * and must not run while another thread uses the lock.
+ * and must not run while another thread uses the lock; one that a failure has left
+ * held is released before it is destroyed.
  *
  * A failure prints one line: "[zan_api_lock_init:LINE] zan_api_lock_init fail",
  * "[zan_api_lock:194] sig unlock fail", "cfg api lock failure [N]",
  * "cfg api unlock failure [N]" or "[zan_api_unlock:229] cfg api unlock failure".
- * Releasing the API lock while nobody holds it does nothing but unblock SIGTERM.
+ * Releasing a lock that nobody holds does nothing, save that SIGTERM is unblocked
+ * with the API lock.
  */
 ZAN_API void zan_api_lock_init(void);
 ZAN_API void zan_api_lock_destroy(void);

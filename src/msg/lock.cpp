@@ -9,14 +9,42 @@
 namespace zan {
 namespace {
 
-constinit pthread_mutex_t g_api_lock = PTHREAD_MUTEX_INITIALIZER;
+// Some paths release a lock without owning it, others leave it held.  To unlock a
+// free mutex and to destroy a held one are both undefined, so whether anybody holds
+// it is known here.
+class Mutex {
+public:
+    void init() {
+        pthread_mutex_init(&mutex_, nullptr);
+        held_ = false;
+    }
+
+    void destroy() {
+        unlock();
+        pthread_mutex_destroy(&mutex_);
+    }
+
+    int lock() {
+        const int error = pthread_mutex_lock(&mutex_);
+        if (error == 0)
+            held_.store(true, std::memory_order_relaxed);
+        return error;
+    }
+
+    int unlock() {
+        return held_.exchange(false, std::memory_order_relaxed) ? pthread_mutex_unlock(&mutex_) : 0;
+    }
+
+private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<bool> held_ = false;
+};
+
+constinit Mutex g_api_lock;
 constinit std::atomic<int> g_api_lock_init = 0;
-// Some paths release the lock without owning it.  Unlocking a free mutex is
-// undefined, so whether anybody holds it is known here.
-constinit std::atomic<bool> api_lock_held = false;
 sigset_t set;
 
-constinit pthread_mutex_t g_msq_lock = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex g_msq_lock;
 constinit std::atomic<int> g_msq_lock_init = 0;
 
 } // namespace
@@ -29,18 +57,14 @@ void zan_api_lock_init(void) {
         return;
     if (sigemptyset(&set) != 0 || sigaddset(&set, SIGTERM) != 0)
         std::printf("[%s:%d] zan_api_lock_init fail\n", "zan_api_lock_init", __LINE__);
-    pthread_mutex_init(&g_api_lock, nullptr);
-    api_lock_held = false;
+    g_api_lock.init();
     ++g_api_lock_init;
 }
 
 void zan_api_lock_destroy(void) {
     if (g_api_lock_init == 0)
         return;
-    // A lock that was left held is released first: to destroy it held is undefined.
-    if (api_lock_held.exchange(false))
-        pthread_mutex_unlock(&g_api_lock);
-    pthread_mutex_destroy(&g_api_lock);
+    g_api_lock.destroy();
     --g_api_lock_init;
 }
 
@@ -49,19 +73,15 @@ void zan_api_lock(void) {
         return;
     if (pthread_sigmask(SIG_BLOCK, &set, nullptr) != 0)
         std::printf("[%s:%d] sig unlock fail\n", "zan_api_lock", 194);
-    const int error = pthread_mutex_lock(&g_api_lock);
+    const int error = g_api_lock.lock();
     if (error != 0)
         std::printf("cfg api lock failure [%d]\n", error);
-    else
-        api_lock_held.store(true, std::memory_order_relaxed);
 }
 
 void zan_api_unlock(void) {
     if (g_api_lock_init == 0)
         return;
-    const int error = api_lock_held.exchange(false, std::memory_order_relaxed)
-                          ? pthread_mutex_unlock(&g_api_lock)
-                          : 0;
+    const int error = g_api_lock.unlock();
     if (error != 0)
         std::printf("cfg api unlock failure [%d]\n", error);
     if (pthread_sigmask(SIG_UNBLOCK, &set, nullptr) != 0)
@@ -71,23 +91,23 @@ void zan_api_unlock(void) {
 void zan_msq_lock_init(void) {
     if (g_msq_lock_init != 0)
         return;
-    pthread_mutex_init(&g_msq_lock, nullptr);
+    g_msq_lock.init();
     g_msq_lock_init = 1;
 }
 
 void zan_msq_lock_destroy(void) {
     if (g_msq_lock_init == 0)
         return;
-    pthread_mutex_destroy(&g_msq_lock);
+    g_msq_lock.destroy();
     g_msq_lock_init = 0;
 }
 
 void zan_msq_lock(void) {
     if (g_msq_lock_init != 0)
-        pthread_mutex_lock(&g_msq_lock);
+        g_msq_lock.lock();
 }
 
 void zan_msq_unlock(void) {
     if (g_msq_lock_init != 0)
-        pthread_mutex_unlock(&g_msq_lock);
+        g_msq_lock.unlock();
 }

@@ -747,6 +747,18 @@ TEST_F(Unregistration, ALockLeftHeldDoesNotStopIt) {
     EXPECT_TRUE(api_lock_is_free());
 }
 
+TEST_F(Unregistration, AQueueLockLeftHeldDoesNotStopIt) {
+    zan_msq_lock_init();
+    g_zan_qid = -1;
+    StdoutCapture out;
+    EXPECT_EQ(zan_send("peer", "hello", 5), -1); // leaves the queue lock held
+    g_zan_qid = daemon.request_queue();
+    EXPECT_EQ(zan_unregister("probe", 7), 0);
+    zan_msq_lock_init();
+    EXPECT_TRUE(LockProbe(zan_msq_lock, zan_msq_unlock).is_free());
+    zan_msq_lock_destroy();
+}
+
 TEST_F(Unregistration, TheSecondQueueGoesFirst) {
     const int second = zan_register_msqid("probe");
     ASSERT_GT(second, 0);

@@ -33,6 +33,7 @@ struct Failures {
 Failures failures;
 int signals_released = 0;
 int attributes_in_use = 0;
+int failed_destructions = 0; // of mutexes
 
 } // namespace
 
@@ -48,6 +49,13 @@ int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
     const int result = __real_pthread_mutex_unlock(mutex);
     return failures.mutex_unlock != 0 ? failures.mutex_unlock : result;
+}
+
+int __real_pthread_mutex_destroy(pthread_mutex_t *mutex);
+int __wrap_pthread_mutex_destroy(pthread_mutex_t *mutex) {
+    const int result = __real_pthread_mutex_destroy(mutex);
+    failed_destructions += result != 0 ? 1 : 0;
+    return result;
 }
 
 int __real_pthread_sigmask(int how, const sigset_t *mask, sigset_t *before);
@@ -181,6 +189,22 @@ TEST_F(ThreadFailure, AQueueThatCannotBeRemovedReleasesTheLockTwice) {
     EXPECT_EQ(zan_unregister_msqid("probe", 7, qid), -2006);
     EXPECT_EQ(signals_released, 2);
     EXPECT_EQ(out.stop(), "zan_msg_del ERROR:Invalid argument\n");
+}
+
+// A lock that a failure has left held is released before it goes.
+TEST_F(ThreadFailure, NoLockIsDestroyedWhileItIsHeld) {
+    const ScriptedDaemon daemon;
+    const int qid = zan_register("probe", 7);
+    ASSERT_GT(qid, 0);
+    zan_msq_lock_init();
+    StdoutCapture out;
+    EXPECT_EQ(zan_unregister_msqid("probe", 7, -1), -1); // keeps the API lock
+    g_zan_qid = -1;
+    EXPECT_EQ(zan_send("peer", "hello", 5), -1); // keeps the queue lock
+    g_zan_qid = daemon.request_queue();
+    failed_destructions = 0;
+    EXPECT_EQ(zan_unregister("probe", 7), 0);
+    EXPECT_EQ(failed_destructions, 0);
 }
 
 class ThreadCreation : public ThreadFailure, public testing::WithParamInterface<int (*)(int)> {
