@@ -45,11 +45,6 @@ std::string retry_line(const std::string &function, int left, int proj_id) {
     return function + ":register fail! Retry " + number(left) + "[" + number(proj_id) + "]...\n";
 }
 
-std::string missing_files() {
-    return "zan_get_msq_qid:The file /tmp/zan_qid is not exist\n"
-           "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n";
-}
-
 int queue_of_key(const std::string &path, int proj_id) {
     return msgget(ftok(path.c_str(), proj_id), 0);
 }
@@ -139,13 +134,17 @@ TEST_P(QueueIdFile, AFileThatCannotBeReadIsReported) {
     EXPECT_EQ(out.stop(), GetParam().missing_line);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , QueueIdFile,
-    testing::Values(IdFile{"request", request_queue_file, zan_get_msq_qid,
-                           "zan_get_msq_qid:The file /tmp/zan_qid is not exist\n"},
-                    IdFile{"registration", registration_queue_file, zan_get_reg_msq_qid,
-                           "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n"}),
-    [](const auto &param) { return std::string(param.param.name); });
+constexpr IdFile request_id = {"request", request_queue_file, zan_get_msq_qid,
+                               "zan_get_msq_qid:The file /tmp/zan_qid is not exist\n"};
+constexpr IdFile registration_id = {"registration", registration_queue_file, zan_get_reg_msq_qid,
+                                    "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n"};
+
+INSTANTIATE_TEST_SUITE_P(, QueueIdFile, testing::Values(request_id, registration_id),
+                         [](const auto &param) { return std::string(param.param.name); });
+
+std::string missing_files() {
+    return std::string(request_id.missing_line) + registration_id.missing_line;
+}
 
 // ---- registering --------------------------------------------------------------------
 
@@ -333,16 +332,21 @@ TEST_F(Registration, WithoutADaemonItFails) {
         EXPECT_EQ(queue_of_key(key_file, proj_id), -1) << proj_id;
 }
 
-TEST_F(Registration, EachMissingFileIsEnoughToFail) {
-    unlink(registration_queue_file);
+class MissingIdFile : public Registration, public testing::WithParamInterface<IdFile> {};
+
+TEST_P(MissingIdFile, IsEnoughToFail) {
+    unlink(GetParam().path);
     StdoutCapture out;
     EXPECT_EQ(zan_register("probe", 7), -2105);
-    const std::string missing = "zan_get_reg_msq_qid:The file /tmp/zan_req_qid is not exist\n";
+    const std::string missing = GetParam().missing_line;
     EXPECT_EQ(out.stop(), missing + retry_line("zan_register_msq", 3, 1) + missing +
                               retry_line("zan_register_msq", 2, 2) + missing +
                               retry_line("zan_register_msq", 1, 3) + missing);
     EXPECT_EQ(daemon.records().size(), 0u);
 }
+
+INSTANTIATE_TEST_SUITE_P(, MissingIdFile, testing::Values(request_id, registration_id),
+                         [](const auto &param) { return std::string(param.param.name); });
 
 TEST_F(Registration, ADaemonThatIsGoneCannotBeSentTo) {
     daemon.die();
