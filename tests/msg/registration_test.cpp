@@ -15,6 +15,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -426,6 +427,40 @@ TEST_F(Registration, AnIdThatIsTheRegistrationQueuesIsRefused) {
                               retry_line("zan_register_msq", 2, 2) + gone +
                               retry_line("zan_register_msq", 1, 3) + gone);
     EXPECT_EQ(daemon.wait_for_records(3).size(), 3u);
+}
+
+// ---- the queue id 0 -------------------------------------------------------------------
+
+// Keeps the daemon's queues out of the slot where the id 0 belongs.
+class SlotZero {
+protected:
+    // The next queue of all gets it; false where the kernel cannot be told.
+    bool next_is_zero() {
+        slot.remove();
+        std::ofstream setting("/proc/sys/kernel/msg_next_id");
+        setting << 0 << std::flush;
+        return setting.good();
+    }
+
+private:
+    RawQueue slot;
+};
+
+class QueueZero : protected SlotZero, public Registration {};
+
+// A queue's id is the type of the record that announces it, and a type of 0 cannot be
+// sent.
+TEST_F(QueueZero, CannotBeAnnouncedAndIsReplaced) {
+    ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+    if (!next_is_zero())
+        GTEST_SKIP() << "kernel.msg_next_id cannot be set";
+    StdoutCapture out;
+    const int qid = zan_register("probe", 7);
+    EXPECT_EQ(out.stop(),
+              send_error(daemon.request_queue()) + retry_line("zan_register_msq", 3, 1));
+    EXPECT_GT(qid, 0);
+    EXPECT_FALSE(queue_exists(0));
+    EXPECT_EQ(announced(1), std::vector{qid});
 }
 
 // ---- names too long -----------------------------------------------------------------
