@@ -690,6 +690,27 @@ TEST_F(Poll, TheWaitingFormWaits) {
     EXPECT_THAT(calls, ElementsAre("message late"));
 }
 
+TEST_F(Poll, TheWaitingFormTakesTheFirstOfItsType) {
+    arrives({.type = 5, .cmd = 8, .payload = std::string("\x07\0\0\0", 4)});
+    arrives({.type = 4, .cmd = 4, .payload = "one"});
+    arrives({.type = 4, .cmd = 4, .payload = "two"});
+    EXPECT_EQ(zan_client_recv_msq2(msg.get(), 4, 35100), 1);
+    EXPECT_THAT(calls, ElementsAre("message one"));
+    EXPECT_EQ(queue_length(queue.id()), 2);
+}
+
+TEST_F(Poll, TheWaitingFormReportsARecordLongerThanTheMaximumWhichStays) {
+    arrives({.type = 4, .cmd = 4, .payload = "text"});
+    StdoutCapture out;
+    EXPECT_EQ(zan_client_recv_msq2(msg.get(), 4, 103), 0);
+    EXPECT_EQ(out.stop(), line("zan_msg_recv qid=%d ERROR:Argument list too long\n", queue.id()) +
+                              line("zan_client_recv_msq2: receive msq message error, msgid: %d. "
+                                   "Error:Argument list too long\n",
+                                   queue.id()));
+    EXPECT_EQ(queue_length(queue.id()), 1);
+    EXPECT_THAT(calls, IsEmpty());
+}
+
 TEST_F(Poll, TheWaitingFormGivesZeroWhenItIsInterrupted) {
     StdoutCapture out;
     int result = -1;
