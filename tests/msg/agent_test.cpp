@@ -4,6 +4,8 @@
 // pthread_sigmask(), which tells what becomes of the API lock, and
 // clock_nanosleep(), which tells how the attempts to connect are paced: they note
 // the call and pass it on.
+#include "clogged_link.h"
+
 #include "support/capture.h"
 #include "support/daemon.h"
 #include "support/stream_peer.h"
@@ -579,6 +581,22 @@ TEST_F(UnregisterAgent, WithoutALinkCannotSend) {
     EXPECT_EQ(unregister_agent(), -2003);
     EXPECT_EQ(out.stop(), "ipc socket send failed, Bad file descriptor\n");
     EXPECT_TRUE(api_lock_is_free());
+}
+
+// What is still under way goes first and the record is dropped: the agent leaves all
+// the same.
+TEST_F(UnregisterAgent, ARecordThatTheLinkHasNoRoomForIsNoFailure) {
+    mesh_is(settled);
+    const CloggedLinkEnds clogged;
+    clogged.make_room();
+    clogged.deliver(stream_bytes({.type = registration, .cmd = 1}, ByteOrder::network));
+    g_ipc_handle = clogged.module_end();
+    StdoutCapture out;
+    EXPECT_EQ(unregister_agent(), 0);
+    EXPECT_EQ(out.stop(), "get failed packet buffer, start sending...\n"
+                          "delete failed msg queue\n");
+    EXPECT_EQ(fcntl(clogged.module_end(), F_GETFD), -1);
+    zan_ipc_delete(link);
 }
 
 // The facade becomes busy between the send and the answer, and stays so: neither the

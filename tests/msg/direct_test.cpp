@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "clogged_link.h"
+
 #include "support/capture.h"
 #include "support/module_test.h"
 #include "support/patience.h"
@@ -10,11 +12,11 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -442,41 +444,28 @@ TEST_P(EachLinkSend, WithoutALinkFails) {
 INSTANTIATE_TEST_SUITE_P(Forms, EachLinkSend, testing::Values(send_agent, send_all_agent),
                          [](const auto &form) { return form.param.name; });
 
-// A link on which part of an earlier message is still under way, and stays so.
 class CloggedLink : public ModuleTest {
 protected:
     void SetUp() override {
         ModuleTest::SetUp();
         daemon.on(broadcast, 3, {{.cmd = 2}});
-        // The first create of the process makes the channel keep what is left over.
         StreamPeer peer;
         zan_ipc_delete(zan_ipc_create("agent", 0));
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
-        g_ipc_handle = ends[0];
-        StdoutCapture out;
-        const std::string much(4UL * 1024 * 1024, 'x');
-        ASSERT_GT(zan_ipc_send(g_ipc_handle, much.data(), static_cast<int>(much.size())), 0);
-        ASSERT_EQ(out.stop(), "ipc socket: buffer maybe full\n");
+        link.emplace();
+        g_ipc_handle = link->module_end();
     }
 
     void TearDown() override {
         StdoutCapture out;
         zan_ipc_delete(g_ipc_handle);
-        close(ends[1]);
         ModuleTest::TearDown();
     }
 
-    // Makes room, but not for all that is kept.
-    void make_room() const {
-        std::vector<char> some(100UL * 1024);
-        ASSERT_GT(read(ends[1], some.data(), some.size()), 0);
-    }
-
-    int ends[2] = {-1, -1};
+    std::optional<CloggedLinkEnds> link;
 };
 
 TEST_F(CloggedLink, AnAgentsSendDoesNotGo) {
-    make_room();
+    link->make_room();
     StdoutCapture out;
     EXPECT_EQ(zan_send_agent("peer", "hello", 5), 0);
     EXPECT_EQ(out.stop(), "get failed packet buffer, start sending...\n"
@@ -492,7 +481,7 @@ TEST_F(CloggedLink, AnAgentsSendDoesNotGoWithoutRoomEither) {
 }
 
 TEST_F(CloggedLink, ABroadcastGoesOverTheQueue) {
-    make_room();
+    link->make_room();
     StdoutCapture out;
     EXPECT_EQ(zan_send_all_agent("peer", "hello", 5), 1);
     EXPECT_EQ(out.stop(), "get failed packet buffer, start sending...\n"
