@@ -6,8 +6,8 @@
 
 namespace zan {
 
-// zan_process_data for a record with `room` bytes of storage behind its header,
-// the last of them a NUL or the end of a whole record.
+// zan_process_data for a record with `room` bytes of payload behind its header,
+// followed by a NUL or the end of a whole record.
 int dispatch(zan_body &body, int room);
 
 // The record's `len`, kept within the `room` bytes of storage behind `data`:
