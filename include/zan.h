@@ -320,8 +320,9 @@ ZAN_API int zan_get_reg_msq_qid(void);
  * other thread uses the library.  A failed attempt is repeated three times
  * under another queue key, each after printing
  * "zan_register_msq:register fail! Retry N[PROJ]...".  Returns the queue id, or
- * ZAN_ERR_QUEUE_IDS (no daemon, or the ids clash, which prints "!!!Error: ..."),
- * ZAN_ERR_SEND, or the daemon's negative result. */
+ * ZAN_ERR for a null name or a failed wait, ZAN_ERR_QUEUE_IDS (no daemon, no queue to
+ * be had, or the ids clash, which prints "!!!Error: ..."), ZAN_ERR_SEND, or the
+ * daemon's negative result. */
 ZAN_API int zan_register(const char *name, int instance);
 
 /* Registers a second queue (instance 1) under `name`; its id is also in
@@ -331,15 +332,17 @@ ZAN_API int zan_register(const char *name, int instance);
 ZAN_API int zan_register_msqid(const char *name);
 
 /* Announces an existing queue under g_module_name; prints
- * "zan_register_by_qid:qid=QID".  Returns qid, ZAN_ERR_SEND, or the daemon's
- * negative result after "zan_register_by_qid: register fail! ret = RESULT". */
+ * "zan_register_by_qid:qid=QID".  Returns qid, ZAN_ERR_SEND, or, after
+ * "zan_register_by_qid: register fail! ret = RESULT", ZAN_ERR for a failed wait or the
+ * daemon's negative result. */
 ZAN_API int zan_register_by_qid(int qid);
 
 /* Ends the module: destroys both locks, then unregisters the second queue, if
  * there is one, and the main queue; removes the queues and their key files.
  * Call it last and from one thread.  0, or ZAN_ERR when not registered (after
- * "zan_unregister_msq: pid=PID"), ZAN_ERR_SEND, ZAN_ERR_REMOVE, or the daemon's
- * result when that is not positive: then queue and key file stay. */
+ * "zan_unregister_msq: pid=PID"), ZAN_ERR_SEND, ZAN_ERR_REMOVE, ZAN_ERR for a failed
+ * wait, or the daemon's result when that is not positive: then queue and key file
+ * stay. */
 ZAN_API int zan_unregister(const char *name, int instance);
 
 /* Unregisters one queue under the API lock; results as zan_unregister.
@@ -511,16 +514,16 @@ ZAN_API void zan_dprintf(const char *fmt, ...) ZAN_PRINTF(1, 2);
 ZAN_API int zan_mesh_status(void);
 
 /* Registers this process as an agent over a daemon link of its own, opened in up
- * to four attempts 200 ms apart.  Returns the link's socket, also in
- * g_ipc_handle, or ZAN_ERR_MESH after "FUNCTION: module=NAME pid=PID fail by mesh
- * not ready", ZAN_ERR_CREATE, ZAN_ERR_SEND, ZAN_ERR_TIMEOUT, or the daemon's
- * negative result.  HAZARD: releases the API lock without having taken it, and
- * so also one that another thread holds. */
+ * to four attempts 200 ms apart.  Returns the link's socket, which may be 0, also in
+ * g_ipc_handle; or ZAN_ERR for a null name or a link that is lost during the wait,
+ * ZAN_ERR_MESH after "FUNCTION: module=NAME pid=PID fail by mesh not ready",
+ * ZAN_ERR_CREATE, ZAN_ERR_SEND, ZAN_ERR_TIMEOUT, or the daemon's negative result.  HAZARD: releases
+ * the API lock without having taken it, and so also one that another thread holds. */
 ZAN_API int zan_register_agent(const char *name, int pid);
 
 /* Unregisters and closes the link, under the API lock; whether the daemon agrees
- * does not matter.  g_ipc_handle keeps its value.  0, ZAN_ERR_MESH, ZAN_ERR_SEND,
- * or ZAN_ERR_REMOVE, which releases the API lock twice. */
+ * does not matter.  g_ipc_handle keeps its value.  0, ZAN_ERR for a null name,
+ * ZAN_ERR_MESH, ZAN_ERR_SEND, or ZAN_ERR_REMOVE, which releases the API lock twice. */
 ZAN_API int zan_unregister_agent(const char *name, int pid);
 
 /* ------------------------------------------------------------------------ */
