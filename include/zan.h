@@ -400,8 +400,9 @@ ZAN_API int zan_client_recv_msq_response(int type, int cmd, char *err, zan_resp 
  * negative result's text is copied to err (1024 bytes) when err is given. */
 ZAN_API int zan_client_recv_reg_msq(int qid, char *err);
 
-/* Takes one waiting record of type msgtyp and at most max bytes into msg and
- * dispatches it: the result of zan_process_data, 0 when nothing waits or after
+/* Takes one waiting record of type msgtyp and at most max bytes into msg, which is a
+ * whole zan_msg whatever max says: zeros may follow what was received.  Dispatches
+ * it: the result of zan_process_data, 0 when nothing waits or after
  * printing "zan_client_recv_msq_no_wait: receive msq message error, msgid: QID.
  * Error:REASON" (one line), -1 when there is no own queue. */
 ZAN_API int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max);
