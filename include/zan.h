@@ -544,7 +544,8 @@ ZAN_API int zan_api_recv_data(int fd);
 
 /* Waits on the link for the answer (type, cmd), up to 60 seconds for each piece
  * that arrives (50 for dump, print and convert).  Results and arguments as
- * zan_client_recv_msq_response, and ZAN_ERR_TIMEOUT; only ZAN_CFG_GET answers by
+ * zan_client_recv_msq_response, and ZAN_ERR_TIMEOUT, which is also what a signal
+ * gives, at once, and what a missing link gives; only ZAN_CFG_GET answers by
  * reference, until the next record is received. */
 ZAN_API int zan_client_recv_response(int type, int cmd, char *err, zan_resp *resp);
 
