@@ -517,6 +517,19 @@ protected:
         zan_set_value_changed_handler(nullptr);
     }
 
+    // The lines, that of the primitive and that of the function, up to the reason.
+    void expect_too_long_for(int (*take)(zan_msg *, int, int), const char *primitive_line,
+                             const char *function_line) {
+        arrives({.type = 4, .cmd = 4, .payload = "text"});
+        StdoutCapture out;
+        EXPECT_EQ(take(msg.get(), 4, 103), 0);
+        const std::string reason = "Argument list too long\n";
+        EXPECT_EQ(out.stop(), line(primitive_line, queue.id()) + reason +
+                                  line(function_line, queue.id()) + reason);
+        EXPECT_EQ(queue_length(queue.id()), 1);
+        EXPECT_THAT(calls, IsEmpty());
+    }
+
     std::unique_ptr<zan_msg> msg = std::make_unique<zan_msg>();
 };
 
@@ -574,16 +587,9 @@ TEST_F(Poll, AMissingQueueIsReportedTwiceWithZero) {
 }
 
 TEST_F(Poll, ARecordLongerThanTheMaximumIsReportedAndStays) {
-    arrives({.type = 4, .cmd = 4, .payload = "text"});
-    StdoutCapture out;
-    EXPECT_EQ(zan_client_recv_msq_no_wait(msg.get(), 4, 103), 0);
-    EXPECT_EQ(out.stop(),
-              line("zan_msg_recv_no_wait msqid=%d ERROR:Argument list too long\n", queue.id()) +
-                  line("zan_client_recv_msq_no_wait: receive msq message error, msgid: %d. "
-                       "Error:Argument list too long\n",
-                       queue.id()));
-    EXPECT_EQ(queue_length(queue.id()), 1);
-    EXPECT_THAT(calls, IsEmpty());
+    expect_too_long_for(zan_client_recv_msq_no_wait, "zan_msg_recv_no_wait msqid=%d ERROR:",
+                        "zan_client_recv_msq_no_wait: receive msq message error, msgid: %d. "
+                        "Error:");
 }
 
 TEST_F(Poll, DirectMessagesAreClassFour) {
@@ -700,15 +706,8 @@ TEST_F(Poll, TheWaitingFormTakesTheFirstOfItsType) {
 }
 
 TEST_F(Poll, TheWaitingFormReportsARecordLongerThanTheMaximumWhichStays) {
-    arrives({.type = 4, .cmd = 4, .payload = "text"});
-    StdoutCapture out;
-    EXPECT_EQ(zan_client_recv_msq2(msg.get(), 4, 103), 0);
-    EXPECT_EQ(out.stop(), line("zan_msg_recv qid=%d ERROR:Argument list too long\n", queue.id()) +
-                              line("zan_client_recv_msq2: receive msq message error, msgid: %d. "
-                                   "Error:Argument list too long\n",
-                                   queue.id()));
-    EXPECT_EQ(queue_length(queue.id()), 1);
-    EXPECT_THAT(calls, IsEmpty());
+    expect_too_long_for(zan_client_recv_msq2, "zan_msg_recv qid=%d ERROR:",
+                        "zan_client_recv_msq2: receive msq message error, msgid: %d. Error:");
 }
 
 TEST_F(Poll, TheWaitingFormGivesZeroWhenItIsInterrupted) {
