@@ -10,10 +10,14 @@ namespace zan {
 namespace {
 
 void copy_bounded(char *text, const char *source, std::size_t bound) {
-    const std::size_t length = source != nullptr ? strnlen(source, bound - 1) : 0;
-    if (length > 0)
-        std::memcpy(text, source, length);
+    const std::size_t length = strnlen(source, bound - 1);
+    std::memcpy(text, source, length);
     text[length] = '\0';
+}
+
+// What the formatter makes of an argument of "%s".
+const char *shown(const char *argument) {
+    return argument != nullptr ? argument : "(null)";
 }
 
 } // namespace
@@ -23,7 +27,7 @@ Formatted::Formatted(const char *format, va_list arguments, std::size_t bound) {
     if (std::strchr(format, '%') == nullptr)
         copy_bounded(text_, format, bound);
     else if (std::strcmp(format, "%s") == 0)
-        copy_bounded(text_, va_arg(arguments, const char *), bound);
+        copy_bounded(text_, shown(va_arg(arguments, const char *)), bound);
     else if (std::vsnprintf(text_, bound, format, arguments) < 0)
         text_[0] = '\0';
 }

@@ -54,6 +54,14 @@ TEST_P(Get, SendsAnEmptyPath) {
     EXPECT_TRUE(same_record(sent(), request(GetParam().cmd, "")));
 }
 
+TEST_P(Get, SendsANullArgumentAsTheFormatterShowsIt) {
+    const char *const null = nullptr;
+    EXPECT_EQ(GetParam().get(value, sizeof value, "%s", null), 1);
+    EXPECT_TRUE(same_record(sent(), request(GetParam().cmd, "(null)")));
+    EXPECT_EQ(GetParam().get(value, sizeof value, "%s%s", null, "/a"), 1);
+    EXPECT_TRUE(same_record(sent(), request(GetParam().cmd, "(null)/a")));
+}
+
 TEST_P(Get, CutsAPathAt1023Characters) {
     const std::string path = path_of(3000);
     for (const std::size_t length : {1023U, 1024U, 1025U, 3000U}) {
