@@ -83,6 +83,8 @@ int cfg_get_module_pid(const char *module) {
     zan_strcpy(name, module, sizeof name);
     const ApiLock lock;
     Answer answer;
-    const int result = exchange(text_request(get_module_pid, name), &answer);
+    // The report names the module as the caller gave it, the record what fits.
+    const int result =
+        exchange({.command = get_module_pid, .payload = name, .subject = module}, &answer);
     return result == 1 && answer.text != nullptr ? to_int(answer.text) : result;
 }

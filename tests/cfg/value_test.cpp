@@ -362,6 +362,19 @@ TEST_F(ModulePid, CutsANameAt1023Characters) {
     EXPECT_EQ(output.stop(), overflow_warning(path_of(1023)));
 }
 
+TEST_F(ModulePid, NamesTheModuleWholeInTheFailureReport) {
+    const std::string module = path_of(1100);
+    daemon.die();
+    StdoutCapture output;
+    EXPECT_EQ(cfg_get_module_pid(module.c_str()), -2003);
+    EXPECT_EQ(output.stop(), overflow_warning(module.substr(0, 1023)) +
+                                 "zan_msg_send qid=" + std::to_string(g_zan_qid) +
+                                 " ERROR:Invalid argument\ncfg_get_module_pid:zan_msg_send fail!\n"
+                                 "cfg_get_module_pid: module=" +
+                                 module + "\ncfg_get_module_pid: pid=" + std::to_string(getpid()) +
+                                 "\n");
+}
+
 TEST_F(ModulePid, RefusesNullAndSendsNothing) {
     EXPECT_EQ(cfg_get_module_pid(nullptr), -1);
     EXPECT_TRUE(sent_nothing());
