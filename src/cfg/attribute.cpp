@@ -14,22 +14,24 @@ constexpr Command set_attr = {"cfg_setattr", ZAN_CFG_SET_ATTR, "tmp_path"};
 
 constexpr std::size_t set_payload_bound = 1023;
 
+// Where the attributes read last are: in the record that the next request of the
+// process takes.
+constinit Answer rdata = {};
+
 } // namespace
 } // namespace zan
 
 using namespace zan;
 
-// The text stays where it was received: in the record that the next request of the
-// process takes.
 intptr_t cfg_getattr(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt);
     const ApiLock lock;
+    rdata = {};
     ReceiveRecord &record = api_record();
     if (send_request(record.msg, text_request(get_attr, path.text())) < 0)
         return ZAN_ERR_SEND;
-    Answer answer;
-    match_answer(record, get_attr.type, get_attr.cmd, nullptr, &answer);
-    return reinterpret_cast<intptr_t>(answer.text);
+    match_answer(record, get_attr.type, get_attr.cmd, nullptr, &rdata);
+    return reinterpret_cast<intptr_t>(rdata.text);
 }
 
 int cfg_setattr(const char *attr, const char *fmt, ...) {
