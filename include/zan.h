@@ -140,6 +140,9 @@ enum zan_action {
     ZAN_ACTION_FACTORY_RESET_WO_WIFI = 17 /* keeps the Wi-Fi settings */
 };
 
+/* The command of ZAN_CLASS_CONTROL. */
+enum zan_control_cmd { ZAN_CONTROL_COMMAND_LINE = 0 };
+
 /* Sizes of the record, in bytes. */
 enum zan_size {
     ZAN_NAME_SIZE = 32,    /* a module name with its terminator */

@@ -13,7 +13,7 @@ inline constexpr int command_line_size = 1025;
 constexpr Command control_command(const char *function, const char *label,
                                   std::span<const Line> report) {
     return {.function = function,
-            .cmd = 0,
+            .cmd = ZAN_CONTROL_COMMAND_LINE,
             .label = label,
             .type = ZAN_CLASS_CONTROL,
             .destination = "ZAN",
