@@ -429,6 +429,8 @@ TEST_F(Requests, OfSeveralThreadsGetTheirOwnAnswers) {
     daemon.on(configuration, cmd::get, answer("the value"));
     daemon.on(configuration, cmd::get_array, answer("the longer array of values"));
     daemon.on(configuration, cmd::module_pid, answer("4711"));
+    daemon.on(configuration, cmd::login, answer("815"));
+    daemon.on(configuration, cmd::convert_path, answer("the converted path"));
     daemon.on(configuration, cmd::set, negative(-21));
     daemon.on(configuration, cmd::anchor, negative(-22));
     daemon.on(subscription, 1, negative(-23));
@@ -447,6 +449,16 @@ TEST_F(Requests, OfSeveralThreadsGetTheirOwnAnswers) {
             expect(std::strcmp(value, "the longer array of values") == 0);
         },
         [&] { expect(cfg_get_module_pid("wifi") == 4711); },
+        [&] {
+            zan_login_req login = {"a", "b", "c", "d", nullptr, -1};
+            expect(zan_loginauth(&login) == 1);
+            expect(login.result == 815);
+        },
+        [&] {
+            char value[64] = "";
+            expect(zan_convert_path(value, sizeof value, 2, "/path") == 1);
+            expect(std::strcmp(value, "the converted path") == 0);
+        },
         [&] { expect(cfg_setstr("value", "/x") == -21); },
         [&] { expect(cfg_anchor("/x") == -22); },
         [&] { expect(zan_notify_register_event(1) == -23); },
