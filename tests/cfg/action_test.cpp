@@ -271,7 +271,8 @@ protected:
     }
 };
 
-TEST_F(Later, IsTakenFromTheQueueInTurn) {
+TEST_F(Later, IsTakenFromTheQueueInTurnInSilence) {
+    StdoutCapture output;
     EXPECT_EQ(zan_fad_recv_msq(), 0);
     answers(4, {{.result = -3, .payload = "busy"}});
     EXPECT_EQ(zan_save_config(0, 0), 1);
@@ -282,6 +283,7 @@ TEST_F(Later, IsTakenFromTheQueueInTurn) {
     EXPECT_EQ(zan_fad_recv_msq(), 1);
     EXPECT_EQ(zan_fad_recv_msq(), 0);
     EXPECT_EQ(queue_length(g_msq_qid), 0);
+    EXPECT_EQ(output.stop(), "");
     EXPECT_THAT(calls(), ElementsAre("task busy 7", "message hello"));
 }
 
@@ -301,6 +303,18 @@ TEST_F(Later, OfARecordOfFullLengthIsTakenWhole) {
     });
     EXPECT_EQ(zan_fad_recv_msq(), 1);
     EXPECT_THAT(calls(), ElementsAre(std::string(35000, 't')));
+}
+
+// A queue that is gone is the receive's to report, not this function's.
+TEST_F(Later, OfAQueueThatIsGoneIsNothing) {
+    remove_queue(g_msq_qid);
+    StdoutCapture output;
+    EXPECT_EQ(zan_fad_recv_msq(), 0);
+    const std::string qid = std::to_string(g_msq_qid);
+    EXPECT_EQ(output.stop(), "zan_msg_recv_no_wait msqid=" + qid +
+                                 " ERROR:Invalid argument\n"
+                                 "zan_client_recv_msq_no_wait: receive msq message error, msgid: " +
+                                 qid + ". Error:Invalid argument\n");
 }
 
 TEST_F(Later, WithoutAnOwnQueueIsReportedEveryTime) {
