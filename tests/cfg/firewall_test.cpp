@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "cfg/config_test.h"
+#include "support/sandbox.h"
 #include "support/worker.h"
 
 #include <gmock/gmock.h>
@@ -121,6 +122,7 @@ std::vector<std::string> g_messages;
 class FirewallReceive : public Firewall {
 protected:
     FirewallReceive() {
+        g_messages.clear();
         zan_set_message_handler([](char *data, int len, zan_body *) {
             g_messages.emplace_back(data, static_cast<std::size_t>(len));
             return 0;
@@ -153,6 +155,13 @@ TEST_F(FirewallReceive, ShowsZerosBehindWhatCame) {
     raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "ab", .len = 35000});
     EXPECT_EQ(zan_firewall_recv_msq(), 1);
     EXPECT_THAT(g_messages, ElementsAre("ab" + std::string(34998, '\0')));
+}
+
+TEST_F(FirewallReceive, TakesARecordOfFullLengthWhole) {
+    ZAN_SKIP_WITHOUT_LONG_RECORDS();
+    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = std::string(35000, 'm')});
+    EXPECT_EQ(zan_firewall_recv_msq(), 1);
+    EXPECT_THAT(g_messages, ElementsAre(std::string(35000, 'm')));
 }
 
 TEST_F(FirewallReceive, GivesZeroWhenItIsInterrupted) {
