@@ -179,6 +179,14 @@ TEST_F(GetCount, ReadsTheNumberThatTheAnswerBeginsWith) {
     }
 }
 
+TEST_F(GetCount, ReadsTheFirst255CharactersOfAnAnswer) {
+    StdoutCapture output;
+    const std::string zeros(254, '0');
+    answers(answer(zeros + "78"));
+    EXPECT_EQ(cfg_getcount("/a"), 7);
+    EXPECT_EQ(output.stop(), overflow_warning(zeros + "7"));
+}
+
 TEST_F(GetCount, CutsThePathAt255CharactersBeforeTheNumberSign) {
     const std::string path = path_of(1100);
     for (const std::size_t length : {254U, 255U, 256U, 257U, 1100U}) {
