@@ -87,8 +87,7 @@ bool Worker::wait_until_done() const {
 
 bool Worker::wait_until_blocked() const {
     Sightings sightings;
-    eventually([&] { return done() || sightings.suffice_with(state_->thread); });
-    return !done();
+    return eventually([&] { return done() || sightings.suffice_with(state_->thread); }) && !done();
 }
 
 void Worker::interrupt() {
@@ -112,7 +111,8 @@ LockProbe::LockProbe(void (*lock)(), void (*unlock)())
       }) {}
 
 bool LockProbe::is_free() const {
-    return !worker_.wait_until_blocked();
+    worker_.wait_until_blocked();
+    return worker_.done();
 }
 
 } // namespace zan::test
