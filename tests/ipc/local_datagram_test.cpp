@@ -254,14 +254,20 @@ TEST_F(LocalDatagrams, FileGoesOnlyOnce) {
     EXPECT_TRUE(file_exists(client_path()));
 }
 
-TEST_F(LocalDatagrams, PathOfASocketThatMayNotRunIsRemembered) {
+// Refused, it stays open, under the number that is free now.
+TEST_F(LocalDatagrams, SocketThatMayNotRunIsTheLastOneMadeAllTheSame) {
     const Descriptor first(ipc_lsocket_create_server(module));
-    const Descriptor client(ipc_lsocket_create_client(module));
+    Descriptor client(ipc_lsocket_create_client(module));
     StdoutCapture out;
+    const int refused = dup(first.get());
+    close(refused);
     EXPECT_EQ(ipc_lsocket_create_server(module), -1);
-    // It is the last one made now, so the client is not.
-    EXPECT_EQ(zan_lsocket_delete(dup(client.get())), 1);
+    ASSERT_TRUE(is_open(refused));
+    EXPECT_EQ(zan_lsocket_delete(client.release()), 1);
     EXPECT_TRUE(file_exists(client_path()));
+    EXPECT_TRUE(file_exists(server_path));
+    EXPECT_EQ(zan_lsocket_delete(refused), 1);
+    EXPECT_FALSE(file_exists(server_path));
 }
 
 // ---- Names -----------------------------------------------------------------
