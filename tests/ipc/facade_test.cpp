@@ -2,6 +2,7 @@
 #include <zan.h>
 
 #include "ipc/calls.h"
+#include "ipc/send_test.h"
 #include "ipc/sockets.h"
 #include "support/capture.h"
 #include "support/raw.h"
@@ -234,6 +235,21 @@ TEST_F(Facade, CarriesBytesOverTheDaemonLink) {
     EXPECT_EQ(zan_ipc_delete(module), 1);
     EXPECT_FALSE(is_open(module));
     EXPECT_EQ(read_bytes(accepted.get(), 1), "");
+}
+
+TEST_F(Facade, KeepsWhatTheDaemonLinkDidNotTakeOfASendToAnAddress) {
+    const Descriptor daemon(zan_ipc_create("ZAN", 0));
+    const Descriptor module(zan_ipc_create("probe", 0));
+    const Descriptor accepted = accept_one(daemon);
+    const sockaddr_in ignored = ipv4("127.0.0.1", 9);
+    const std::string hundred = some_bytes(100);
+    StdoutCapture out;
+    take_only({60});
+    EXPECT_EQ(zan_ipc_send_to(module.get(), hundred.data(), 100, &ignored), 60);
+    EXPECT_EQ(out.so_far(), maybe_full);
+    EXPECT_EQ(zan_ipc_send_to(module.get(), "next", 4, &ignored), 4);
+    EXPECT_EQ(out.stop(), std::string(maybe_full) + resending + "send failed buffer ret = 40\n");
+    EXPECT_EQ(read_bytes(accepted.get(), 104), hundred + "next");
 }
 
 TEST_F(Facade, CarriesDatagramsBetweenModules) {
