@@ -101,6 +101,19 @@ TEST_F(DaemonEnd, PassesOverEveryPortThatIsTaken) {
     EXPECT_EQ(read_file(port_file), "2682\n");
 }
 
+// The option that would let it have the port again comes behind the attempts.
+TEST_F(DaemonEnd, TakesTheNextPortWhileAConnectionToTheFirstIsLeft) {
+    const int first = zan_socket_create("ZAN");
+    ASSERT_GE(first, 0);
+    const Descriptor module = tcp_connection(default_port);
+    const Descriptor accepted = accept_one(Descriptor(dup(first)));
+    EXPECT_EQ(zan_socket_delete(first), 1);
+    const Descriptor second(zan_socket_create("ZAN"));
+    ASSERT_GE(second.get(), 0);
+    EXPECT_EQ(port_of(second.get()), 2680);
+    EXPECT_EQ(read_file(port_file), "2680\n");
+}
+
 TEST_F(DaemonEnd, RunsOutOfPortsUntilOneIsFreeAgain) {
     // A module's attempt sets the port that the daemon's end starts from.
     Descriptor taken = tcp_listener(65535);
