@@ -33,6 +33,20 @@ protected:
     }
 
     static std::string zeros(std::size_t size) { return std::string(size, '\0'); }
+
+    // Whether the record tells of the cpu test of the module entered under this name.
+    static testing::AssertionResult announces(const SizedRecord &record, const std::string &name) {
+        std::string payload = "cpu_test " + name + " " + std::to_string(getpid());
+        payload.resize(128);
+        return same_record(record, {.mtype = g_msq_qid,
+                                    .type = 4,
+                                    .cmd = 4,
+                                    .dst = "SEHD",
+                                    .src = "probe",
+                                    .pid = static_cast<std::int32_t>(getpid()),
+                                    .time = record.record.word(at::time),
+                                    .payload = payload});
+    }
 };
 
 // In a fresh namespace the kernel gives the first segment the id 0.
@@ -224,18 +238,16 @@ TEST_F(Registration, WithCpuFlag1IsAnnounced) {
     EXPECT_EQ(RawTable().bytes(0), entry_bytes({.name = "wlan", .level = 6, .dest = 5, .cpu = 1}));
     const std::vector<SizedRecord> records = daemon.wait_for_records(3);
     ASSERT_EQ(records.size(), 3U);
-    std::string payload = "cpu_test wlan " + std::to_string(getpid());
-    payload.resize(128);
-    EXPECT_TRUE(same_record(records[2], {.mtype = g_msq_qid,
-                                         .type = 4,
-                                         .cmd = 4,
-                                         .dst = "SEHD",
-                                         .src = "probe",
-                                         .pid = static_cast<std::int32_t>(getpid()),
-                                         .time = records[2].record.word(at::time),
-                                         .payload = payload}));
+    EXPECT_TRUE(announces(records[2], "wlan"));
     cfg_del("/marker"); // behind anything else
     EXPECT_EQ(daemon.records().size(), 4U);
+}
+
+TEST_F(Registration, IsAnnouncedUnderTheNameOfTheEntry) {
+    EXPECT_EQ(zan_log_init_cpu(std::string(40, 'n').c_str(), 6, 5, 1), 1);
+    const std::vector<SizedRecord> records = daemon.wait_for_records(3);
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_TRUE(announces(records[2], std::string(31, 'n')));
 }
 
 TEST_F(Registration, WithAnotherCpuFlagIsNotAnnounced) {
