@@ -2,6 +2,7 @@
 #include "ipc/pending.h"
 
 #include "ipc/calls.h"
+#include "ipc/send_test.h"
 #include "ipc/sockets.h"
 #include "support/capture.h"
 
@@ -17,12 +18,6 @@ namespace {
 
 constexpr SendPolicy keeping = {"keeping failed, %s\n", Remainder::kept};
 constexpr SendPolicy dropping = {"dropping failed, %s\n", Remainder::dropped};
-
-std::string error_line(const char *format, int error) {
-    char line[128];
-    std::snprintf(line, sizeof line, format, std::strerror(error));
-    return line;
-}
 
 std::string bytes_of(const PendingRecord *record) {
     return {record->buffer, record->size};
@@ -166,9 +161,6 @@ protected:
     const std::string hundred = some_bytes(100);
 };
 
-constexpr char resending[] = "get failed packet buffer, start sending...\n";
-constexpr char maybe_full[] = "ipc socket: buffer maybe full\n";
-
 TEST_F(SendInOrder, SendsAMessageInSilence) {
     StdoutCapture out;
     EXPECT_EQ(send(hundred), 100);
@@ -263,8 +255,7 @@ TEST_F(SendInOrder, GivesUpWhenNothingOfTheOldMessageGoes) {
     setsockopt(ends.near.get(), SOL_SOCKET, SO_SNDTIMEO, &soon, sizeof soon);
     StdoutCapture out;
     EXPECT_EQ(send("neither"), -3);
-    EXPECT_EQ(out.stop(),
-              std::string(resending) + error_line("resend failed packet ret = -1, %s\n", EAGAIN));
+    EXPECT_EQ(out.stop(), resend_failure(EAGAIN));
     ASSERT_NE(kept(), nullptr);
     EXPECT_EQ(kept()->offset, 10U);
     EXPECT_EQ(bytes_of(kept()), hundred.substr(60));
@@ -275,8 +266,7 @@ TEST_F(SendInOrder, KeepsTheRecordOfASocketWhosePeerIsGone) {
     ends.far.reset();
     StdoutCapture out;
     EXPECT_EQ(send("new"), -3);
-    EXPECT_EQ(out.stop(),
-              std::string(resending) + error_line("resend failed packet ret = -1, %s\n", EPIPE));
+    EXPECT_EQ(out.stop(), resend_failure(EPIPE));
     EXPECT_THAT(contents(), ElementsAre("unsent"));
 }
 
