@@ -637,16 +637,29 @@ ZAN_API int cfg_setattr(const char *attr, const char *fmt, ...) ZAN_PRINTF(2, 3)
  * is no stream or nothing to write.  Not a request. */
 ZAN_API int redirect_output(const void *buf, int n, FILE *stream);
 
-/* Read a value over the daemon link of an agent, under the API lock: as
- * cfg_getstr and cfg_getint (whose message ctl_getint prints), and ZAN_ERR_MESH
- * after "ctl_getstr: fail by mesh not ready", or the socket send's result when
- * that is 0 or negative. */
+/* ------------------------------------------------------------------------ */
+/* Values over the daemon link, command lines                                */
+/* ------------------------------------------------------------------------ */
+/*
+ * Unlike the requests above these take 38 KB of stack, and those that read use the
+ * heap: for what the link brings, and for what it does not take.
+ */
+
+/* Read a value over the daemon link of an agent, under the API lock.  Path, value and
+ * size as in cfg_getstr, the number as in cfg_getint.  zan_mesh_status is asked first,
+ * in requests of its own.  1; ZAN_ERR for a null argument or a link that fails;
+ * ZAN_ERR_MESH after "ctl_getstr: fail by mesh not ready"; the socket send's result
+ * when that is 0 or negative, after the lines of zan_ipc_send; ZAN_ERR_TIMEOUT where
+ * zan_client_recv_response gives it; or the daemon's negative result.  ctl_getint
+ * gives the number, and 0 when the read fails, after printing "cfg_getint failed for
+ * PATH". */
 ZAN_API int ctl_getstr(char *value, int size, const char *fmt, ...) ZAN_PRINTF(3, 4);
 ZAN_API int ctl_getint(const char *fmt, ...) ZAN_PRINTF(1, 2);
 
-/* Hands the daemon a command line of up to 1024 characters, without a lock or an
- * answer: 0, or ZAN_ERR_SEND after
- * "zan_ctl_request:zan_msg_send fail! cmdline=CMDLINE". */
+/* Hands the daemon a command line, without a lock, the heap or an answer: 0, ZAN_ERR
+ * for null, or ZAN_ERR_SEND after "zan_ctl_request:zan_msg_send fail! cmdline=CMDLINE".
+ * A line of more than 1024 characters is cut, with zan_strcpy's warning; the report
+ * shows it whole. */
 ZAN_API int zan_ctl_request(const char *cmdline);
 
 /* ------------------------------------------------------------------------ */
