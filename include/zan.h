@@ -824,8 +824,9 @@ ZAN_API int zan_firewall_recv_msq(void);
 
 /* Watches a value or subtree.  option (0 to 255) and the low byte of flag are
  * settings passed to the daemon; an option of 256 or more gives -1 and sends
- * nothing.  A path of more than 1023 characters is cut, but keeps its full
- * length in the record, filled up with zeros. */
+ * nothing.  A path of more than 1023 characters, and 1024 to unregister, is cut,
+ * with zan_strcpy's warning, but keeps its full length in the record, filled up with
+ * zeros; one that exceeds the record with its length gives ZAN_ERR_SEND. */
 ZAN_API int zan_notify_register_value_changed(const char *path, unsigned int option, int flag);
 ZAN_API int zan_notify_unregister_value_changed(const char *path);
 
