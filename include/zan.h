@@ -876,7 +876,8 @@ ZAN_API zan_log_entry *zan_get_log_level(const char *name);
  *
  * Messages are cut at 4095 characters, for syslog at 2047.  To syslog each goes
  * twice, with priority 192: before the message, an empty one, or under ZAN_LOG_ALL
- * the message with each "%%" in it shown as "%".  To a file, "/var/log/NAME" is
+ * the message with each "%%" in it shown as "%" and any other "%" as it is, "%m"
+ * too.  To a file, "/var/log/NAME" is
  * appended to, with the name as it is passed and "(null)" for a null one.  HAZARDS: a
  * name with "/" in it leaves that directory, and control characters of a message
  * reach terminals and files: neither may come from outside.  A terminal that nobody

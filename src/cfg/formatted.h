@@ -15,8 +15,8 @@ class Formatted {
 public:
     Formatted(const char *format, va_list arguments, std::size_t bound = ZAN_PATH_SIZE);
 
-    // Some functions hand their formatted path on as a format.  There are no
-    // arguments for it, so "%%" is all that it can say; any other "%" stays as it is.
+    // Some functions hand their formatted path on as a format, for which there are no
+    // arguments: see format_without_arguments.
     static Formatted without_arguments(const char *format) { return Formatted(format); }
     Formatted formatted_again() const { return Formatted(text_); }
 

@@ -145,7 +145,9 @@ void write_to_syslog(const Text &text) {
 }
 
 // ...or, where it goes everywhere, by what syslog shows when it is given the text as
-// its format.  Handed over as one, a "%n" in a message would write to memory.
+// its format.  Handed over as one, a "%n" in a message would write to memory.  "%m"
+// stays as it is: the error that it would tell is that of the moment, not the
+// message's.
 void write_to_syslog_twice(Text &text) {
     format_without_arguments(text.characters, sizeof text.characters, text.characters);
     syslog(syslog_priority, "%s", text.characters);

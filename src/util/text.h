@@ -30,8 +30,10 @@ constexpr bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// What a text says as a format that has no arguments: "%%" is all it can say, any
-// other "%" stays as it is.  Cut at size-1 characters; out may be the text itself.
+// What a text says as a format that has no arguments: "%%" stands for "%", and any
+// other "%" stays as it is, for want of an argument.  So does "%m", which takes none:
+// the error of the moment is nothing that the text's writer meant.  Cut at size-1
+// characters; out may be the text itself.
 void format_without_arguments(char *out, std::size_t size, const char *format);
 
 } // namespace zan
