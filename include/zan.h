@@ -542,7 +542,13 @@ ZAN_API int zan_unregister_agent(const char *name, int pid);
 /* Reads what the link has into the record being received: 1 when it is complete,
  * 0 when not yet, -1 on an error, when the peer has closed, or when the record
  * would take 2 MiB or more.  Prints "zan_api_recv_data calloc memory failed" or
- * "zan_api_recv_data realloc memory failed" when memory runs out. */
+ * "zan_api_recv_data realloc memory failed" when memory runs out.
+ *
+ * HAZARDS: a header that comes in pieces counts as a complete record, 1, when no
+ * length is known, and stays in network order otherwise.  After a record that was
+ * refused the position stays: every later read of that link fails, or only fills the
+ * buffer, until zan_register_agent opens a new one.  An EAGAIN or EINTR that an earlier
+ * call has left in errno makes a hang-up read as 0, once. */
 ZAN_API int zan_api_recv_data(int fd);
 
 /* Waits on the link for the answer (type, cmd), up to 60 seconds for each piece
