@@ -981,42 +981,65 @@ ZAN_API int decode_kelso_neighbor_info(char *serial_number, unsigned int serial_
 /* ------------------------------------------------------------------------ */
 /*
  * The daemon link is a stream between a module and the daemon, the module links
- * are datagrams between modules; both exist over IPv4 on the loopback address and
- * over local sockets under /tmp.  A stream socket that takes only part of a
- * message keeps the rest: the next send on it first sends that rest, and then
- * returns 0 without sending its own message when the rest did not all go, or -3
- * when none of it went.  Sends give up after 300 ms (IPv4) or 200 ms (local).
- * The create functions return a socket or -1, the sends and receives what the
- * system call returned, unless said otherwise.  Nothing here is protected against
- * other threads but by the busy flag of the zan_ipc_ and ipc_ functions.
+ * are datagrams between modules: the daemon link over TCP, listening on all
+ * addresses, the module links over UDP on the loopback address; both also over local
+ * sockets under /tmp.  The daemon's TCP end gives up a send after 300 ms, local
+ * sockets after 200 ms; a module's TCP end never waits: a part goes, or it is -1 with
+ * EAGAIN.  UDP sends have no time-out.  The create functions return a socket or -1, the sends
+ * and receives what the system call returned, unless said otherwise.  Nothing here is
+ * protected against other threads but by the busy flag of the zan_ipc_ and ipc_
+ * functions.
+ *
+ * A stream socket that takes only part of a message keeps the rest, on the heap, and
+ * prints "ipc socket: buffer maybe full"; without memory the rest is lost, after
+ * "set_snd_failed_buffer - new_failed_msg calloc memory failed" or
+ * "set_snd_failed_buffer - new_failed_msg->buffer calloc memory failed".  The next
+ * send on it prints "get failed packet buffer, start sending..." and sends that rest
+ * first.  When all of that went, it prints "send failed buffer ret = COUNT" and sends
+ * its own message; it returns 0 without sending that when only a part went, and -3
+ * after "resend failed packet ret = RESULT, REASON" when nothing did.
+ *
+ * A create that cannot set the time-out of its sends prints "socket ipc: set socket
+ * send timout failed" and returns -1, but leaves the socket open.
  */
 
 /* The daemon link over TCP.  A name of "ZAN", in any case, makes the daemon's
  * listening socket at the first free port from 2679 to 65535 and writes that to
  * "/tmp/zan.socket"; any other connects a module, non-blocking, to the port in
  * that file and the address in "/tmp/zan.socketip" (192.168.0.1 without one),
- * trying five times 100 ms apart. */
+ * trying five times 100 ms apart.  The daemon's end listens on all addresses: who may
+ * reach it is the firewall's to say.  -1, and the socket is closed, in silence when no
+ * port is free, or after "zan: write socket port file failed", "zan: can not get zan
+ * port", or "zan: can not connect to zan, port=PORT". */
 ZAN_API int zan_socket_create(const char *name);
+/* A send that fails prints "ipc socket send failed, REASON". */
 ZAN_API int zan_socket_send(int fd, const void *data, int len);
 ZAN_API int zan_socket_send_to(int fd, const void *data, int len, const struct sockaddr_in *to);
+/* On a module's end -1 at once, with EAGAIN, when nothing is queued. */
 ZAN_API int zan_socket_recv(int fd, void *buf, int len);
 /* Leaves the data queued. */
 ZAN_API int zan_socket_try_recv(int fd, void *buf, int len);
-/* Waits 3 seconds at most. */
+/* Waits 3 seconds at most; prints "recvfrom err:ERRNO" when it fails.  HAZARD: when
+ * that time-out cannot be set, as on a descriptor that is no socket, nothing is received
+ * and the result is 39, the length of the line that it prints, "socket option
+ * SO_RCVTIMEO not support" with two blanks after "option". */
 ZAN_API int zan_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
-/* Closes the socket and drops what is kept for it.  1. */
+/* Closes the socket and drops what is kept for it, after "delete failed msg queue" when
+ * that is anything.  1. */
 ZAN_API int zan_socket_delete(int fd);
 
-/* The files of the daemon link: 1 or 0; the port, 2679 without a file; the
- * address's line, at most 31 characters, into 32 bytes left untouched without a
- * file. */
+/* The files of the daemon link: 1, or 0 after "zan: write socket port file failed";
+ * the port, 2679 without a file; the address's line, at most 31 characters, with
+ * zan_strcpy's warning when it is longer, into 32 bytes left untouched without a file. */
 ZAN_API int zan_socket_write_port_file(int port);
 ZAN_API int zan_get_socket_port(void);
 ZAN_API void zan_get_socket_ip(char *out);
 
 /* The module links over UDP.  A server takes the first free port from 12000 to
- * 65535 and writes it to "/tmp/MODULE.info".  The address of a module without that
- * file has port 0; the result is the port in network order. */
+ * 65535 and writes it to "/tmp/MODULE.info"; when that fails it prints "zan: write
+ * socket port file failed" and closes the socket, and when no port is free it closes it
+ * in silence.  The address of a module without that file has port 0; the result is the
+ * port in network order. */
 ZAN_API int ipc_socket_create_server(const char *module);
 ZAN_API int ipc_socket_create_client(void);
 ZAN_API int ipc_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from);
@@ -1025,21 +1048,29 @@ ZAN_API int ipc_get_socket_port(const char *module);
 ZAN_API int ipc_socket_get_addr(const char *module, struct sockaddr_in *addr);
 
 /* The daemon link over local sockets: "/tmp/NAME_INSTANCE.ls" for the daemon;
- * modules connect to "/tmp/ZAN_0.ls".  zan_lsocket_send drops the rest of a
- * message that goes in part, zan_lsocket_send_to keeps it. */
+ * modules connect to "/tmp/ZAN_0.ls", and print "Connect to zan local socket fail!!",
+ * without a newline, and close the socket when that fails.  The daemon's end takes its
+ * file over and fails as the module links below.  zan_lsocket_send drops the rest of a
+ * message that goes in part, in silence, zan_lsocket_send_to keeps it; one that fails
+ * prints "ipc lsocket send failed, REASON". */
 ZAN_API int zan_lsocket_create(const char *name, int instance);
 ZAN_API int zan_lsocket_send(int fd, const void *data, int len);
 ZAN_API int zan_lsocket_send_to(int fd, const void *data, int len, const struct sockaddr_un *to);
 ZAN_API int zan_lsocket_recv(int fd, void *buf, int len);
 ZAN_API int zan_lsocket_try_recv(int fd, void *buf, int len);
 ZAN_API int zan_lsocket_recv_from(int fd, void *buf, int len, struct sockaddr_un *from);
-/* Closes the socket; the file of the module link made last goes with it.  1. */
+/* Closes the socket and drops what is kept for it, as zan_socket_delete, and removes its
+ * file when it is the module link that this process made last: earlier links leave
+ * theirs.  1. */
 ZAN_API int zan_lsocket_delete(int fd);
 
 /* The module links over local sockets: "/tmp/MODULE_0.ls" for a server,
- * "/tmp/MODULE_PID.ls" for a client.  A file that nobody listens behind is taken
- * over; a living owner prints "ZAN: Second instance already running".  On failure
- * the socket stays open. */
+ * "/tmp/MODULE_PID.ls" for a client; a path of more than 107 characters is cut, with
+ * zan_strcpy's warning.  A file that nobody listens behind is removed and taken over;
+ * otherwise "ZAN: Second instance already running" is printed when its owner lives,
+ * "ZAN: removing old socket" when it cannot be removed, or "ZAN: bind error" when the
+ * socket cannot be bound even then.  On failure the socket stays open, and counts as
+ * the link made last. */
 ZAN_API int ipc_lsocket_create_server(const char *module);
 ZAN_API int ipc_lsocket_create_client(const char *module);
 ZAN_API int ipc_lsocket_recv_from(int fd, void *buf, int len, struct sockaddr_un *from);
@@ -1048,8 +1079,9 @@ ZAN_API int ipc_lsocket_get_addr(const char *module, struct sockaddr_un *addr);
 /* What modules use: the functions above over IPv4, behind a busy flag.  A call
  * that finds the flag set waits up to six times 200 ms and then returns -1;
  * zan_ipc_send prints "zan_ipc_send: retry fail!" first.  A blocked receive keeps
- * the flag set.  zan_ipc_enable_lock(0) makes every call go through at once.  The
- * creates and ipc_get_module_addr take no part in it. */
+ * the flag set.  What the functions behind it print, and the hazard of
+ * zan_socket_recv_from, is theirs too.  zan_ipc_enable_lock(0) makes every call go
+ * through at once.  The creates and ipc_get_module_addr take no part in it. */
 ZAN_API void zan_ipc_enable_lock(unsigned char flag);
 ZAN_API int zan_ipc_create(const char *name, int unused);
 ZAN_API int zan_ipc_send(int fd, const void *data, int len);
