@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
-# What a user of the library installs; the tools are a component of their own.
+# All that is installed, component by component.
 file(REMOVE_RECURSE ${PREFIX})
-foreach(component runtime dev)
+foreach(component runtime dev tools)
   execute_process(
     COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component ${component}
     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
