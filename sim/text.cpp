@@ -112,6 +112,20 @@ std::optional<std::string> unhex(std::string_view text) {
     return bytes;
 }
 
+std::string as_utf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const std::size_t length = sequence_length(text);
+        if (length == 0)
+            out += '?';
+        else
+            out += text.substr(0, length);
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
+    return out;
+}
+
 bool is_readable(std::string_view bytes) {
     while (!bytes.empty()) {
         const std::size_t length = sequence_length(bytes);

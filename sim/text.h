@@ -23,6 +23,9 @@ std::string hex(std::string_view bytes);
 // The reverse; nothing when the text is not pairs of digits.
 std::optional<std::string> unhex(std::string_view text);
 
+// The text as well-formed UTF-8 of the same length: "?" for each byte of no sequence.
+std::string as_utf8(std::string_view text);
+
 // Well-formed UTF-8 without control characters other than tab and line feed.
 bool is_readable(std::string_view bytes);
 

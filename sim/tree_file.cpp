@@ -228,8 +228,10 @@ std::string position_of(std::string_view text, std::size_t byte) {
 Json json_of(const Object &object);
 
 Json json_of(const std::string &value, ValueType type) {
+    // Values need not be UTF-8, which JSON is.  Were they to grow, they might be too
+    // long to be read back.
     if (type == ValueType::string)
-        return value;
+        return as_utf8(value);
     if (type == ValueType::boolean)
         return value == "1";
     return to_number(value).value_or(0);
@@ -250,7 +252,7 @@ Json json_of(const Leaf &leaf) {
     for (const std::string &choice : leaf.choices)
         json["$enum"].push_back(json_of(choice, leaf.type));
     if (!leaf.attributes.empty())
-        json["$attr"] = leaf.attributes;
+        json["$attr"] = as_utf8(leaf.attributes);
     return json.size() == 1 ? value : json;
 }
 
@@ -276,22 +278,17 @@ Json json_of(const Table &table) {
     if (!table.writable)
         json["$access"] = "ro";
     if (!table.attributes.empty())
-        json["$attr"] = table.attributes;
+        json["$attr"] = as_utf8(table.attributes);
     return json;
 }
 
 Json json_of(const Object &object) {
     Json json = Json::object();
     if (!object.attributes.empty())
-        json["$attr"] = object.attributes;
+        json["$attr"] = as_utf8(object.attributes);
     for (const Child &child : object.children)
         json[child.name] = std::visit([](const auto &node) { return json_of(node); }, child.node);
     return json;
-}
-
-std::string text_of(const Json &json) {
-    // Values need not be UTF-8: what is not is replaced.
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 // A parameter takes one line, so that a saved tree can be read and compared.
@@ -299,15 +296,15 @@ std::string one_line(const Json &json) {
     std::string text;
     for (const auto &[key, value] : json.items()) {
         text += text.empty() ? "" : ", ";
-        text += json.is_object() ? text_of(key) + ": " : "";
-        text += value.is_structured() ? one_line(value) : text_of(value);
+        text += json.is_object() ? Json(key).dump() + ": " : "";
+        text += value.is_structured() ? one_line(value) : value.dump();
     }
     return json.is_object() ? '{' + text + '}' : '[' + text + ']';
 }
 
 void append_json(std::string &text, const Json &json, std::size_t depth) {
     if (!json.is_structured() || json.empty()) {
-        text += text_of(json);
+        text += json.dump();
         return;
     }
     if (json.contains("$value")) {
@@ -318,7 +315,7 @@ void append_json(std::string &text, const Json &json, std::size_t depth) {
     const char *separator = "\n";
     for (const auto &[key, value] : json.items()) {
         text += separator + std::string(2 * depth + 2, ' ');
-        text += json.is_object() ? text_of(key) + ": " : "";
+        text += json.is_object() ? Json(key).dump() + ": " : "";
         append_json(text, value, depth + 1);
         separator = ",\n";
     }

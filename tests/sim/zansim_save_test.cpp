@@ -77,6 +77,13 @@ TEST_F(Save, MayOverwriteTheTreeItRead) {
     expect_value("/name", "modem");
 }
 
+TEST_F(Save, WritesBytesThatAreNoTextSoThatTheyFitAgain) {
+    start(tree_file(R"({"name": {"$value": "", "$max": 4}})"), {"--save", saved_file});
+    EXPECT_EQ(module().set("/name", "\xff\xc3\xa4\x80").record.result(), 1);
+    start(saved_file);
+    expect_value("/name", "?\xc3\xa4?");
+}
+
 TEST_F(Save, KeepsInstanceNumbers) {
     start_saving();
     module().call(class_cfg, cmd_delete, "/user:1");
