@@ -172,6 +172,9 @@ Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
 
 void Daemon::touch() {
     ++tree_version_;
+    if (!change_awaited)
+        return;
+    change_awaited = false;
     work.notify_one();
 }
 

@@ -14,6 +14,7 @@
 #include "trace.h"
 #include "tree.h"
 #include "tree_changes.h"
+#include "turn_lock.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -66,7 +67,12 @@ public:
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
-    std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
+    // One link that is flooded keeps no other waiting.
+    using Guard = std::unique_lock<TurnLock>;
+    Guard lock() { return Guard(lock_); }
+
+    // Between two requests of one link, under the lock.
+    void give_way() { lock_.give_way(); }
 
     // Serves one record from a module and sends its answer, unless a fault strikes.
     void serve(const Peer &peer, const Received &received);
@@ -112,8 +118,10 @@ public:
     // Grows with each change of the tree.
     std::uint64_t tree_version() const { return tree_version_; }
 
-    // Signalled when there is something to save, or something to send later.
-    std::condition_variable work;
+    // Signalled when there is something to send later, and once when the tree changes
+    // if somebody awaits that.
+    std::condition_variable_any work;
+    bool change_awaited = false;
 
     Tree tree;
     const Tree defaults; // as zansim started
@@ -145,7 +153,7 @@ private:
     void notify(const Peer &peer, std::int32_t cmd, std::string payload);
     Delivery account(const Peer &peer, Delivery delivery);
 
-    std::mutex mutex_;
+    TurnLock lock_;
     Trace &trace_;
     std::uint64_t tree_version_ = 0;
     std::size_t next_look_ = 256; // modules at which the vanished are looked for

@@ -36,6 +36,8 @@ Housekeeping::~Housekeeping() {
 void Housekeeping::run() {
     auto guard = daemon_.lock();
     while (!stopping_) {
+        // Many changes are one reason to save.
+        daemon_.change_awaited = !save_file_.empty() && !unsaved();
         // Woken early only to look whether something is due earlier now.
         if (const auto next = next_task())
             daemon_.work.wait_until(guard, *next);
@@ -79,7 +81,7 @@ void Housekeeping::send_backlog() {
                                        : shortest_retry;
 }
 
-void Housekeeping::save(std::unique_lock<std::mutex> &guard) {
+void Housekeeping::save(Daemon::Guard &guard) {
     const std::uint64_t version = daemon_.tree_version();
     const std::string text = format_tree(daemon_.tree);
     // The disk may be slow; modules do not wait for it.

@@ -31,7 +31,7 @@ private:
     bool unsaved() const;
     std::optional<Clock::time_point> next_task();
     void send_backlog();
-    void save(std::unique_lock<std::mutex> &guard);
+    void save(Daemon::Guard &guard);
 
     Daemon &daemon_;
     QueueLink &link_;

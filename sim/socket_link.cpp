@@ -226,6 +226,7 @@ void SocketLink::serve_records(Daemon &daemon, int address, Connection &connecti
         served_ = address;
         daemon.serve(peer, *received);
         served_ = 0;
+        daemon.give_way();
     }
     if (!connection.reader.lost() || connection.finishing())
         return;
