@@ -112,6 +112,7 @@ void Daemon::carry_out(const Peer &peer, const Received &received, const Effect 
                       .name = request.src,
                       .type = request.type,
                       .cmd = request.cmd,
+                      .awaited = is_awaited(request),
                       .disturbance = {.lost = effect.kind == Kind::mute,
                                       .header_only = effect.kind == Kind::header_only,
                                       .wrong_first = effect.kind == Kind::wrong_first}};
@@ -120,10 +121,14 @@ void Daemon::carry_out(const Peer &peer, const Received &received, const Effect 
                                             : outcome_of(*this, asker, received);
     if (outcome && find_service(request.type, request.cmd)->reply == Reply::by_handler)
         return;
-    if (is_awaited(request))
+    conclude(asker, outcome);
+}
+
+void Daemon::conclude(const Asker &asker, const Result<std::string> &outcome) {
+    if (asker.awaited)
         answer(asker, outcome);
     else if (!outcome)
-        trace_.note("no answer to " + request.src + ": " + outcome.error().text);
+        trace_.note("no answer to " + asker.name + ": " + outcome.error().text);
 }
 
 // As if somebody had killed it: nothing is saved and nothing cleaned up.

@@ -4,6 +4,7 @@
 #include "action_log.h"
 #include "faults.h"
 #include "file_store.h"
+#include "file_work.h"
 #include "management.h"
 #include "modules.h"
 #include "peer.h"
@@ -62,8 +63,11 @@ public:
     Daemon(Tree tree_to_serve, Trace &trace)
         : tree(std::move(tree_to_serve)), defaults(tree), saved(tree), trace_(trace) {}
 
-    // Commands that still run know of it.
-    ~Daemon() { shell.end(); }
+    // Commands and work that still run know of it.
+    ~Daemon() {
+        shell.end();
+        file_work.finish();
+    }
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
@@ -83,6 +87,9 @@ public:
 
     // The answer to a request, positive with a payload or negative with a text.
     void answer(const Asker &asker, const Result<std::string> &outcome);
+
+    // What became of a request: its answer, or a note when nobody waits for it.
+    void conclude(const Asker &asker, const Result<std::string> &outcome);
 
     // An answer that is a record already.
     Delivery pass_answer(const Asker &asker, Record record);
@@ -125,9 +132,10 @@ public:
 
     Tree tree;
     const Tree defaults; // as zansim started
-    Tree saved;          // as a module saved it last, or as zansim started
+    Tree saved;          // as a module saved it last, or as zansim started; of file_work
     std::string configuration_file = "config.json";
-    FileStore files;
+    FileStore files; // the same from the start, and used without the lock
+    FileWork file_work;
     Modules modules;
     Subscriptions subscriptions;
     Management management;

@@ -87,6 +87,8 @@ bool serve(Daemon &daemon, QueueLink &link, SocketLink &agents, Claim &claim) {
     agents.stop();
     receiver.join();
     agent_server.join();
+    // What it reads belongs to the tree that is saved at the end.
+    daemon.file_work.finish();
     return had_queue;
 }
 

@@ -2,11 +2,13 @@
 #include "action.h"
 #include "daemon.h"
 #include "text.h"
+#include "tree_file.h"
 
 #include <unistd.h>
 
 #include <array>
 #include <ctime>
+#include <memory>
 
 namespace zan::sim {
 
@@ -81,29 +83,32 @@ Result<std::string> upgrade_firmware(Daemon &daemon, const Request &request) {
     const auto action = begin(daemon, request);
     if (!action)
         return action.error();
-    const auto image = daemon.files.read(action->name);
-    if (!image)
-        return image.error();
-    if (image->empty())
-        return Error{file_failed, "file is empty: " + escape(action->name)};
-    daemon.statistics.firmware.note(action->name);
-    return std::string();
+    using Rest = std::function<void()>;
+    return work_with_files(
+        daemon, request, [&daemon, name = std::string(action->name)]() -> Result<Rest> {
+            const auto image = daemon.files.read(name);
+            if (!image)
+                return image.error();
+            if (image->empty())
+                return Error{file_failed, "file is empty: " + escape(name)};
+            return Rest([&daemon, name] { daemon.statistics.firmware.note(name); });
+        });
 }
 
 Result<std::string> upgrade_configuration(Daemon &daemon, const Request &request) {
     const auto action = begin(daemon, request);
     if (!action)
         return action.error();
-    return load_configuration(daemon, request.record.src, action->name);
+    return load_configuration(daemon, request, action->name);
 }
 
 Result<std::string> save_configuration(Daemon &daemon, const Request &request) {
     if (const auto action = begin(daemon, request); !action)
         return action.error();
-    auto done = store_configuration(daemon, daemon.tree, daemon.configuration_file);
-    if (done)
-        daemon.saved = daemon.tree;
-    return done;
+    const auto tree = std::make_shared<const Tree>(daemon.tree);
+    return store_file(
+        daemon, request, daemon.configuration_file, [tree] { return format_tree(*tree); },
+        [&daemon, tree] { daemon.saved = *tree; });
 }
 
 Result<std::string> factory_reset(Daemon &daemon, const Request &request) {
@@ -120,14 +125,17 @@ Result<std::string> back_up(Daemon &daemon, const Request &request) {
     const auto action = begin(daemon, request);
     if (!action)
         return action.error();
-    return store_configuration(daemon, daemon.tree, name_or(*action, backup_file));
+    return store_file(daemon, request, name_or(*action, backup_file),
+                      [tree = daemon.tree] { return format_tree(tree); });
 }
 
 Result<std::string> back_up_saved(Daemon &daemon, const Request &request) {
     const auto action = begin(daemon, request);
     if (!action)
         return action.error();
-    return store_configuration(daemon, daemon.saved, name_or(*action, old_backup_file));
+    // As it is saved then: a save may be waiting for the disk.
+    return store_file(daemon, request, name_or(*action, old_backup_file),
+                      [&daemon] { return format_tree(daemon.saved); });
 }
 
 Result<std::string> run_shell(Daemon &daemon, const Request &request) {
@@ -135,20 +143,13 @@ Result<std::string> run_shell(Daemon &daemon, const Request &request) {
     if (!action)
         return action.error();
     daemon.statistics.shell_commands.note(action->name);
-    const bool awaited = action->wait != 0;
     if (!daemon.shell.allowed()) {
-        if (awaited)
-            daemon.answer(request.asker, std::string());
+        daemon.conclude(request.asker, std::string());
         return std::string();
     }
-    const auto ended = [&daemon, asker = request.asker, awaited](const Result<Done> &done) {
+    const auto ended = [&daemon, asker = request.asker](const Result<Done> &done) {
         const auto guard = daemon.lock();
-        if (!done)
-            daemon.trace().note(done.error().text);
-        if (awaited && done)
-            daemon.answer(asker, std::string());
-        else if (awaited)
-            daemon.answer(asker, done.error());
+        daemon.conclude(asker, done ? Result<std::string>(std::string()) : done.error());
     };
     const auto started = daemon.shell.start(action->name, ended);
     if (!started)
@@ -168,10 +169,8 @@ Result<std::string> reboot(Daemon &daemon, const Request &request) {
 Result<std::string> save_log(Daemon &daemon, const Request &request) {
     if (const auto action = begin(daemon, request); !action)
         return action.error();
-    const auto done = daemon.files.write(log_file, daemon.action_log.text());
-    if (!done)
-        return done.error();
-    return std::string();
+    return store_file(daemon, request, log_file,
+                      [text = daemon.action_log.text()] { return text; });
 }
 
 // For the trace alone.

@@ -32,8 +32,8 @@ constexpr std::array classes{
 using enum Form;
 
 constexpr Service cfg(std::int32_t cmd, std::string_view name, Form request, Form answer,
-                      Handler handler) {
-    return {ZAN_CLASS_CFG, cmd, name, request, answer, handler};
+                      Handler handler, Reply reply = Reply::same_command) {
+    return {ZAN_CLASS_CFG, cmd, name, request, answer, handler, reply};
 }
 
 constexpr Service act(std::int32_t cmd, std::string_view name, Handler handler,
@@ -45,8 +45,8 @@ constexpr std::array services{
     cfg(ZAN_CFG_GET, "get", path, text, get_value),
     cfg(ZAN_CFG_SET, "set", assignment, none, set_value),
     cfg(ZAN_CFG_DELETE, "delete", path, none, delete_node),
-    cfg(ZAN_CFG_RELOAD, "reload", path, none, reload),
-    cfg(ZAN_CFG_DUMP, "dump", path, none, dump),
+    cfg(ZAN_CFG_RELOAD, "reload", path, none, reload, Reply::by_handler),
+    cfg(ZAN_CFG_DUMP, "dump", path, none, dump, Reply::by_handler),
     cfg(ZAN_CFG_SET_FILE, "set-file", path, none, use_file),
     cfg(ZAN_CFG_PRINT, "print", first_word, none, print),
     cfg(ZAN_CFG_GET_ATTR, "get-attribute", path, text, get_attributes),
@@ -79,16 +79,16 @@ constexpr std::array services{
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
     Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_EVENT, "event", event, event, nullptr},
     act(ZAN_ACTION_EVENT_RESULT, "event-result", note_event_result, Reply::none),
-    act(ZAN_ACTION_UPGRADE_FIRMWARE, "upgrade-firmware", upgrade_firmware),
-    act(ZAN_ACTION_UPGRADE_CONFIG, "upgrade-config", upgrade_configuration),
-    act(ZAN_ACTION_SAVE_CONFIG, "save-config", save_configuration),
+    act(ZAN_ACTION_UPGRADE_FIRMWARE, "upgrade-firmware", upgrade_firmware, Reply::by_handler),
+    act(ZAN_ACTION_UPGRADE_CONFIG, "upgrade-config", upgrade_configuration, Reply::by_handler),
+    act(ZAN_ACTION_SAVE_CONFIG, "save-config", save_configuration, Reply::by_handler),
     act(ZAN_ACTION_FACTORY_RESET, "factory-reset", factory_reset),
-    act(ZAN_ACTION_BACKUP_CONFIG, "backup-config", back_up),
+    act(ZAN_ACTION_BACKUP_CONFIG, "backup-config", back_up, Reply::by_handler),
     act(ZAN_ACTION_RUN_SHELL, "shell", run_shell, Reply::by_handler),
     act(ZAN_ACTION_REBOOT, "reboot", reboot),
-    act(ZAN_ACTION_SAVE_CONFIG2, "save-config2", save_configuration),
-    act(ZAN_ACTION_SAVE_LOG, "save-log", save_log),
-    act(ZAN_ACTION_BACKUP_OLD_CONFIG, "backup-old-config", back_up_saved),
+    act(ZAN_ACTION_SAVE_CONFIG2, "save-config2", save_configuration, Reply::by_handler),
+    act(ZAN_ACTION_SAVE_LOG, "save-log", save_log, Reply::by_handler),
+    act(ZAN_ACTION_BACKUP_OLD_CONFIG, "backup-old-config", back_up_saved, Reply::by_handler),
     act(ZAN_ACTION_FACTORY_RESET_WO_WIFI, "factory-reset-wo-wifi", factory_reset_without_wifi),
     Service{ZAN_CLASS_CONTROL, ZAN_CONTROL_COMMAND_LINE, "command-line", text, none,
             note_command_line, Reply::none},

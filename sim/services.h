@@ -6,6 +6,7 @@
 #include "result.h"
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
@@ -14,7 +15,6 @@
 namespace zan::sim {
 
 class Daemon;
-class Tree;
 
 // How an answer differs from the usual one, by a fault.
 struct Disturbance {
@@ -29,6 +29,7 @@ struct Asker {
     std::string name;
     std::int32_t type = 0;
     std::int32_t cmd = 0;
+    bool awaited = true;
     Disturbance disturbance = {};
 };
 
@@ -140,9 +141,15 @@ Result<std::string> note_conversion(Daemon &daemon, const Request &request);
 Result<std::string> reload(Daemon &daemon, const Request &request);
 Result<std::string> dump(Daemon &daemon, const Request &request);
 Result<std::string> use_file(Daemon &daemon, const Request &request);
-Result<std::string> load_configuration(Daemon &daemon, std::string_view source,
-                                       std::string_view name);
-Result<std::string> store_configuration(Daemon &daemon, const Tree &tree, std::string_view name);
+// What the disk has to do for a request, in its turn and beside everything else, and
+// what is left to do under the daemon's lock once that went well.
+using DiskPart = std::function<Result<std::function<void()>>()>;
+Result<std::string> work_with_files(Daemon &daemon, const Request &request, DiskPart part);
+Result<std::string> load_configuration(Daemon &daemon, const Request &request, std::string name);
+// The text is made where nobody waits for it, too.
+Result<std::string> store_file(
+    Daemon &daemon, const Request &request, std::string name, std::function<std::string()> text,
+    std::function<void()> stored = [] {});
 
 // service_management.cpp
 Result<std::string> pass_management_request(Daemon &daemon, const Request &request);
