@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <optional>
 
 namespace zan::sim {
@@ -31,28 +31,56 @@ struct Earlier {
     pid_t pid = 0;
     int request_queue = -1;
     int answer_queue = -1;
+
+    std::string text() const {
+        return std::to_string(pid) + ' ' + std::to_string(request_queue) + ' ' +
+               std::to_string(answer_queue) + '\n';
+    }
 };
 
+struct stat state_of(int fd) {
+    struct stat state {};
+    fstat(fd, &state);
+    return state;
+}
+
+// Everybody may put a file under these names, of any kind and with any text.
+std::string short_text(int fd) {
+    constexpr std::size_t longest = 63;
+    std::string text;
+    if (!S_ISREG(state_of(fd).st_mode) || !read_all(fd, text, longest))
+        return {};
+    return text;
+}
+
+// Nothing but a whole text that nobody else can have written is believed: on its word
+// queues are removed.
 Earlier read_earlier(int fd) {
-    char text[64] = {};
+    const struct stat state = state_of(fd);
+    if ((state.st_uid != geteuid() && state.st_uid != 0) ||
+        (state.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        return {};
+    const std::string text = short_text(fd);
     Earlier earlier;
-    if (pread(fd, text, sizeof text - 1, 0) > 0 &&
-        std::sscanf(text, "%d %d %d", &earlier.pid, &earlier.request_queue,
-                    &earlier.answer_queue) == 3)
-        return earlier;
-    return {};
+    if (std::sscanf(text.c_str(), "%d %d %d", &earlier.pid, &earlier.request_queue,
+                    &earlier.answer_queue) != 3 ||
+        earlier.text() != text)
+        return {};
+    return earlier;
 }
 
 std::optional<int> read_id(const char *file) {
-    std::ifstream stream(file);
+    const Descriptor fd(open(file, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const std::string text = fd ? short_text(fd.get()) : std::string();
+    const char *const start = text.c_str() + std::strspn(text.c_str(), " \t\n");
     int id = -1;
-    if (!(stream >> id) || id < 0)
+    if (std::from_chars(start, text.c_str() + text.size(), id).ec != std::errc{} || id < 0)
         return std::nullopt;
     return id;
 }
 
 bool is_alive(pid_t pid) {
-    return kill(pid, 0) == 0 || errno == EPERM;
+    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
 }
 
 Error system_error(const std::string &what) {
@@ -107,16 +135,44 @@ bool is_current(int fd) {
            opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
 }
 
-int open_lock_file() {
-    constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+Error unusable(const char *why) {
+    return {0, std::string(lock_file) + " is " + why + ": if no zansim runs, remove it"};
+}
+
+Result<Descriptor> open_lock_file() {
+    constexpr int flags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     // In a directory like /tmp the kernel may refuse O_CREAT for a file that
     // exists and belongs to another user.
-    int fd = open(lock_file, flags);
-    if (fd < 0 && errno == ENOENT)
-        fd = open(lock_file, flags | O_CREAT, 0666);
-    if (fd >= 0)
-        fchmod(fd, 0666); // another user's run may follow; fails for a file of theirs
+    Descriptor fd(open(lock_file, flags));
+    if (!fd && errno == ENOENT)
+        fd = Descriptor(open(lock_file, flags | O_CREAT, 0644));
+    // That of another user can be locked all the same.
+    if (!fd && errno == EACCES)
+        fd = Descriptor(open(lock_file, (flags & ~O_ACCMODE) | O_RDONLY));
+    if (!fd && errno == ELOOP)
+        return unusable("a symbolic link");
+    if (!fd)
+        return system_error(lock_file);
+    const struct stat state = state_of(fd.get());
+    if (!S_ISREG(state.st_mode))
+        return unusable("no regular file");
+    // It will be written to, whatever else it may be.
+    if (state.st_nlink > 1)
+        return unusable("a hard link to another file");
     return fd;
+}
+
+bool is_own(int fd) {
+    return state_of(fd).st_uid == geteuid();
+}
+
+Error running_already(int fd) {
+    // A zansim that is starting has not written its text yet.
+    const Earlier holder = read_earlier(fd);
+    if (is_alive(holder.pid))
+        return {0, "zansim is running already: process " + std::to_string(holder.pid)};
+    return {0, std::string("zansim is running already: ") + lock_file +
+                   " is locked, and does not tell by which process"};
 }
 
 void remove_if_names(const char *file, int id) {
@@ -128,22 +184,19 @@ void remove_if_names(const char *file, int id) {
 
 Result<Done> Claim::lock() {
     for (;;) {
-        fd_ = open_lock_file();
-        if (fd_ < 0)
-            return system_error(lock_file);
-        if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-            const std::string pid = std::to_string(read_earlier(fd_).pid);
-            const Error error = errno == EWOULDBLOCK
-                                    ? Error{0, "zansim is running already: process " + pid}
-                                    : system_error(lock_file);
-            close(fd_);
-            fd_ = -1;
-            return error;
-        }
-        if (is_current(fd_))
-            return Done{};
+        auto opened = open_lock_file();
+        if (!opened)
+            return opened.error();
+        if (flock(opened->get(), LOCK_EX | LOCK_NB) != 0)
+            return errno == EWOULDBLOCK ? running_already(opened->get()) : system_error(lock_file);
         // Its owner ended, and removed it, between the two calls.
-        close(fd_);
+        if (!is_current(opened->get()))
+            continue;
+        // What another user left is replaced by who may; for others it is a lock alone.
+        if (!is_own(opened->get()) && unlink(lock_file) == 0)
+            continue;
+        fd_ = opened->release();
+        return Done{};
     }
 }
 
@@ -151,6 +204,9 @@ Result<std::string> Claim::take() {
     if (const auto locked = lock(); !locked)
         return locked.error();
     const Earlier earlier = read_earlier(fd_);
+    // Others may lock it, whatever the mask of this process.
+    if (is_own(fd_))
+        fchmod(fd_, 0644);
     const auto request_id = read_id(request_file);
     const auto answer_id = read_id(answer_file);
     const auto state = request_id ? queue_state(*request_id) : std::nullopt;
@@ -177,10 +233,9 @@ Result<std::string> Claim::take() {
 Result<Done> Claim::publish(int request_queue, int answer_queue, int port) {
     request_queue_ = request_queue;
     answer_queue_ = answer_queue;
-    const std::string text = std::to_string(getpid()) + ' ' + std::to_string(request_queue) + ' ' +
-                             std::to_string(answer_queue) + '\n';
-    if (ftruncate(fd_, 0) != 0 ||
-        pwrite(fd_, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+    const std::string text = Earlier{getpid(), request_queue, answer_queue}.text();
+    if (is_own(fd_) && (ftruncate(fd_, 0) != 0 || pwrite(fd_, text.data(), text.size(), 0) !=
+                                                      static_cast<ssize_t>(text.size())))
         return system_error(lock_file);
     // Complete files from the start: a module may read them at any moment.
     if (const auto done = publish_port(port); !done)
@@ -211,7 +266,8 @@ void Claim::withdraw() {
     if (read_id(port_file) == port_)
         unlink(address_file);
     remove_if_names(port_file, port_);
-    unlink(lock_file);
+    if (is_current(fd_))
+        unlink(lock_file);
     close(fd_);
     fd_ = -1;
 }

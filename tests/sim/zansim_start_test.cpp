@@ -4,7 +4,10 @@
 #include "support/patience.h"
 #include "support/sandbox.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -212,6 +215,115 @@ TEST_F(Start, ClearsItsOwnLeftoversThoughTheProcessIdIsInUseAgain) {
     start(simple);
     expect_value("/a/b", "1");
     EXPECT_FALSE(queue_exists(request));
+}
+
+// The lock file as somebody else may have left it: it names the queues of a daemon that
+// is alive as those of a zansim that has ended.
+class Forged : public Start {
+protected:
+    Forged() { other.serve(); }
+
+    static void plant(const std::string &text, mode_t mode = 0644) {
+        unlink(lock_file);
+        write_file(lock_file, text);
+        chmod(lock_file, mode);
+    }
+
+    void expect_disbelieved() {
+        expect_failure({simple}, 1,
+                       "zansim: a daemon is running: process " + std::to_string(getpid()) +
+                           " serves queue " + std::to_string(other.requests.id()) +
+                           " of /tmp/zan_qid\n");
+        EXPECT_TRUE(queue_exists(other.requests.id()));
+        EXPECT_TRUE(queue_exists(other.answers.id()));
+    }
+
+    const OtherDaemon other;
+    const std::string text = std::to_string(getpid()) + " " + std::to_string(other.requests.id()) +
+                             " " + std::to_string(other.answers.id()) + "\n";
+};
+
+TEST_F(Forged, TextThatIsNotAsZansimWritesItIsNotBelieved) {
+    const std::string without_end = text.substr(0, text.size() - 1);
+    for (const std::string &forged : {without_end, text + "x", without_end + "\x01\n", ' ' + text,
+                                      text + std::string(1 << 20, ' ')}) {
+        plant(forged);
+        expect_disbelieved();
+    }
+}
+
+TEST_F(Forged, TextThatOthersMayWriteIsNotBelieved) {
+    plant(text, 0666);
+    expect_disbelieved();
+    plant(text, 0664);
+    expect_disbelieved();
+}
+
+TEST_F(Forged, TextOfAnotherUserIsNotBelieved) {
+    ZAN_SKIP_WITHOUT_ROOT();
+    plant(text);
+    if (chown(lock_file, 1, 1) != 0)
+        GTEST_SKIP() << "there is no other user here";
+    expect_disbelieved();
+}
+
+class LockFile : public Start {
+protected:
+    void expect_unusable(const std::string &why) {
+        expect_failure({simple}, 1,
+                       "zansim: /tmp/zan_sim.lock is " + why + ": if no zansim runs, remove it\n");
+        EXPECT_FALSE(file_exists(request_file));
+        ASSERT_EQ(remove(lock_file), 0);
+    }
+};
+
+TEST_F(LockFile, OfAnotherKindIsNotUsed) {
+    write_file("/tmp/zan_precious", "precious");
+    ASSERT_EQ(symlink("/tmp/zan_precious", lock_file), 0);
+    expect_unusable("a symbolic link");
+    ASSERT_EQ(symlink("/tmp/zan_none", lock_file), 0);
+    expect_unusable("a symbolic link");
+    EXPECT_FALSE(file_exists("/tmp/zan_none"));
+    ASSERT_EQ(link("/tmp/zan_precious", lock_file), 0);
+    expect_unusable("a hard link to another file");
+    ASSERT_EQ(mkfifo(lock_file, 0644), 0);
+    expect_unusable("no regular file");
+    EXPECT_EQ(read_file("/tmp/zan_precious"), "precious");
+}
+
+TEST_F(LockFile, MayHaveBeenLeftByAnotherUser) {
+    ZAN_SKIP_WITHOUT_ROOT();
+    write_file(lock_file, "1 2 3\n");
+    if (chown(lock_file, 1, 1) != 0)
+        GTEST_SKIP() << "there is no other user here";
+    start(simple);
+    struct stat state {};
+    EXPECT_EQ(stat(lock_file, &state), 0);
+    EXPECT_EQ(state.st_uid, geteuid());
+    EXPECT_EQ(state.st_mode & 07777, 0644U);
+    expect_failure({simple}, 1,
+                   "zansim: zansim is running already: process " + std::to_string(zansim().pid()) +
+                       "\n");
+}
+
+TEST_F(LockFile, ThatIsLockedTellsNoProcessThatItDoesNotKnow) {
+    // Whatever it says: no such process, and no process at all.
+    for (const char *const text : {"2147483647 2 3\n", "-1 2 3\n", "1 2 3", "garbage", ""}) {
+        write_file(lock_file, text);
+        const int fd = open(lock_file, O_RDONLY | O_CLOEXEC);
+        ASSERT_EQ(flock(fd, LOCK_EX), 0);
+        expect_failure({simple}, 1,
+                       "zansim: zansim is running already: /tmp/zan_sim.lock is locked, and does "
+                       "not tell by which process\n");
+        close(fd);
+    }
+}
+
+TEST_F(LockFile, AndTheOthersMayBeNamedPipes) {
+    for (const char *const file : {request_file, answer_file})
+        ASSERT_EQ(mkfifo(file, 0644), 0);
+    start(simple);
+    expect_value("/a/b", "1");
 }
 
 TEST_F(Start, ClearsWhatAnotherDaemonLeft) {
