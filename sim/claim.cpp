@@ -2,6 +2,7 @@
 #include "claim.h"
 
 #include "file.h"
+#include "process.h"
 #include "queue.h"
 
 #include <fcntl.h>
@@ -11,7 +12,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -77,10 +77,6 @@ std::optional<int> read_id(const char *file) {
     if (std::from_chars(start, text.c_str() + text.size(), id).ec != std::errc{} || id < 0)
         return std::nullopt;
     return id;
-}
-
-bool is_alive(pid_t pid) {
-    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
 }
 
 Error system_error(const std::string &what) {

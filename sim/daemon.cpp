@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "daemon.h"
 
+#include "process.h"
 #include "text.h"
 #include "virtual_nodes.h"
 
@@ -248,6 +249,31 @@ Delivery Daemon::account(const Peer &peer, Delivery delivery) {
         break;
     }
     return delivery;
+}
+
+// The queue of a process stays behind when it is killed.  Modules tell their process
+// themselves: the kernel has to agree.
+bool Daemon::has_died(const Peer &peer) {
+    if (!peer.link->exists(peer.address))
+        return true;
+    const Module *const module = modules.find(peer);
+    const int reader = peer.link->last_reader(peer.address);
+    return reader != 0 && !is_alive(reader) && (module == nullptr || !is_alive(module->pid));
+}
+
+void Daemon::look_after_askers(Clock::time_point now) {
+    for (const Peer &server : management.servers()) {
+        if (has_died(server))
+            forget(server);
+    }
+    for (const Peer &asker : management.askers()) {
+        if (!asker.link->exists(asker.address))
+            forget(asker);
+    }
+    for (const Asker &asker : management.expire(now))
+        answer(asker,
+               Error{unreachable, "no answer from " + std::string(Management::module) + " within " +
+                                      std::to_string(management.patience().count()) + " s"});
 }
 
 void Daemon::enrol(const Peer &peer, Module module) {

@@ -111,6 +111,10 @@ public:
     // Notes that the tree is another, though no value changed.
     void touch();
 
+    // Nobody waits for a management answer that will not come: the module that was
+    // asked has died, or takes too long, or who asked has gone.
+    void look_after_askers(Clock::time_point now);
+
     // Drops a module that cannot be reached any more.
     void forget(const Peer &peer);
 
@@ -153,6 +157,7 @@ private:
         Effect effect;
     };
 
+    bool has_died(const Peer &peer);
     Effect strike(const Received &received);
     void postpone(const Peer &peer, const Received &received, const Effect &effect);
     void carry_out(const Peer &peer, const Received &received, const Effect &effect);

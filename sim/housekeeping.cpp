@@ -13,6 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto save_period = 1s;
+constexpr auto look_period = 500ms;
 // A queue that stays full is tried less and less often.
 constexpr auto shortest_retry = 5ms;
 constexpr auto longest_retry = 100ms;
@@ -48,6 +49,10 @@ void Housekeeping::run() {
         daemon_.serve_postponed(Clock::now());
         if (next_retry_ && Clock::now() >= *next_retry_)
             send_backlog();
+        if (next_look_ && Clock::now() >= *next_look_) {
+            next_look_.reset();
+            daemon_.look_after_askers(Clock::now());
+        }
         if (unsaved() && Clock::now() >= last_save_ + save_period)
             save(guard);
     }
@@ -62,12 +67,16 @@ bool Housekeeping::unsaved() const {
 std::optional<Housekeeping::Clock::time_point> Housekeeping::next_task() {
     if (link_.has_backlog() && !next_retry_)
         next_retry_ = Clock::now() + retry_pause_;
+    if (daemon_.management.is_awaited() && !next_look_)
+        next_look_ = Clock::now() + look_period;
     auto next = daemon_.next_postponed();
     const auto consider = [&](Clock::time_point time) {
         next = next ? std::min(*next, time) : time;
     };
     if (next_retry_)
         consider(*next_retry_);
+    if (next_look_)
+        consider(*next_look_);
     if (unsaved())
         consider(last_save_ + save_period);
     return next;

@@ -12,8 +12,9 @@
 namespace zan::sim {
 
 // What happens without a request: records that found a full queue are sent once
-// there is room, requests that a fault delays are served when their time comes, and
-// a changed tree is saved, at most once a second.  Sleeps while there is nothing.
+// there is room, requests that a fault delays are served when their time comes, who
+// waits for a management answer in vain is told, and a changed tree is saved, at most once a
+// second.  Sleeps while there is nothing.
 class Housekeeping {
 public:
     // An empty file name saves nothing.
@@ -43,6 +44,7 @@ private:
     Clock::time_point last_save_{};
     Clock::duration retry_pause_;
     std::optional<Clock::time_point> next_retry_; // of sending, while something waits
+    std::optional<Clock::time_point> next_look_;  // at who waits for a management answer
     std::thread thread_;
 };
 

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -62,6 +63,7 @@ Result<Done> equip(Daemon &daemon, const Options &options) {
     if (options.allow_shell)
         daemon.shell.allow();
     daemon.faults = options.faults;
+    daemon.management.set_patience(std::chrono::seconds(options.answer_seconds));
     if (!options.answers_file.empty())
         return daemon.management.load(options.answers_file);
     return Done{};

@@ -116,7 +116,7 @@ Result<Done> Management::room() const {
 }
 
 void Management::expect(const Asker &asker, const Peer &server) {
-    pending_.push_back({asker, server});
+    pending_.push_back({asker, server, Clock::now() + patience_});
 }
 
 std::optional<Asker> Management::take(std::int32_t cmd, std::string_view name) {
@@ -137,6 +137,27 @@ std::vector<Asker> Management::forget(const Peer &peer) {
             in_vain.push_back(entry.asker);
         return entry.server == peer || entry.asker.peer == peer;
     });
+    return in_vain;
+}
+
+std::set<Peer> Management::servers() const {
+    std::set<Peer> peers;
+    for (const Pending &entry : pending_)
+        peers.insert(entry.server);
+    return peers;
+}
+
+std::set<Peer> Management::askers() const {
+    std::set<Peer> peers;
+    for (const Pending &entry : pending_)
+        peers.insert(entry.asker.peer);
+    return peers;
+}
+
+std::vector<Asker> Management::expire(Clock::time_point now) {
+    std::vector<Asker> in_vain;
+    for (; !pending_.empty() && pending_.front().until <= now; pending_.pop_front())
+        in_vain.push_back(std::move(pending_.front().asker));
     return in_vain;
 }
 

@@ -4,9 +4,11 @@
 #include "result.h"
 #include "services.h"
 
+#include <chrono>
 #include <cstdint>
 #include <list>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +19,8 @@ namespace zan::sim {
 // them, and what is answered while there is none.
 class Management {
 public:
+    using Clock = std::chrono::steady_clock;
+
     static constexpr std::string_view module = "ZAN_CWMP";
 
     // An answer from a file, and which requests get it.
@@ -38,6 +42,10 @@ public:
     // An error when too many wait for one more.
     Result<Done> room() const;
 
+    // How long an answer may take.
+    void set_patience(std::chrono::seconds patience) { patience_ = patience; }
+    std::chrono::seconds patience() const { return patience_; }
+
     // Somebody's request has gone to the module at this address.
     void expect(const Asker &asker, const Peer &server);
 
@@ -48,13 +56,24 @@ public:
     // A module leaves: who waits for it in vain now.
     std::vector<Asker> forget(const Peer &peer);
 
+    bool is_awaited() const { return !pending_.empty(); }
+
+    // For whom somebody waits, and who waits.
+    std::set<Peer> servers() const;
+    std::set<Peer> askers() const;
+
+    // Who has waited too long and waits no more.
+    std::vector<Asker> expire(Clock::time_point now);
+
 private:
     struct Pending {
         Asker asker;
         Peer server;
+        Clock::time_point until;
     };
 
-    std::list<Pending> pending_;
+    std::list<Pending> pending_; // who asked last is the last
+    std::chrono::seconds patience_{0};
     std::vector<Scripted> scripted_;
 };
 

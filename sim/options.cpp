@@ -61,6 +61,10 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     app.add_option("--cwmp-answers", options.answers_file,
                    "Answer management requests from FILE while no module serves them")
         ->type_name("FILE");
+    app.add_option("--cwmp-timeout", options.answer_seconds,
+                   "How long the module that serves them may take to answer [300]")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 86400));
     FaultOptions fault_options;
     fault_options.add_to(app);
     try {

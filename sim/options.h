@@ -13,6 +13,7 @@ struct Options {
     std::string trace_file;
     std::string directory; // for files of modules; the usual one when empty
     std::string answers_file;
+    int answer_seconds = 300;
     Faults faults;
     bool trace = false;
     bool allow_shell = false;

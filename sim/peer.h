@@ -36,6 +36,9 @@ public:
     // Whether somebody can be reached at the address.
     virtual bool exists(int address) const = 0;
 
+    // The process that took a record there last; 0 when the kernel does not tell.
+    virtual int last_reader(int) const { return 0; }
+
     // The module that a registration received just now makes known.
     virtual Module newcomer(const Record &registration) const = 0;
 };

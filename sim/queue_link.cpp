@@ -77,6 +77,11 @@ bool QueueLink::exists(int address) const {
     return queue_exists(address);
 }
 
+int QueueLink::last_reader(int address) const {
+    const auto state = queue_state(address);
+    return state ? state->last_receiver : 0;
+}
+
 // Its pid is its instance; the kernel knows who sent the request.
 Module QueueLink::newcomer(const Record &registration) const {
     const auto state = queue_state(request_queue_);

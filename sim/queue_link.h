@@ -41,6 +41,7 @@ public:
     Delivery answer(int address, const Record &record) override;
     Delivery notify(int address, const Record &record) override;
     bool exists(int address) const override;
+    int last_reader(int address) const override;
     Module newcomer(const Record &registration) const override;
 
     // Sends what waits for room.  The queues that turned out to be gone.

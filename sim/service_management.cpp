@@ -60,6 +60,7 @@ Result<std::string> pass_management_request(Daemon &daemon, const Request &reque
     }
     const Modules::Entry *const server = daemon.modules.find(Management::module);
     daemon.management.expect(request.asker, server->first);
+    daemon.work.notify_one();
     return std::string();
 }
 

@@ -3,6 +3,11 @@
 // Remote-management requests: to the module that serves them, and from a file.
 #include "sim/client.h"
 
+#include "support/patience.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace zan::test {
 
 namespace {
@@ -104,6 +109,52 @@ TEST_F(ManagementRequest, BeyondThoseWhoMayWaitDoesNotReachTheServer) {
                     module().answer(class_cwmp, 5, -120,
                                     "already 1024 requests to ZAN_CWMP without an answer")));
     EXPECT_EQ(queue_length(server->queue()), 0);
+}
+
+TEST_F(ManagementRequest, IsRefusedWhenTheServerDiesAndLeavesItsQueue) {
+    const RawModule server(zansim(), "ZAN_CWMP");
+    const pid_t process = fork();
+    if (process == 0) {
+        server.announce(cmd_register);
+        await_record(server.queue(), class_cwmp);
+        _exit(0);
+    }
+    ASSERT_TRUE(eventually([] { return value("/zansim/modules") == "3"; }));
+    module().send(module().request(class_cwmp, 5, "x"));
+    EXPECT_EQ(waitpid(process, nullptr, 0), process);
+    EXPECT_TRUE(
+        same_record(await_record(module().queue(), class_cwmp),
+                    module().answer(class_cwmp, 5, -120, "module cannot be reached: ZAN_CWMP")));
+    EXPECT_EQ(value("/zansim/modules"), "2");
+    EXPECT_TRUE(queue_exists(server.queue()));
+}
+
+TEST_F(ManagementRequest, IsRefusedWhenTheAnswerTakesTooLong) {
+    zan_unregister("client", 0);
+    serve(tree_file("{}"), {"--cwmp-timeout", "1"});
+    const auto server = another_module("ZAN_CWMP");
+    EXPECT_TRUE(
+        same_record(module().call(class_cwmp, 5, "x"),
+                    module().answer(class_cwmp, 5, -120, "no answer from ZAN_CWMP within 1 s")));
+    server->send(server->request(class_cwmp, 5, "too late"));
+    EXPECT_EQ(value("/zansim/modules"), "3"); // it serves on
+    EXPECT_EQ(queue_length(module().queue()), 0);
+}
+
+TEST_F(ManagementRequest, OfWhomHasGoneLeavesRoomForOthers) {
+    const auto server = another_module("ZAN_CWMP");
+    {
+        const RawModule stranger(zansim(), "STRANGER");
+        for (int i = 0; i < 1024; ++i) {
+            stranger.send(stranger.request(class_cwmp, 5, "x"));
+            ASSERT_EQ(await_record(server->queue(), class_cwmp).payload(), "x") << i;
+        }
+    }
+    EXPECT_TRUE(eventually([&] {
+        module().send(module().request(class_cwmp, 5, "y"));
+        value("/zansim/version"); // served behind it
+        return queue_length(server->queue()) != 0;
+    }));
 }
 
 TEST_F(ManagementRequest, WithoutServerOrScriptIsRefused) {

@@ -155,7 +155,7 @@ TEST_F(Start, TellsItsOptionsAndItsVersion) {
     EXPECT_EQ(help.wait(), 0);
     for (const char *const option :
          {"TREE", "--save", "--trace", "--trace-json", "--directory", "--allow-shell",
-          "--cwmp-answers", "--fault", "--fault-file", "--seed", "--version"})
+          "--cwmp-answers", "--cwmp-timeout", "--fault", "--fault-file", "--seed", "--version"})
         EXPECT_NE(help.output().find(option), std::string::npos) << option;
     Program version({zansim_path(), "--version"});
     EXPECT_EQ(version.wait(), 0);
