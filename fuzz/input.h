@@ -2,6 +2,7 @@
 #ifndef ZAN_FUZZ_INPUT_H
 #define ZAN_FUZZ_INPUT_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,7 +14,17 @@ class Input {
 public:
     Input(const std::uint8_t *data, std::size_t size) : at_(data), end_(data + size) {}
 
-    int byte() { return at_ == end_ ? 0 : *at_++; }
+    bool empty() const { return at_ == end_; }
+
+    int byte() { return empty() ? 0 : *at_++; }
+
+    // As many bytes, or those that are left.
+    std::string bytes(std::size_t most) {
+        const std::size_t size = std::min(most, static_cast<std::size_t>(end_ - at_));
+        std::string result(reinterpret_cast<const char *>(at_), size);
+        at_ += size;
+        return result;
+    }
 
     // Up to the next NUL or the end.
     std::string text() {
