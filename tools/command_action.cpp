@@ -50,7 +50,11 @@ zan_action chosen(const Choice (&choices)[Size], const Arguments &arguments) {
 
 template<std::size_t Size>
 CLI::Option *add_choice(CLI::App &app, Arguments &arguments, const Choice (&choices)[Size],
-                        const char *description) {
+                        std::string description) {
+    // The completion reads the words from the help.
+    description += ", one of: ";
+    for (const Choice &choice : choices)
+        description += (&choice == choices ? "" : ", ") + std::string(choice.what);
     return app.add_option("WHAT", arguments.what, description)
         ->option_text("[]")
         ->check(CLI::IsMember(names_of(choices)).description(""));
@@ -82,14 +86,14 @@ void add_action_options(CLI::App &app, Arguments &arguments) {
 }
 
 void define_upgrade(CLI::App &app, Arguments &arguments) {
-    add_choice(app, arguments, upgrades, "firmware or config")->option_text(" ")->required();
+    add_choice(app, arguments, upgrades, "What to upgrade")->option_text(" ")->required();
     add_file(app, arguments)->required();
     add_action_options(app, arguments);
     add_confirmation(app, arguments);
 }
 
 void define_save(CLI::App &app, Arguments &arguments) {
-    add_choice(app, arguments, saves, "config (the default), config2 or log");
+    add_choice(app, arguments, saves, std::string("What to save (default: ") + saves[0].what + ")");
     add_action_options(app, arguments);
 }
 

@@ -34,9 +34,17 @@ _zanctl_logging_modules() {
     "$zanctl" log list 2>/dev/null | awk 'NR > 1 { print $1 }'
 }
 
-# The words that the help of a command offers for its second argument.
+# The words that the help of a command offers for an argument; the first is 0.
 _zanctl_one_of() {
-    _zanctl_help "$@" | sed -n 's/.* one of: //p' | tr -d ',' | tr ' ' '\n'
+    local position=$1
+    shift
+    _zanctl_help "$@" | awk -v position="$position" '
+        /^Positionals:/ { inside = 1; next }
+        /^ *$/ { inside = 0 }
+        inside && /^  [A-Z]/ && at++ == position && sub(/.* one of: /, "") {
+            gsub(/, /, "\n")
+            print
+        }'
 }
 
 # OBJECT:N and OBJECT:N/VALUE; everything up to the last of both is typed already.
@@ -114,8 +122,8 @@ _zanctl() {
     elif [[ "${command[*]}" == log* && ${#arguments[@]} -eq 0 ]] &&
         _zanctl_help "${command[@]}" | grep -q '^Usage:.* MODULE'; then
         choices=$(_zanctl_logging_modules)
-    elif [[ ${command[0]-} == log && ${#arguments[@]} -eq 1 ]]; then
-        choices=$(_zanctl_one_of "${command[@]}")
+    elif [ ${#command[@]} -gt 0 ]; then
+        choices=$(_zanctl_one_of "${#arguments[@]}" "${command[@]}")
     fi
 
     local IFS=$'\n'

@@ -122,6 +122,14 @@ TEST(Completion, OffersKindsAndMembersOfEventMessages) {
     EXPECT_THAT(complete("zanctl event decode wan "), IsEmpty());
 }
 
+TEST(Completion, OffersWhatAnActionMayBeAbout) {
+    EXPECT_THAT(complete("zanctl fad upgrade "), UnorderedElementsAre("firmware", "config"));
+    EXPECT_THAT(complete("zanctl fad upgrade --yes f"), ElementsAre("firmware"));
+    EXPECT_THAT(complete("zanctl fad upgrade firmware "), IsEmpty());
+    EXPECT_THAT(complete("zanctl fad save "), UnorderedElementsAre("config", "config2", "log"));
+    EXPECT_THAT(complete("zanctl fad shell "), IsEmpty());
+}
+
 TEST(Completion, OffersNothingWhereAnOptionWantsAWord) {
     EXPECT_THAT(complete("zanctl --name "), IsEmpty());
     EXPECT_THAT(complete("zanctl watch --event "), IsEmpty());
