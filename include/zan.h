@@ -68,15 +68,21 @@ enum zan_error {
 
 /* Request classes: the `type` of a record. */
 enum zan_class {
-    ZAN_CLASS_CFG = 1,          /* configuration, to "ZAN_CFG" */
-    ZAN_CLASS_CWMP = 2,         /* remote management, to "ZAN_CWMP" */
+    ZAN_CLASS_CFG = 1,          /* configuration, to ZAN_MODULE_CFG */
+    ZAN_CLASS_CWMP = 2,         /* remote management, to ZAN_MODULE_CWMP */
     ZAN_CLASS_REGISTRATION = 3, /* a module comes or goes */
     ZAN_CLASS_MESSAGE = 4,      /* direct message to one module */
-    ZAN_CLASS_NOTIFY = 5,       /* subscriptions and notifications, to "ZAN" */
-    ZAN_CLASS_ACTION = 7,       /* files and actions, to "ZAN_FAD"; task manager */
+    ZAN_CLASS_NOTIFY = 5,       /* subscriptions and notifications, to ZAN_MODULE_CORE */
+    ZAN_CLASS_ACTION = 7,       /* files and actions, to ZAN_MODULE_ACTION; task manager */
     ZAN_CLASS_CONTROL = 8,      /* control command lines */
     ZAN_CLASS_BROADCAST = 9     /* direct message to all modules */
 };
+
+/* The daemon's own modules: the destinations of requests. */
+#define ZAN_MODULE_CORE "ZAN"
+#define ZAN_MODULE_CFG "ZAN_CFG"
+#define ZAN_MODULE_CWMP "ZAN_CWMP"
+#define ZAN_MODULE_ACTION "ZAN_FAD"
 
 /* Commands of ZAN_CLASS_CFG. */
 enum zan_cfg_cmd {
@@ -152,6 +158,19 @@ enum zan_size {
     ZAN_PATH_SIZE = 1024   /* a configuration path with its terminator */
 };
 
+/* The most characters that a record carries of a text; of a longer one the rest is
+ * left out. */
+enum zan_longest {
+    ZAN_LONGEST_MESSAGE = 1024,      /* a direct message, in bytes */
+    ZAN_LONGEST_COMMAND_LINE = 1024, /* for control, and for the firewall */
+    ZAN_LONGEST_SHELL_COMMAND = 511,
+    ZAN_LONGEST_FILE_NAME = 1023,    /* also the name in an action */
+    ZAN_LONGEST_LOGIN = 1022,        /* the items, and a line end between each two */
+    ZAN_LONGEST_ATTRIBUTES = 1022,   /* path, a blank and the attributes */
+    ZAN_LONGEST_PRINT = 1023,        /* path, a blank and the text behind it */
+    ZAN_LONGEST_CHANGED_VALUE = 1023 /* that a value-changed handler gets */
+};
+
 /* Levels of a log message. */
 enum zan_log_level {
     ZAN_LOG_EMERGENCY = 0,
@@ -212,6 +231,14 @@ typedef struct zan_resp {
     char data[ZAN_DATA_SIZE]; /* answer by copy */
     int len;                  /* bytes of either */
 } zan_resp;
+
+/* What a request of ZAN_CLASS_ACTION carries; it always travels whole. */
+typedef struct zan_action_data {
+    int32_t code;                         /* enum zan_action, or the event that is reported */
+    int32_t wait;                         /* 0: the sender does not wait for the answer */
+    int32_t param;                        /* the daemon's */
+    char name[ZAN_LONGEST_FILE_NAME + 1]; /* of a file, or a text; zeros behind it */
+} zan_action_data;
 
 /* A login to check: four items, and a fifth or null; result is the daemon's
  * number. */

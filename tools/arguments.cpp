@@ -7,14 +7,6 @@
 #include <unistd.h>
 
 namespace zan::ctl {
-namespace {
-
-// The library would cut a longer one without a word.
-constexpr std::size_t longest_text = 1024;
-constexpr std::size_t longest_name = 1023;
-
-} // namespace
-
 std::string check_path(const std::string &path) {
     if (path.empty() || path.size() >= ZAN_PATH_SIZE)
         return "a path has 1 to " + std::to_string(ZAN_PATH_SIZE - 1) + " characters";
@@ -35,20 +27,21 @@ std::string check_module_name(const std::string &name) {
 }
 
 std::string check_text(const std::string &text) {
-    if (text.size() > longest_text)
-        return "a message has at most " + std::to_string(longest_text) + " characters";
+    if (text.size() > ZAN_LONGEST_MESSAGE)
+        return "a message has at most " + std::to_string(ZAN_LONGEST_MESSAGE) + " characters";
     return {};
 }
 
 std::string check_command_line(const std::string &text) {
-    if (text.empty() || text.size() > longest_text)
-        return "a command line has 1 to " + std::to_string(longest_text) + " characters";
+    if (text.empty() || text.size() > ZAN_LONGEST_COMMAND_LINE)
+        return "a command line has 1 to " + std::to_string(ZAN_LONGEST_COMMAND_LINE) +
+               " characters";
     return {};
 }
 
 std::string check_file_name(const std::string &name) {
-    if (name.empty() || name.size() > longest_name)
-        return "it has 1 to " + std::to_string(longest_name) + " characters";
+    if (name.empty() || name.size() > ZAN_LONGEST_FILE_NAME)
+        return "it has 1 to " + std::to_string(ZAN_LONGEST_FILE_NAME) + " characters";
     return {};
 }
 

@@ -9,15 +9,6 @@
 namespace zan::ctl {
 namespace {
 
-// As it travels: the library sends it too, but keeps the daemon's text to itself.
-struct Payload {
-    int32_t code;
-    int32_t wait;
-    int32_t param;
-    char name[1024];
-};
-static_assert(sizeof(Payload) == 1036);
-
 // What an action can be about, and its code.
 struct Choice {
     const char *what;
@@ -62,12 +53,9 @@ CLI::Option *add_choice(CLI::App &app, Arguments &arguments, const Choice (&choi
 
 // ---- arguments
 
-// A longer one the library would cut.
-constexpr std::size_t longest_shell_command = 511;
-
 std::string check_shell_command(const std::string &command) {
-    if (command.empty() || command.size() > longest_shell_command)
-        return "it has 1 to " + std::to_string(longest_shell_command) + " characters";
+    if (command.empty() || command.size() > ZAN_LONGEST_SHELL_COMMAND)
+        return "it has 1 to " + std::to_string(ZAN_LONGEST_SHELL_COMMAND) + " characters";
     return {};
 }
 
@@ -129,8 +117,10 @@ void define_shell(CLI::App &app, Arguments &arguments) {
 
 // ---- running
 
+// Sent here when an answer is awaited: the library's wait keeps the daemon's text to
+// itself.
 std::string payload_of(zan_action action, const Arguments &arguments) {
-    Payload payload = {};
+    zan_action_data payload = {};
     payload.code = action;
     payload.wait = 1;
     payload.param = arguments.mode;
@@ -143,7 +133,8 @@ std::string payload_of(zan_action action, const Arguments &arguments) {
 void act(Session &session, zan_action action, const Arguments &arguments) {
     const char *const name = arguments.file.empty() ? nullptr : arguments.file.c_str();
     if (arguments.waits)
-        session.request({ZAN_CLASS_ACTION, action, action_module, payload_of(action, arguments)});
+        session.request(
+            {ZAN_CLASS_ACTION, action, ZAN_MODULE_ACTION, payload_of(action, arguments)});
     else
         session.post([&] { return zan_fad_send(action, 0, arguments.mode, action, name); });
 }

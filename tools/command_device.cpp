@@ -10,9 +10,6 @@
 namespace zan::ctl {
 namespace {
 
-constexpr std::size_t longest_login = 1022;
-constexpr std::size_t longest_firewall_line = 1024;
-
 // ---- login
 
 std::string check_item(const std::string &item) {
@@ -49,9 +46,9 @@ std::string join_lines(const std::vector<std::string> &items) {
 
 int run_login(Session &session, const Arguments &arguments, Output &output) {
     const std::string text = join_lines(read_items(arguments.items));
-    if (text.size() > longest_login)
+    if (text.size() > ZAN_LONGEST_LOGIN)
         throw Failure(exit_usage,
-                      "a login has at most " + std::to_string(longest_login) + " characters");
+                      "a login has at most " + std::to_string(ZAN_LONGEST_LOGIN) + " characters");
     return attempt("login", [&] {
         const long number = to_number(ask(session, ZAN_CFG_LOGIN, text));
         print(output, arguments, std::to_string(number), {{"login", number}});
@@ -129,9 +126,9 @@ void check_firewall_line(const FirewallLine &line) {
     const std::size_t size = std::accumulate(
         line.options.begin(), line.options.end(), std::size_t{13 + 3 * (line.bridge ? 1U : 0U)},
         [](std::size_t sum, const auto &option) { return sum + 4 + option.second.size(); });
-    if (size > longest_firewall_line)
+    if (size > ZAN_LONGEST_COMMAND_LINE)
         throw CLI::ValidationError("firewall", "the line would have more than " +
-                                                   std::to_string(longest_firewall_line) +
+                                                   std::to_string(ZAN_LONGEST_COMMAND_LINE) +
                                                    " characters");
 }
 
@@ -194,7 +191,7 @@ void define_cwmp(CLI::App &app, Arguments &arguments) {
 int run_cwmp(Session &session, const Arguments &arguments, Output &output) {
     return attempt("cwmp " + std::to_string(arguments.code), [&] {
         const Answer answer =
-            session.exchange({ZAN_CLASS_CWMP, arguments.code, management_module, arguments.text});
+            session.exchange({ZAN_CLASS_CWMP, arguments.code, ZAN_MODULE_CWMP, arguments.text});
         if (arguments.json || !answer.text.empty())
             print(output, arguments, answer.text,
                   {{"code", arguments.code}, {"result", answer.result}, {"answer", answer.text}});

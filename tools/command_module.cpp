@@ -88,10 +88,10 @@ int run_send(Session &session, const Arguments &arguments, Output &output) {
 int run_broadcast(Session &session, const Arguments &arguments, Output &output) {
     return attempt("broadcast", [&] {
         if (arguments.agent)
-            session.call_over_link(sending(zan_send_all_agent, core_module, arguments.text));
+            session.call_over_link(sending(zan_send_all_agent, ZAN_MODULE_CORE, arguments.text));
         else
             session.request(
-                {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, core_module, arguments.text});
+                {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, ZAN_MODULE_CORE, arguments.text});
         if (arguments.json)
             output.line(to_line({{"text", arguments.text}, {"acknowledged", true}}));
     });

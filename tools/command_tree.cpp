@@ -6,9 +6,6 @@
 namespace zan::ctl {
 namespace {
 
-constexpr std::size_t longest_print = 1023;
-constexpr std::size_t longest_attributes = 1022;
-
 void define_paths(CLI::App &app, Arguments &arguments) {
     add_paths(app, arguments)->required();
 }
@@ -69,7 +66,7 @@ void define_print(CLI::App &app, Arguments &arguments) {
     app.add_option("TEXT", arguments.text, "A text for the daemon")->option_text("[]");
     add_mode(app, arguments);
     app.parse_complete_callback(
-        [&arguments] { check_together(arguments.path, arguments.text, longest_print); });
+        [&arguments] { check_together(arguments.path, arguments.text, ZAN_LONGEST_PRINT); });
 }
 
 void define_attr_set(CLI::App &app, Arguments &arguments) {
@@ -78,7 +75,7 @@ void define_attr_set(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required();
     app.parse_complete_callback(
-        [&arguments] { check_together(arguments.path, arguments.value, longest_attributes); });
+        [&arguments] { check_together(arguments.path, arguments.value, ZAN_LONGEST_ATTRIBUTES); });
 }
 
 void define_reset(CLI::App &app, Arguments &arguments) {

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "notification.h"
 
+#include <zan.h>
+
 #include <charconv>
 #include <cstdio>
 #include <optional>
 
 namespace zan::ctl {
 namespace {
-
-// The library hands out at most this much of the value's field.
-constexpr std::size_t field_size = 1023;
 
 std::optional<char> decode_escape(std::string_view text) {
     unsigned char byte = 0;
@@ -52,7 +51,8 @@ std::string_view without_cut_escape(std::string_view text) {
 
 Change decode_change(std::string_view f1, std::string_view f2, std::string_view f3,
                      std::string_view f6, int f4, int f5) {
-    const bool cut = f3.size() >= field_size;
+    // One that fills its field is taken to go on.
+    const bool cut = f3.size() >= ZAN_LONGEST_CHANGED_VALUE;
     const std::optional<std::string> value = percent_decode(cut ? without_cut_escape(f3) : f3);
     return {std::string(f1), std::string(f2), value.value_or(std::string(f3)), cut, f4, f5,
             std::string(f6)};

@@ -11,7 +11,7 @@ void print_refusal(const std::string &subject, const Refused &refusal) {
 }
 
 std::string ask(Session &session, zan_cfg_cmd cmd, const std::string &payload, int arg) {
-    return session.request({ZAN_CLASS_CFG, cmd, cfg_module, payload, arg});
+    return session.request({ZAN_CLASS_CFG, cmd, ZAN_MODULE_CFG, payload, arg});
 }
 
 long to_number(const std::string &text) {

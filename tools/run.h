@@ -11,12 +11,6 @@
 
 namespace zan::ctl {
 
-// Modules inside the daemon that requests are addressed to.
-inline constexpr const char *cfg_module = "ZAN_CFG";
-inline constexpr const char *core_module = "ZAN";
-inline constexpr const char *action_module = "ZAN_FAD";
-inline constexpr const char *management_module = "ZAN_CWMP";
-
 // Prints the daemon's "no" to a request about `subject`.
 void print_refusal(const std::string &subject, const Refused &refusal);
 

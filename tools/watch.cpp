@@ -18,7 +18,6 @@
 namespace zan::ctl {
 namespace {
 
-constexpr const char *core_module = "ZAN";
 constexpr auto poll_interval = std::chrono::milliseconds(20);
 
 // Filled by the handlers, which have no argument of the caller's.
@@ -60,7 +59,7 @@ struct Subscription {
 };
 
 Request notify_request(zan_notify_cmd cmd, std::string payload) {
-    return {ZAN_CLASS_NOTIFY, cmd, core_module, std::move(payload)};
+    return {ZAN_CLASS_NOTIFY, cmd, ZAN_MODULE_CORE, std::move(payload)};
 }
 
 Subscription value_subscription(const std::string &path) {

@@ -5,25 +5,14 @@
 #include "cfg/formatted.h"
 #include "msg/request.h"
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdio>
 
 namespace zan {
 namespace {
 
-// The payload, which always travels whole.
-struct Action {
-    int32_t code = 0;
-    int32_t wait = 0;
-    int32_t param = 0;
-    char name[1024] = "";
-
-    std::string_view bytes() const { return {reinterpret_cast<const char *>(this), sizeof *this}; }
-};
-static_assert(offsetof(Action, name) == 12 && sizeof(Action) == 1036);
-
-constexpr std::size_t shell_command_bound = 512;
+std::string_view bytes_of(const zan_action_data &data) {
+    return {reinterpret_cast<const char *>(&data), sizeof data};
+}
 
 constexpr Command action_command(const char *function, int cmd, const char *destination) {
     return {.function = function,
@@ -60,11 +49,12 @@ int refuse_shell() {
 using namespace zan;
 
 int zan_fad_send(int cmd, int wait, int param, int code, const char *name) {
-    Action action = {.code = code, .wait = wait, .param = param >= 0 ? param : 0};
+    zan_action_data action = {
+        .code = code, .wait = wait, .param = param >= 0 ? param : 0, .name = {}};
     zan_strcpy(action.name, name, sizeof action.name);
-    const Command command = action_command("zan_fad_send", cmd, "ZAN_FAD");
+    const Command command = action_command("zan_fad_send", cmd, ZAN_MODULE_ACTION);
     ReceiveRecord record;
-    const int sent = send_request(record.msg, {.command = command, .payload = action.bytes()});
+    const int sent = send_request(record.msg, {.command = command, .payload = bytes_of(action)});
     if (sent < 0)
         return sent;
     return wait != 0 ? match_answer(record, command.type, cmd, nullptr, nullptr) : 1;
@@ -103,7 +93,7 @@ int zan_backup_old_config(int wait, int param, const char *name) {
 }
 
 int zan_run_shell(int wait, int param, const char *fmt, ...) {
-    ZAN_FORMAT_OR_RETURN(refuse_shell(), command, fmt, shell_command_bound);
+    ZAN_FORMAT_OR_RETURN(refuse_shell(), command, fmt, ZAN_LONGEST_SHELL_COMMAND + 1);
     return act(ZAN_ACTION_RUN_SHELL, wait, param, command.text());
 }
 
@@ -121,7 +111,7 @@ int zan_fad_recv_msq(void) {
 }
 
 int zan_report_event_result(int event, int result) {
-    Action answer = {.code = event};
+    zan_action_data answer = {.code = event, .wait = 0, .param = 0, .name = {}};
     zan_sprintf(answer.name, sizeof answer.name, "%d", result);
-    return post({.command = event_result, .payload = answer.bytes()});
+    return post({.command = event_result, .payload = bytes_of(answer)});
 }

@@ -12,8 +12,6 @@ namespace {
 constexpr Command get_attr = {"cfg_getattr", ZAN_CFG_GET_ATTR, "tmp_path"};
 constexpr Command set_attr = {"cfg_setattr", ZAN_CFG_SET_ATTR, "tmp_path"};
 
-constexpr std::size_t set_payload_bound = 1023;
-
 // Where the attributes read last are: in the record that the next request of the
 // process takes.
 constinit Answer rdata = {};
@@ -38,7 +36,7 @@ int cfg_setattr(const char *attr, const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
     if (attr == nullptr)
         return ZAN_ERR;
-    char payload[set_payload_bound];
+    char payload[ZAN_LONGEST_ATTRIBUTES + 1];
     zan_sprintf(payload, sizeof payload, "%s %s", path.text(), attr);
     return exchange_locked({.command = set_attr, .payload = payload, .subject = path.text()});
 }

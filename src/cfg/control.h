@@ -8,7 +8,7 @@
 namespace zan {
 
 // The whole field travels, however short the command line.
-inline constexpr int command_line_size = 1025;
+inline constexpr int command_line_size = ZAN_LONGEST_COMMAND_LINE + 1;
 
 constexpr Command control_command(const char *function, const char *label,
                                   std::span<const Line> report) {
@@ -16,7 +16,7 @@ constexpr Command control_command(const char *function, const char *label,
             .cmd = ZAN_CONTROL_COMMAND_LINE,
             .label = label,
             .type = ZAN_CLASS_CONTROL,
-            .destination = "ZAN",
+            .destination = ZAN_MODULE_CORE,
             .timed = true,
             .report = report};
 }

@@ -27,7 +27,7 @@ public:
     int counted() const { return static_cast<int>(std::min<std::size_t>(counted_, INT_MAX / 2)); }
 
 private:
-    char text_[1023] = {};
+    char text_[ZAN_LONGEST_LOGIN + 1] = {};
     std::size_t counted_ = 0;
 };
 

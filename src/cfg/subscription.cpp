@@ -19,7 +19,7 @@ constexpr Command subscription(const char *function, int cmd) {
     return {.function = function,
             .cmd = cmd,
             .type = ZAN_CLASS_NOTIFY,
-            .destination = "ZAN",
+            .destination = ZAN_MODULE_CORE,
             .timed = true};
 }
 constexpr Command register_value_changed =

@@ -2,7 +2,6 @@
 // The configuration tree as a whole, and its nodes.
 #include "cfg/formatted.h"
 #include "msg/request.h"
-#include "util/text.h"
 
 #include <cstdio>
 
@@ -20,7 +19,7 @@ constexpr Command print = {"cfg_print", ZAN_CFG_PRINT, "tmp_path"};
 int request_with_file(const Command &command, const char *file, int arg = 0) {
     if (file == nullptr)
         return ZAN_ERR;
-    char payload[default_bound];
+    char payload[ZAN_LONGEST_FILE_NAME + 1];
     zan_strcpy(payload, file, sizeof payload);
     return exchange_locked({.command = command, .payload = payload, .subject = file, .arg = arg});
 }
@@ -54,7 +53,7 @@ int cfg_dump(int mode, char *file) {
 
 int cfg_print(int mode, const char *extra, const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
-    char payload[default_bound];
+    char payload[ZAN_LONGEST_PRINT + 1];
     if (extra == nullptr)
         zan_sprintf(payload, sizeof payload, "%s", path.text());
     else

@@ -77,7 +77,7 @@ int serve(int fd, const SocketFile &file, int backlog) {
 }
 
 int connect_to_daemon(int fd) {
-    const sockaddr_un address = SocketFile("ZAN", server_number).address();
+    const sockaddr_un address = SocketFile(ZAN_MODULE_CORE, server_number).address();
     if (connect(fd, generic(&address), sizeof address) != 0) {
         std::printf("Connect to zan local socket fail!!");
         close(fd);

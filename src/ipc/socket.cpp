@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ipc/socket.h"
 
+#include "zan.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <strings.h>
@@ -9,7 +11,7 @@
 namespace zan {
 
 bool names_daemon(const char *name) {
-    return name != nullptr && strcasecmp(name, "ZAN") == 0;
+    return name != nullptr && strcasecmp(name, ZAN_MODULE_CORE) == 0;
 }
 
 bool set_send_timeout(int fd, int milliseconds) {

@@ -12,7 +12,7 @@ constexpr Command cwmp_command(int cmd) {
     return {.function = "zan_do_cwmp_request",
             .cmd = cmd,
             .type = ZAN_CLASS_CWMP,
-            .destination = "ZAN_CWMP",
+            .destination = ZAN_MODULE_CWMP,
             .report = short_report};
 }
 

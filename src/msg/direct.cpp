@@ -12,8 +12,6 @@
 namespace zan {
 namespace {
 
-constexpr int longest_message = 1024;
-
 struct Message {
     int type;
     int cmd;
@@ -35,7 +33,7 @@ int build(zan_body &body, const Message &message, const char *source, const char
     set_source_within_field(body, {source, strnlen(source, sizeof body.src)});
     body.pid = own_pid();
     body.time = static_cast<int32_t>(std::time(nullptr));
-    const int copied = std::min(len, longest_message);
+    const int copied = std::min<int>(len, ZAN_LONGEST_MESSAGE);
     set_payload(body, static_cast<const char *>(data), static_cast<std::size_t>(copied), copied);
     return ZAN_HEADER_SIZE + copied;
 }

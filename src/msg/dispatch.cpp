@@ -83,7 +83,7 @@ private:
 struct ValueChange {
     char f1[32];
     char f2[1024];
-    char f3[1024];
+    char f3[ZAN_LONGEST_CHANGED_VALUE + 1];
     char f6[512];
     int f4 = 1;
     int f5 = 0;

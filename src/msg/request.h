@@ -27,7 +27,7 @@ struct Command {
     int cmd;
     const char *label = nullptr;
     int type = ZAN_CLASS_CFG;
-    const char *destination = "ZAN_CFG";
+    const char *destination = ZAN_MODULE_CFG;
     bool timed = false; // carries the time of sending
     std::span<const Line> report = usual_report;
 };

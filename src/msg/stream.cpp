@@ -256,7 +256,7 @@ int zan_client_recv(int fd, char *buf, int size) {
 int zan_request_empty_message(void) {
     zan_body body;
     begin_body(body, ZAN_CLASS_CFG, ZAN_CFG_EMPTY);
-    set_destination(body, "ZAN_CFG");
+    set_destination(body, ZAN_MODULE_CFG);
     set_source_to_self(body);
     body.pid = own_pid();
     const int sent = zan_ipc_send(g_ipc_handle, &body, ZAN_HEADER_SIZE);

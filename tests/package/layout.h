@@ -49,6 +49,12 @@ ZAN_FIELD(zan_resp, data, ZAN_BY_WIDTH(4, 8), 35000);
 ZAN_FIELD(zan_resp, len, ZAN_BY_WIDTH(35004, 35008), 4);
 ZAN_LAYOUT(sizeof(zan_resp) == ZAN_BY_WIDTH(35008, 35016));
 
+ZAN_FIELD(zan_action_data, code, 0, 4);
+ZAN_FIELD(zan_action_data, wait, 4, 4);
+ZAN_FIELD(zan_action_data, param, 8, 4);
+ZAN_FIELD(zan_action_data, name, 12, 1024);
+ZAN_LAYOUT(sizeof(zan_action_data) == 1036);
+
 ZAN_FIELD(zan_log_entry, name, 0, 32);
 ZAN_FIELD(zan_log_entry, level, 32, 4);
 ZAN_FIELD(zan_log_entry, dest, 36, 1);
