@@ -20,7 +20,7 @@ class Daemon;
 // write, and the queue on which registrations are answered.
 class QueueLink final : public Link {
 public:
-    // Creates both queues and makes this process their last receiver.
+    // Creates both queues and makes this process the last receiver of the request queue.
     static Result<Done> create(QueueLink &link);
 
     explicit QueueLink(Trace &trace) : trace_(trace) {}

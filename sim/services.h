@@ -46,7 +46,8 @@ struct Request {
 // The payload of a positive answer, or why the request is refused.
 using Handler = Result<std::string> (*)(Daemon &, const Request &);
 
-// What a payload consists of; for the trace.
+// What a payload consists of.  The trace shows it so, faults that are about a path find
+// it by this, and an empty answer in the form of a text still has a NUL.
 enum class Form {
     none,
     text,
