@@ -9,7 +9,6 @@
 #include "fuzz/input.h"
 #include "fuzz/target.h"
 
-#include <array>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -21,13 +20,12 @@ using namespace zan::fuzz;
 using zan::test::Codec;
 using zan::test::MemberBuffer;
 
-constexpr std::size_t most_members = 6;
 constexpr char untouched = '\x7e';
 
 // Blocks of one size, one for each member.
 class Members {
 public:
-    Members(const Codec &codec, std::size_t size) : size_(size) {
+    Members(const Codec &codec, std::size_t size) : size_(size), blocks_(codec.keys.size()) {
         for (std::size_t i = 0; i < codec.keys.size(); ++i) {
             blocks_[i].reset(new char[size]);
             std::memset(blocks_[i].get(), untouched, size);
@@ -45,7 +43,7 @@ public:
 
 private:
     std::size_t size_;
-    std::array<std::unique_ptr<char[]>, most_members> blocks_;
+    std::vector<std::unique_ptr<char[]>> blocks_;
     std::vector<MemberBuffer> buffers_;
 };
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <span>
 
@@ -88,6 +89,7 @@ using namespace zan;
 #define ZAN_FOR_4(X) ZAN_FOR_3(X), X(4)
 #define ZAN_FOR_5(X) ZAN_FOR_4(X), X(5)
 #define ZAN_FOR_6(X) ZAN_FOR_5(X), X(6)
+// A row with more keys is told of by the assertion below.
 #define ZAN_SEVENTH(k1, k2, k3, k4, k5, k6, result, ...) result
 #define ZAN_FOR_EACH(X, ...)                                                                       \
     ZAN_SEVENTH(__VA_ARGS__, ZAN_FOR_6, ZAN_FOR_5, ZAN_FOR_4, ZAN_FOR_3, ZAN_FOR_2, ZAN_FOR_1, )(X)
@@ -100,6 +102,7 @@ using namespace zan;
 
 #define ZAN_DEFINE_CODEC(kind, name, ...)                                                          \
     static constexpr const char *keys_of_##kind[] = {__VA_ARGS__};                                 \
+    static_assert(std::size(keys_of_##kind) <= 6, "add a ZAN_FOR_7 for a seventh member");         \
     int encode_##name(ZAN_FOR_EACH(ZAN_VALUE_PARAMETER, __VA_ARGS__), char *out,                   \
                       unsigned int size) {                                                         \
         const char *const values[] = {ZAN_FOR_EACH(ZAN_VALUE, __VA_ARGS__)};                       \
