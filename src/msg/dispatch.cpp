@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "msg/dispatch.h"
 
+#include "util/number.h"
 #include "util/text.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -39,34 +39,13 @@ public:
 
     // A field that is not a number ends the reading, and *value stays.
     void read(int *value) {
-        skip_spaces();
-        const std::size_t digits_at = starts_with_sign() ? 1 : 0;
-        std::size_t end = digits_at;
-        int64_t number = 0;
-        for (; end < text_.size() && text_[end] >= '0' && text_[end] <= '9'; ++end)
-            number = std::min<int64_t>(number * 10 + (text_[end] - '0'), saturated);
-        if (end == digits_at) {
+        if (!take_int(text_, value))
             text_.remove_prefix(text_.size());
-            return;
-        }
-        if (text_[0] == '-')
-            number = -number;
-        *value = static_cast<int>(std::clamp<int64_t>(number, INT_MIN, INT_MAX));
-        text_.remove_prefix(end);
     }
 
 private:
-    static constexpr int64_t saturated = int64_t{INT_MAX} + 1;
-
-    bool starts_with_sign() const { return !text_.empty() && (text_[0] == '-' || text_[0] == '+'); }
-
-    void skip_spaces() {
-        while (!text_.empty() && is_space(text_[0]))
-            text_.remove_prefix(1);
-    }
-
     std::string_view next() {
-        skip_spaces();
+        skip_space(text_);
         std::size_t length = 0;
         while (length < text_.size() && !is_space(text_[length]))
             ++length;

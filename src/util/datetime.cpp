@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "util/number.h"
 #include "util/text.h"
 #include "zan.h"
 
@@ -22,29 +23,12 @@ constexpr int saturated(std::int64_t value) {
                                                      std::numeric_limits<int>::max()));
 }
 
-// Reads as scanf does, but tells the same of too large a number on every machine:
-// it counts as the largest.
+// Reads as scanf does.
 class Scanner {
 public:
     explicit Scanner(std::string_view text) : rest_(text) {}
 
-    // "%d", of at most `width` characters.
-    bool number(std::size_t width, int &value) {
-        skip_blanks();
-        std::size_t at = 0;
-        const bool negative = !rest_.empty() && rest_[0] == '-';
-        if (negative || (!rest_.empty() && rest_[0] == '+'))
-            ++at;
-        const std::size_t first_digit = at;
-        std::int64_t sum = 0;
-        for (; at < std::min(width, rest_.size()) && is_digit(rest_[at]); ++at)
-            sum = std::min(sum * 10 + (rest_[at] - '0'), too_large);
-        if (at == first_digit)
-            return false;
-        rest_.remove_prefix(at);
-        value = saturated(negative ? -sum : sum);
-        return true;
-    }
+    bool number(std::size_t width, int *value) { return take_int(rest_, value, width); }
 
     bool literal(char c) {
         const bool there = !rest_.empty() && rest_[0] == c;
@@ -55,7 +39,7 @@ public:
 
     // "%Ns".
     std::string_view word(std::size_t most) {
-        skip_blanks();
+        skip_space(rest_);
         std::size_t length = 0;
         while (length < std::min(most, rest_.size()) && !is_space(rest_[length]))
             ++length;
@@ -63,17 +47,10 @@ public:
     }
 
 private:
-    static constexpr std::int64_t too_large = std::int64_t{1} << 32;
-
-    void skip_blanks() {
-        while (!rest_.empty() && is_space(rest_[0]))
-            rest_.remove_prefix(1);
-    }
-
     std::string_view rest_;
 };
 
-constexpr std::size_t any_width = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t any_width = std::string_view::npos;
 constexpr std::size_t suffix_length = 31;
 
 // Year, month, day, hour, minute and second: what stands before each, and how many
@@ -109,7 +86,7 @@ DateTime read(std::string_view text) {
     for (const auto &field : layout.field) {
         if (field.before != '\0' && !scanner.literal(field.before))
             return result;
-        if (!scanner.number(field.width, *value++))
+        if (!scanner.number(field.width, value++))
             return result;
     }
     result.suffix = scanner.word(suffix_length);
@@ -145,11 +122,11 @@ Offset offset_of(std::string_view suffix) {
     int hours = 0;
     int minutes = 0;
     Scanner scanner(suffix);
-    scanner.number(any_width, hours);
+    scanner.number(any_width, &hours);
     if (suffix.size() <= 3 || suffix[3] != ':')
         return {hours / 100, hours % 100};
     if (scanner.literal(':'))
-        scanner.number(any_width, minutes);
+        scanner.number(any_width, &minutes);
     // "-00:30" has no negative hours, and so counts as half an hour ahead.
     return {hours, hours < 0 ? -std::int64_t{minutes} : minutes};
 }

@@ -4,6 +4,7 @@
 #define ZAN_UTIL_TEXT_H
 
 #include <cstddef>
+#include <string_view>
 
 namespace zan {
 
@@ -28,6 +29,11 @@ constexpr bool is_digit(char c) {
 // White space as in the C locale, whatever locale the module has set.
 constexpr bool is_space(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+inline void skip_space(std::string_view &text) {
+    while (!text.empty() && is_space(text[0]))
+        text.remove_prefix(1);
 }
 
 // What a text says as a format that has no arguments: "%%" stands for "%", and any
