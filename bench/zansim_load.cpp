@@ -72,6 +72,37 @@ struct Module {
     std::string name;
 };
 
+// Their queues go with them: the kernel keeps a queue when the process is gone.
+class Modules {
+public:
+    Modules() = default;
+    ~Modules() { remove_queues(); }
+    Modules(const Modules &) = delete;
+    Modules &operator=(const Modules &) = delete;
+
+    const Module &add() {
+        const int queue = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+        if (queue < 0)
+            fail("msgget");
+        modules_.push_back({queue, "LOAD" + std::to_string(modules_.size())});
+        return modules_.back();
+    }
+
+    // For who ends the process without the destructor.
+    void remove_queues() const {
+        for (const Module &module : modules_)
+            msgctl(module.queue, IPC_RMID, nullptr);
+    }
+
+    std::size_t size() const { return modules_.size(); }
+    const Module &operator[](std::size_t i) const { return modules_[i]; }
+    auto begin() const { return modules_.begin(); }
+    auto end() const { return modules_.end(); }
+
+private:
+    std::vector<Module> modules_;
+};
+
 // One thread's record; the payload area is cleared as far as it was used.
 class Exchange {
 public:
@@ -112,27 +143,21 @@ private:
     zan_msg message_{};
 };
 
-std::vector<Module> register_modules(const Daemon &daemon, int count) {
+void register_modules(const Daemon &daemon, int count, Modules &modules) {
     Exchange exchange(daemon);
-    std::vector<Module> modules;
     for (int i = 0; i < count; ++i) {
-        modules.push_back({msgget(IPC_PRIVATE, IPC_CREAT | 0600), "LOAD" + std::to_string(i)});
-        if (modules.back().queue < 0)
-            fail("msgget");
-        exchange.request(modules.back(), ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "");
+        const Module &module = modules.add();
+        exchange.request(module, ZAN_CLASS_REGISTRATION, ZAN_REGISTER, "");
         if (i % watch_every == 0)
-            exchange.request(modules.back(), ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE,
+            exchange.request(module, ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE,
                              std::string(2, '\0') + path_to_set);
     }
-    return modules;
 }
 
-void unregister_modules(const Daemon &daemon, const std::vector<Module> &modules) {
+void unregister_modules(const Daemon &daemon, const Modules &modules) {
     Exchange exchange(daemon);
-    for (const Module &module : modules) {
+    for (const Module &module : modules)
         exchange.request(module, ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, "");
-        msgctl(module.queue, IPC_RMID, nullptr);
-    }
 }
 
 struct Counters {
@@ -142,8 +167,8 @@ struct Counters {
 };
 
 // Requests of every THREADS-th module, in turn.
-void work(const Daemon &daemon, const std::vector<Module> &modules, std::size_t first,
-          std::size_t step, Counters &counters) {
+void work(const Daemon &daemon, const Modules &modules, std::size_t first, std::size_t step,
+          Counters &counters) {
     Exchange exchange(daemon);
     long round = 0;
     for (std::size_t i = first; !counters.stop; i = i + step < modules.size() ? i + step : first) {
@@ -178,7 +203,8 @@ void run(int argc, char **argv) {
     const Daemon daemon;
     report("before", daemon);
     const auto registering = Clock::now();
-    const std::vector<Module> modules = register_modules(daemon, count);
+    Modules modules;
+    register_modules(daemon, count, modules);
     const std::chrono::duration<double> registered = Clock::now() - registering;
     std::printf("%d modules registered in %.2f s\n", count, registered.count());
     report("registered", daemon);
@@ -192,6 +218,7 @@ void run(int argc, char **argv) {
                 work(daemon, modules, first, step, counters);
             } catch (const std::exception &error) {
                 std::fprintf(stderr, "zansim_load: %s\n", error.what());
+                modules.remove_queues();
                 _exit(1); // the other threads wait for answers that will not come
             }
         });
