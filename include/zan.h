@@ -533,9 +533,6 @@ ZAN_API int zan_cwmp_recv(int cmd, zan_resp *resp);
 ZAN_API int zan_cwmp_recv_msq(void);
 ZAN_API int zan_cwmp_recv_notify_msq(void);
 
-/* Prints to "/dev/console", or nothing when that cannot be opened. */
-ZAN_API void zan_dprintf(const char *fmt, ...) ZAN_PRINTF(1, 2);
-
 /* ------------------------------------------------------------------------ */
 /* Mesh agents                                                               */
 /* ------------------------------------------------------------------------ */
@@ -665,10 +662,6 @@ ZAN_API intptr_t cfg_getattr(const char *fmt, ...) ZAN_PRINTF(1, 2);
 /* Writes a node's attributes.  Path, a blank and attr are cut at 1022 characters
  * together.  The second failure line is "cfg_setattr: tmp_path=PATH". */
 ZAN_API int cfg_setattr(const char *attr, const char *fmt, ...) ZAN_PRINTF(2, 3);
-
-/* Writes n bytes to the stream and returns how many were written; n, when there
- * is no stream or nothing to write.  Not a request. */
-ZAN_API int redirect_output(const void *buf, int n, FILE *stream);
 
 /* ------------------------------------------------------------------------ */
 /* Values over the daemon link, command lines                                */
@@ -1417,6 +1410,17 @@ ZAN_API int zan_fclose(FILE *stream);
  * returns how many characters that is, with the line end.  It stays open: 0 means "no
  * descriptor" to the modules. */
 ZAN_API int zan_close(int fd);
+
+/* ------------------------------------------------------------------------ */
+/* Output                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/* Prints to "/dev/console", opened for this call, or nothing when that fails. */
+ZAN_API void zan_dprintf(const char *fmt, ...) ZAN_PRINTF(1, 2);
+
+/* Writes n bytes to the stream and returns how many were written; n, when there
+ * is no stream or nothing to write. */
+ZAN_API int redirect_output(const void *buf, int n, FILE *stream);
 
 #ifdef __cplusplus
 }

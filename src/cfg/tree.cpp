@@ -3,8 +3,6 @@
 #include "cfg/formatted.h"
 #include "msg/request.h"
 
-#include <cstdio>
-
 namespace zan {
 namespace {
 
@@ -60,12 +58,4 @@ int cfg_print(int mode, const char *extra, const char *fmt, ...) {
         zan_sprintf(payload, sizeof payload, "%s %s", path.text(), extra);
     return exchange_locked(
         {.command = print, .payload = payload, .subject = path.text(), .arg = mode});
-}
-
-int redirect_output(const void *buf, int n, FILE *stream) {
-    if (stream == nullptr || n < 1)
-        return n;
-    if (buf == nullptr)
-        return 0;
-    return static_cast<int>(std::fwrite(buf, 1, static_cast<std::size_t>(n), stream));
 }

@@ -2,9 +2,6 @@
 // Requests to the remote-management client, whose answers are collected later.
 #include "msg/request.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 namespace zan {
 namespace {
 
@@ -41,15 +38,4 @@ int zan_cwmp_recv_msq(void) {
 
 int zan_cwmp_recv_notify_msq(void) {
     return poll_own_queue("zan_cwmp_recv_notify_msq", ZAN_CLASS_NOTIFY);
-}
-
-void zan_dprintf(const char *fmt, ...) {
-    FILE *console = fmt != nullptr ? std::fopen("/dev/console", "we") : nullptr;
-    if (console == nullptr)
-        return;
-    va_list arguments;
-    va_start(arguments, fmt);
-    std::vfprintf(console, fmt, arguments);
-    va_end(arguments);
-    std::fclose(console);
 }

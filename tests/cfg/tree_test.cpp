@@ -2,8 +2,6 @@
 #include "cfg/config_test.h"
 
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 
 namespace zan::test {
 namespace {
@@ -189,37 +187,6 @@ TEST_F(Print, CutsThePayloadAt1023Characters) {
 TEST_F(Print, NeedsAPath) {
     EXPECT_EQ(cfg_print(0, "x", nullptr), -1);
     EXPECT_TRUE(sent_nothing());
-}
-
-// ---- redirect_output ---------------------------------------------------------
-
-TEST(RedirectOutput, WritesToAStreamThatIsGiven) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    std::FILE *stream = open_memstream(&text, &size);
-    EXPECT_EQ(redirect_output("abcdef", 3, stream), 3);
-    EXPECT_EQ(redirect_output("\0x", 2, stream), 2);
-    EXPECT_EQ(redirect_output("lost", 0, stream), 0);
-    EXPECT_EQ(redirect_output("lost", -4, stream), -4);
-    EXPECT_EQ(redirect_output(nullptr, 0, stream), 0);
-    EXPECT_EQ(redirect_output(nullptr, 4, stream), 0);
-    std::fclose(stream);
-    EXPECT_EQ(std::string(text, size), std::string("abc\0x", 5));
-    std::free(text);
-}
-
-TEST(RedirectOutput, ReturnsItsCountWithoutAStream) {
-    for (const int n : {5, 1, 0, -7, INT_MAX, INT_MIN})
-        EXPECT_EQ(redirect_output("abc", n, nullptr), n);
-    EXPECT_EQ(redirect_output(nullptr, 3, nullptr), 3);
-}
-
-TEST(RedirectOutput, CountsWhatCouldBeWritten) {
-    std::FILE *full = std::fopen("/dev/full", "w");
-    ASSERT_NE(full, nullptr);
-    std::setvbuf(full, nullptr, _IONBF, 0);
-    EXPECT_EQ(redirect_output("abc", 3, full), 0);
-    std::fclose(full);
 }
 
 } // namespace

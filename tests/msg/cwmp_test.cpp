@@ -4,7 +4,6 @@
 #include "support/sandbox.h"
 
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -248,44 +247,6 @@ TEST_F(CwmpPoll, ReportsAMissingQueueUnlessErrnoSaysNoMessage) {
               "zan_cwmp_recv_notify_msq:receive msq message error, msgid: -1. "
               "Error:Identifier removed\n");
     g_msq_qid = own;
-}
-
-// ---- the console -----------------------------------------------------------
-
-// With a file of the test in the place of the console.  No body runs without it: it
-// would write to the machine's.
-class Console : public testing::Test {
-protected:
-    void SetUp() override {
-        ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
-        ZAN_SKIP_WITHOUT_ROOT();
-        if (access("/dev/console", F_OK) != 0)
-            GTEST_SKIP() << "there is no /dev/console to replace";
-        write_file("/tmp/console", "");
-        ASSERT_EQ(mount("/tmp/console", "/dev/console", nullptr, MS_BIND, nullptr), 0);
-    }
-};
-
-TEST_F(Console, IsOpenedForEachCall) {
-    StdoutCapture output;
-    zan_dprintf("%s %d\n", "number", 1);
-    EXPECT_EQ(read_file("/tmp/console"), "number 1\n");
-    // Opened for writing: a file begins afresh.
-    zan_dprintf("2");
-    EXPECT_EQ(read_file("/tmp/console"), "2");
-    zan_dprintf("%s", std::string(5000, 'x').c_str());
-    EXPECT_EQ(read_file("/tmp/console"), std::string(5000, 'x'));
-    zan_dprintf(nullptr);
-    EXPECT_EQ(output.stop(), "");
-}
-
-TEST_F(Console, ThatCannotBeOpenedIsSilent) {
-    ASSERT_EQ(mount(nullptr, "/dev/console", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr),
-              0);
-    StdoutCapture output;
-    zan_dprintf("nowhere\n");
-    EXPECT_EQ(output.stop(), "");
-    EXPECT_EQ(read_file("/tmp/console"), "");
 }
 
 } // namespace
