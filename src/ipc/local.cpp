@@ -72,6 +72,8 @@ int finish(int fd) {
 int serve(int fd, const SocketFile &file, int backlog) {
     if (bind_over_stale(fd, file) != 0)
         return -1;
+    // A datagram socket cannot; on the devices in the field it is asked to all the same,
+    // and nobody looks at the outcome.
     listen(fd, backlog);
     return finish(fd);
 }

@@ -113,6 +113,8 @@ bool bind_upward(int fd, in_addr_t host, int *port) {
     return false;
 }
 
+// Only behind bind(), as on every device in the field: before it, two UDP servers would
+// share a port where the second is to take the next one.
 void reuse_address(int fd) {
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);

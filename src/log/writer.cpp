@@ -38,7 +38,8 @@ TimeText current_time() {
     tzset();
     localtime_r(&now, &local);
     TimeText time;
-    zan_sprintf(time.text, 30, "%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+    zan_sprintf(time.text, sizeof time.text, "%02d:%02d:%02d", local.tm_hour, local.tm_min,
+                local.tm_sec);
     // Threads that log at the same time may mix the characters here, and only here.
     for (std::size_t i = 0; i < sizeof "hh:mm:ss"; ++i)
         store(timestamp_str[i], time.text[i]);

@@ -76,6 +76,7 @@ int zan_register_agent(const char *name, int pid) {
         return ZAN_ERR;
     if (zan_mesh_status() == 0)
         return refuse("zan_register_agent", name, pid);
+    // Nobody has locked it here: modules in the field depend on its release all the same.
     zan_api_unlock();
     zan_strcpy(g_agent_name, name, sizeof g_agent_name);
     if (g_ipc_handle > 0)
@@ -103,7 +104,9 @@ int zan_unregister_agent(const char *name, int pid) {
         return refuse("zan_unregister_agent", name, pid);
     const ApiLock lock;
     zan_body body;
-    build(body, ZAN_UNREGISTER, name, pid); // stays in host order
+    // It stays in host order, other than the registration: every device in the field
+    // sends it so, and the daemon reads both.
+    build(body, ZAN_UNREGISTER, name, pid);
     if (zan_ipc_send(g_ipc_handle, &body, record_size) < 0)
         return ZAN_ERR_SEND;
     await_stream_answer(ZAN_CLASS_REGISTRATION, ZAN_UNREGISTER, nullptr, nullptr);

@@ -118,6 +118,8 @@ int dispatch_message(zan_body &body, int room) {
     return 1;
 }
 
+// Neither the report of an event, 1, nor the restart, 9: no device in the field hands
+// them on.
 constexpr bool is_task_manager_command(int cmd) {
     return (cmd >= 2 && cmd <= 8) || (cmd >= 10 && cmd <= 17);
 }

@@ -52,6 +52,8 @@ constinit std::atomic<int> g_msq_lock_init = 0;
 
 using namespace zan;
 
+// Here the number in the message is that of the line.  Those of lock and unlock, 194
+// and 229, are part of the text: every device in the field prints them.
 void zan_api_lock_init(void) {
     if (g_api_lock_init != 0)
         return;

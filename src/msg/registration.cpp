@@ -70,6 +70,7 @@ int retry_registration(const char *label, const char *name, int instance, Failed
     for (int proj_id = 1; proj_id <= retries; ++proj_id) {
         std::printf("%s:register fail! Retry %d[%d]...\n", label, retries + 1 - proj_id, proj_id);
         result = zan_register_msq_by_id(name, instance, proj_id);
+        // Queue id 0 will do for a first attempt only, as on every device in the field.
         if (result > 0)
             break;
         if (failed == FailedQueue::remove)
