@@ -349,8 +349,9 @@ ZAN_API int zan_get_reg_msq_qid(void);
  * module's queue and announces it to the daemon.  Call it first and before any
  * other thread uses the library.  A failed attempt is repeated three times
  * under another queue key, each after printing
- * "zan_register_msq:register fail! Retry N[PROJ]...".  Returns the queue id, or
- * ZAN_ERR for a null name or a failed wait, ZAN_ERR_QUEUE_IDS (no daemon, no queue to
+ * "zan_register_msq:register fail! Retry N[PROJ]...".  A retry that gets queue id 0
+ * counts as failed, too, although the last one's 0 is returned.  The queue of a failed
+ * attempt is removed, its key file stays.  Returns the queue id, or ZAN_ERR for a null name or a failed wait, ZAN_ERR_QUEUE_IDS (no daemon, no queue to
  * be had, or the ids clash, which prints "!!!Error: ..."), ZAN_ERR_SEND, or the
  * daemon's negative result. */
 ZAN_API int zan_register(const char *name, int instance);
