@@ -467,13 +467,15 @@ ZAN_API void zan_set_taskmgr_msg_handler(zan_taskmgr_fn fn);
 ZAN_API int zan_process_data(zan_body *body);
 
 /* Starts the detached receive thread on the own queue for records of type
- * mtype: 0, or the error number of the step that failed, after its line.  The
- * first form initialises the queue lock and holds it around each receive and
+ * mtype: 0, or the error number of the step that failed, after "Initial pthread
+ * attribution error, errno: REASON.", "Setting pthread attribution error, errno:
+ * REASON." or "API: Create trap handler thread failed.".  The first form initialises the queue lock and holds it around each receive and
  * dispatch, polling every 100 ms; the second waits in the kernel and takes no
  * lock, so it can take the acknowledgement that a direct send waits for.  The
  * thread prints "zan_thread_create: mtype=TYPE g_msq_qid=QID-------------------->"
  * (or "zan_thread_create_wo_lock: ...") once, ends at once without an own queue,
- * and ends after four hard receive errors in a row, each printed.
+ * and ends after four hard receive errors in a row, each printed as "API: receive msq
+ * message error, msgid: QID. Error:REASON count=N".
  *
  * A thread that receives ZAN_CLASS_NOTIFY also takes the answers to subscription
  * requests, which are of that class: subscribe before it starts, and unsubscribe
@@ -506,8 +508,9 @@ ZAN_API int zan_send_all(const char *module, const void *data, int len);
 
 /* Over the daemon link of a registered agent, waiting for the acknowledgement;
  * no lock.  1, a negative result, or the failed send's result after printing
- * "zan_ipc_send send failed".  zan_send_all_agent then falls back to
- * zan_send_all, saying so before and after. */
+ * "zan_ipc_send send failed".  zan_send_all_agent then prints "zan_ipc_send send
+ * failed! Try zan_send_all ..." instead, calls zan_send_all, whose result it returns,
+ * and prints "zan_send_all ok!" or "zan_send_all fail!". */
 ZAN_API int zan_send_agent(const char *module, const void *data, int len);
 ZAN_API int zan_send_all_agent(const char *module, const void *data, int len);
 
@@ -538,8 +541,9 @@ ZAN_API int zan_cwmp_recv_notify_msq(void);
 /* Mesh agents                                                               */
 /* ------------------------------------------------------------------------ */
 
-/* 1 while the device is an enabled and settled mesh agent, else 0 after a line
- * that says why not.  Four configuration requests. */
+/* 1 while the device is an enabled and settled mesh agent, else 0 after
+ * "zan_mesh_status:mesh_enable=N role=ROLE", "zan_mesh_status:Topology is optimizing.."
+ * or "zan_mesh_status:Mapd is initializing...".  Four configuration requests. */
 ZAN_API int zan_mesh_status(void);
 
 /* Registers this process as an agent over a daemon link of its own, opened in up

@@ -10,6 +10,8 @@
 #include <cctype>
 #include <filesystem>
 #include <map>
+#include <regex>
+#include <set>
 #include <sstream>
 
 namespace zan::test {
@@ -127,6 +129,84 @@ TEST(ManPages, ReferToNamesThatAPageHas) {
             EXPECT_TRUE(is_system_page(reference) || has_word(names, reference.name))
                 << page << " refers to " << reference.name << " (" << reference.section << ")";
         }
+}
+
+// ---- the lines that the library prints
+
+std::string replaced(const std::string &text, const char *pattern, const char *by) {
+    return std::regex_replace(text, std::regex(pattern), by);
+}
+
+// What a source prints: its literals that end a line, and those of calls that print.
+// Neighbours are one literal.
+std::set<std::string> printed_texts(const std::string &source) {
+    static const std::regex literals(R"re("(?:[^"\\\n]|\\.)*"(?:\s*"(?:[^"\\\n]|\\.)*")*)re");
+    static const std::regex call(R"re(\b(?:printf|puts|refuse)\([^;"]*$)re");
+    std::set<std::string> texts;
+    std::size_t statement = 0;
+    for (std::sregex_iterator match(source.begin(), source.end(), literals), end; match != end;
+         ++match) {
+        const auto at = static_cast<std::size_t>(match->position());
+        statement = std::max(statement, source.rfind(';', at) + 1);
+        const std::string before =
+            replaced(source.substr(statement, at - statement), R"re("(?:[^"\\\n]|\\.)*")re", "");
+        const std::string text = replaced(match->str(), R"re("\s*")re", "");
+        if (text.ends_with("\\n\"") || std::regex_search(before, call))
+            texts.insert(text.substr(1, text.size() - 2));
+    }
+    return texts;
+}
+
+// The fixed parts of a format, without blanks.  None when they have no word.
+std::vector<std::string> fixed_parts(const std::string &format) {
+    const std::string text = replaced(replaced(format, R"(\\.|\s)", ""), "%[-.*0-9]*[a-z]", "%");
+    if (!std::regex_search(text, std::regex("[A-Za-z]{3}")))
+        return {};
+    std::vector<std::string> parts;
+    std::istringstream rest(text);
+    for (std::string part; std::getline(rest, part, '%');)
+        if (!part.empty())
+            parts.push_back(part);
+    return parts;
+}
+
+// Whether the parts stand one behind the other, with the name of a value between two.
+bool has_parts(const std::string &text, const std::vector<std::string> &parts) {
+    constexpr std::size_t longest_name = 40;
+    for (std::size_t at = text.find(parts[0]); at != std::string::npos;
+         at = text.find(parts[0], at + 1)) {
+        std::size_t end = at + parts[0].size();
+        const bool all = std::all_of(parts.begin() + 1, parts.end(), [&](const auto &part) {
+            const std::size_t next = text.find(part, end);
+            const bool near = next != std::string::npos && next - end <= longest_name;
+            end = next + part.size();
+            return near;
+        });
+        if (all)
+            return true;
+    }
+    return false;
+}
+
+TEST(ManPages, HaveEveryLineThatTheLibraryPrints) {
+    std::string manual;
+    for (const fs::path &page : pages())
+        if (page.extension() == ".3")
+            manual += plain_man_text(read_file(page));
+    manual = replaced(manual, R"(\s)", "");
+    std::size_t lines = 0;
+    for (const auto &entry : fs::recursive_directory_iterator(ZAN_TEST_SOURCES)) {
+        if (entry.path().extension() != ".cpp")
+            continue;
+        for (const std::string &text : printed_texts(read_file(entry.path()))) {
+            const std::vector<std::string> parts = fixed_parts(text);
+            if (parts.empty())
+                continue;
+            ++lines;
+            EXPECT_TRUE(has_parts(manual, parts)) << entry.path() << " prints " << text;
+        }
+    }
+    EXPECT_GT(lines, 60U);
 }
 
 TEST(ManPages, AreNamedByThatOfTheLibrary) {
