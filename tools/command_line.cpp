@@ -68,6 +68,25 @@ std::string without_line_end(const std::string &text) {
     return text.substr(0, text.find_last_not_of('\n') + 1);
 }
 
+// The parser says only that a command is missing: this names the word that stands in the
+// place of one.  Nothing when none does.
+std::optional<CLI::ValidationError> unknown_command(const CLI::App &app) {
+    const CLI::App *group = &app;
+    while (!group->get_subcommands().empty())
+        group = group->get_subcommands().front();
+    std::string names;
+    for (const CLI::App *command : group->get_subcommands([](const CLI::App *) { return true; }))
+        names += (names.empty() ? "" : ", ") + command->get_name();
+    const std::vector<std::string> words = group->remaining();
+    if (names.empty() || words.empty())
+        return std::nullopt;
+    if (words.front().starts_with('-'))
+        return CLI::ValidationError("The following argument was not expected: " + words.front());
+    const std::string place = group == &app ? "" : " in \"" + group->get_name() + "\"";
+    return CLI::ValidationError("no command \"" + words.front() + "\"" + place + "; there are " +
+                                names);
+}
+
 void report(const CLI::App &app, const CLI::ParseError &error, CommandLine &result) {
     std::ostringstream help;
     std::ostringstream complaint;
@@ -94,6 +113,11 @@ CommandLine parse_command_line(int argc, char **argv) {
     app.require_subcommand(1);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::RequiredError &error) {
+        if (const auto unknown = unknown_command(app))
+            report(app, *unknown, result);
+        else
+            report(app, error, result);
     } catch (const CLI::ParseError &error) {
         report(app, error, result);
     }

@@ -28,6 +28,10 @@ TEST_P(Usage, MistakeIsReported) {
               "zanctl: " + GetParam().complaint + "\nRun with --help for more information.\n");
 }
 
+const std::string all_commands =
+    "there are get, set, count, array, add, del, watch, attr, dump, print, reset, apply, pid, "
+    "send, broadcast, listen, control, login, convert, ifname, firewall, cwmp, fad, path, route, "
+    "ifaddr, mac-port, log, event";
 const std::string path_length = "PATH: a path has 1 to 1023 characters";
 const std::string path_characters = "PATH: a path has no blanks or control characters";
 const std::string text_length = "TEXT: a message has at most 1024 characters";
@@ -43,7 +47,19 @@ INSTANTIATE_TEST_SUITE_P(
     Zanctl, Usage,
     testing::Values(
         Mistake{"NoCommand", {}, "A subcommand is required"},
-        Mistake{"UnknownCommand", {"frob"}, "A subcommand is required"},
+        Mistake{"UnknownCommand", {"frob"}, "no command \"frob\"; " + all_commands},
+        Mistake{"UnknownCommandWithWords",
+                {"frob", "--json", "/x"},
+                "no command \"frob\"; " + all_commands},
+        Mistake{"UnknownCommandOfAGroup",
+                {"fad", "rebot", "--yes"},
+                "no command \"rebot\" in \"fad\"; there are upgrade, save, backup, reset, "
+                "reboot, shell"},
+        Mistake{
+            "UnknownOptionAlone", {"--frob"}, "The following argument was not expected: --frob"},
+        Mistake{"UnknownOptionOfAGroup",
+                {"fad", "--frob", "1"},
+                "The following argument was not expected: --frob"},
         Mistake{"NoPath", {"get"}, "PATH is required"},
         Mistake{"NoValue", {"set", "/x"}, "VALUE is required"},
         Mistake{"NoModule", {"pid"}, "MODULE is required"},
