@@ -45,6 +45,10 @@ std::string check_file_name(const std::string &name) {
     return {};
 }
 
+void add_note(CLI::App &app, const std::string &note) {
+    app.footer(note + "\n\n" + app.get_footer());
+}
+
 CLI::Option *add_paths(CLI::App &app, Arguments &arguments) {
     return app.add_option("PATH", arguments.paths, "Paths, such as /sys/user:1/name")
         ->option_text("...")

@@ -70,6 +70,9 @@ std::string check_text(const std::string &text);         // of a message
 std::string check_command_line(const std::string &text); // for the daemon
 std::string check_file_name(const std::string &name);
 
+// Text below the options in the help of a command.
+void add_note(CLI::App &app, const std::string &note);
+
 CLI::Option *add_paths(CLI::App &app, Arguments &arguments);
 CLI::Option *add_module(CLI::App &app, Arguments &arguments);
 

@@ -93,11 +93,11 @@ void define_backup(CLI::App &app, Arguments &arguments) {
 }
 
 void define_reset(CLI::App &app, Arguments &arguments) {
-    app.add_option("NAME", arguments.file, "Who asks for it")
+    app.add_option("NAME", arguments.file, "A name that the request carries")
         ->option_text("[]")
         ->check(check_file_name);
     app.add_flag_callback(
-        "--keep-wifi", [&arguments] { arguments.what = "but-wifi"; }, "But the Wi-Fi settings");
+        "--keep-wifi", [&arguments] { arguments.what = "but-wifi"; }, "Keep the Wi-Fi settings");
     add_action_options(app, arguments);
     add_confirmation(app, arguments);
 }
@@ -181,7 +181,7 @@ constexpr Command commands[] = {
     {"fad upgrade", "Upgrade the firmware or the configuration", define_upgrade, run_upgrade},
     {"fad save", "Save the configuration or the log", define_save, run_save},
     {"fad backup", "Back the configuration up", define_backup, run_backup},
-    {"fad reset", "Reset everything to the factory's settings", define_reset, run_reset},
+    {"fad reset", "Reset the device to the factory's settings", define_reset, run_reset},
     {"fad reboot", "Restart the device", define_reboot, run_reboot},
     {"fad shell", "Run a command line in the daemon's shell", define_shell, run_shell},
 };

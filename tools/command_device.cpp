@@ -25,8 +25,8 @@ void define_login(CLI::App &app, Arguments &arguments) {
         if (arguments.items.size() < 4 || arguments.items.size() > 5)
             throw CLI::ValidationError("ITEM", "a login has 4 or 5 of them");
     });
-    app.footer("An ITEM of - is read from standard input, a line each; at a terminal it is\n"
-               "prompted for and not shown, as a password should be.");
+    add_note(app, "An ITEM of - is read from standard input, a line each; at a terminal it is\n"
+                  "prompted for and not shown, as a password should be.");
 }
 
 std::vector<std::string> read_items(const std::vector<std::string> &given) {

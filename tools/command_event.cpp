@@ -48,7 +48,7 @@ void add_kind(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required()
         ->check(check_kind);
-    app.footer(kinds_and_members());
+    add_note(app, kinds_and_members());
 }
 
 // Throws CLI::ValidationError for what is no member of the event.
@@ -140,6 +140,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family event_family = {"Event messages", commands};
+const Family event_family = {"Event messages, without a daemon", commands};
 
 } // namespace zan::ctl

@@ -22,9 +22,9 @@ constexpr const char *version =
 #undef ZANCTL_VERSION
 #undef ZANCTL_TEXT
 
-constexpr const char *footer = R"(
-Exit codes: 0 done, 1 refused, with the daemon's text on standard error, or no match,
-            2 usage, 3 no daemon, or no answer from it in time.)";
+constexpr const char *footer =
+    "Exit codes: 0 done, 1 refused, with the daemon's text on standard error, or no match,\n"
+    "            2 usage, 3 no daemon, or no answer from it in time.";
 
 // Both before and after the command, whichever comes to mind.
 void add_output_options(CLI::App &app, Arguments &arguments) {

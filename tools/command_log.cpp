@@ -176,10 +176,12 @@ int run_tail(const Arguments &arguments, Output &output) {
 
 constexpr Command commands[] = {
     {"log", "Levels, destinations and messages of the modules' logs"},
-    {"log list", "Print every module's level and destination", define_nothing, run_list},
+    {"log list", "Print every module's level and destination, without a daemon", define_nothing,
+     run_list},
     {"log level", "Set a module's level, in the tree and at once", define_level, run_level},
     {"log dest", "Set a module's destination, in the tree and at once", define_dest, run_dest},
-    {"log tail", "Print the lines of a module's log file as they come", define_tail, run_tail},
+    {"log tail", "Print the lines of a module's log file as they come, without a daemon",
+     define_tail, run_tail},
 };
 
 } // namespace

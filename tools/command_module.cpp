@@ -17,7 +17,7 @@ void define_text(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required()
         ->check(check_text);
-    app.footer("Write -- before a TEXT that begins with a dash.");
+    add_note(app, "Write -- before a TEXT that begins with a dash.");
 }
 
 void define_send(CLI::App &app, Arguments &arguments) {

@@ -105,6 +105,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family path_family = {"Without a daemon", commands};
+const Family path_family = {"Paths, without a daemon", commands};
 
 } // namespace zan::ctl

@@ -29,7 +29,7 @@ void define_set(CLI::App &app, Arguments &arguments) {
         ->option_text(" ")
         ->required()
         ->check(check_value);
-    app.footer("Write -- before a VALUE that begins with a dash.");
+    add_note(app, "Write -- before a VALUE that begins with a dash.");
 }
 
 void define_watch(CLI::App &app, Arguments &arguments) {

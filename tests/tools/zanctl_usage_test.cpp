@@ -191,6 +191,8 @@ TEST(Zanctl, EveryCommandHasHelpOfItsOwn) {
         EXPECT_EQ(ended.status, exit_done) << usage;
         EXPECT_THAT(ended.output, HasSubstr(usage + " [OPTIONS]"));
         EXPECT_THAT(ended.output, HasSubstr("\n  --json ")) << usage;
+        EXPECT_THAT(ended.output, HasSubstr("\n\nExit codes: 0 done")) << usage;
+        EXPECT_THAT(ended.output, testing::Not(HasSubstr("\n\n\n"))) << usage;
         for (const std::string option : {"--name NAME", "--timeout SECONDS"})
             EXPECT_EQ(ended.output.find(option) != std::string::npos, command.needs_daemon)
                 << usage;
