@@ -75,7 +75,8 @@ void require_confirmation(const Arguments &arguments) {
 CLI::Option *add_module(CLI::App &app, Arguments &arguments) {
     return app.add_option("MODULE", arguments.module, "The name it has registered under")
         ->option_text(" ")
-        ->required();
+        ->required()
+        ->check(check_module_name);
 }
 
 CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments) {

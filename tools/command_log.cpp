@@ -19,9 +19,7 @@ void define_nothing(CLI::App & /*app*/, Arguments & /*arguments*/) {}
 
 // A name here is a part of a path in the tree, or the name of a file.
 CLI::Option *add_log_module(CLI::App &app, Arguments &arguments) {
-    return add_module(app, arguments)
-        ->description("The name that it logs under")
-        ->check(check_module_name);
+    return add_module(app, arguments)->description("The name that it logs under");
 }
 
 void define_level(CLI::App &app, Arguments &arguments) {

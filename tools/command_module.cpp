@@ -21,7 +21,7 @@ void define_text(CLI::App &app, Arguments &arguments) {
 }
 
 void define_send(CLI::App &app, Arguments &arguments) {
-    add_module(app, arguments)->check(check_module_name);
+    add_module(app, arguments);
     define_text(app, arguments);
     auto *const ack =
         app.add_flag("--ack", arguments.acknowledged, "Wait for the daemon's acknowledgement");

@@ -176,13 +176,14 @@ TEST_F(ZanctlTest, EveryCommandReportsTheDaemonsNo) {
     for (const int cmd : {1, 2, 3, 23, 25, 34})
         daemon.on(class_cfg, cmd, negative(-12, "not today"));
     for (const std::string command : {"get", "count", "array", "del", "add", "pid", "set"}) {
-        std::vector<std::string> arguments = {command, "/x"};
+        const std::string subject = command == "pid" ? "wifid" : "/x";
+        std::vector<std::string> arguments = {command, subject};
         if (command == "set")
             arguments.push_back("v");
         const Ended ended = run(arguments);
         EXPECT_EQ(ended.status, exit_refused) << command;
         EXPECT_EQ(ended.output, "") << command;
-        EXPECT_EQ(ended.error, "zanctl: /x: not today\n") << command;
+        EXPECT_EQ(ended.error, "zanctl: " + subject + ": not today\n") << command;
     }
     expect_left_nothing();
 }
