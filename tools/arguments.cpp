@@ -16,7 +16,7 @@ std::string check_path(const std::string &path) {
     return {};
 }
 
-// The name is part of a file name and travels in a field of the record.
+// The name is part of a file name and of a path, and travels in a field of the record.
 std::string check_module_name(const std::string &name) {
     if (name.empty() || name.size() >= ZAN_NAME_SIZE)
         return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";

@@ -8,6 +8,7 @@
 #include <zan.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <unistd.h>
 
@@ -113,11 +114,12 @@ std::string standard_input() {
 
 int run_decode(const Arguments &arguments, Output &output) {
     const EventCodec &codec = *find_event_codec(arguments.kind);
-    // The library says on standard error that the text does not parse.
     const auto values =
         codec.decode(arguments.event_text ? *arguments.event_text : standard_input());
-    if (!values)
+    if (!values) {
+        std::fprintf(stderr, "zanctl: event decode: the text is not JSON\n");
         return exit_refused;
+    }
     Json members = Json::object();
     for (std::size_t i = 0; i < values->size(); ++i) {
         const std::optional<std::string> &value = (*values)[i];

@@ -17,7 +17,6 @@ constexpr auto poll_interval = std::chrono::milliseconds(50);
 
 void define_nothing(CLI::App & /*app*/, Arguments & /*arguments*/) {}
 
-// A name here is a part of a path in the tree, or the name of a file.
 CLI::Option *add_log_module(CLI::App &app, Arguments &arguments) {
     return add_module(app, arguments)->description("The name that it logs under");
 }
@@ -113,7 +112,8 @@ int change(const char *key, int number, const std::string &name, Set set, Sessio
         LogTable table;
         const bool live = set(table);
         if (!live)
-            std::fprintf(stderr, "zanctl: %s has no log yet: the tree has it\n",
+            std::fprintf(stderr,
+                         "zanctl: %s has not registered for logging: only the tree was changed\n",
                          arguments.module.c_str());
         if (number == 0)
             std::fprintf(stderr,

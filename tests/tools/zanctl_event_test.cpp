@@ -120,7 +120,8 @@ TEST(ZanctlEvent, SaysWhenATextIsNoJson) {
         const Ended ended = run_zanctl({"event", "decode", "wan", text});
         EXPECT_EQ(ended.status, exit_refused) << text;
         EXPECT_EQ(ended.output, "");
-        EXPECT_EQ(ended.error, "decode_wan_event_msg:cJSON format error...\n");
+        EXPECT_EQ(ended.error, "decode_wan_event_msg:cJSON format error...\n"
+                               "zanctl: event decode: the text is not JSON\n");
     }
 }
 

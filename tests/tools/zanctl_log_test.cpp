@@ -168,7 +168,8 @@ TEST_F(ZanctlLog, LeavesTheTableAloneWhenTheTreeRefuses) {
 }
 
 TEST_F(ZanctlLog, SetsWhatAModuleWillHave) {
-    const std::string note = "zanctl: wlan has no log yet: the tree has it\n";
+    const std::string note =
+        "zanctl: wlan has not registered for logging: only the tree was changed\n";
     const Ended without_table = run({"log", "level", "wlan", "7", "--json"});
     EXPECT_EQ(without_table.status, exit_done);
     EXPECT_EQ(without_table.error, note);
