@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <unistd.h>
+#include <utility>
 
 namespace zan::ctl {
 std::string check_path(const std::string &path) {
@@ -62,14 +63,13 @@ CLI::Option *add_path(CLI::App &app, Arguments &arguments) {
         ->check(check_path);
 }
 
-void add_confirmation(CLI::App &app, Arguments &arguments) {
+void add_confirmation(CLI::App &app, Arguments &arguments, std::function<void()> check) {
     app.add_flag("--yes", arguments.confirmed, "Do it, even at a terminal");
-    app.parse_complete_callback([&arguments] { require_confirmation(arguments); });
-}
-
-void require_confirmation(const Arguments &arguments) {
-    if (!arguments.confirmed && isatty(STDIN_FILENO) != 0)
-        throw CLI::ValidationError("--yes", "required at a terminal: this changes the device");
+    app.parse_complete_callback([&arguments, check = std::move(check)] {
+        check();
+        if (!arguments.confirmed && isatty(STDIN_FILENO) != 0)
+            throw CLI::ValidationError("--yes", "required at a terminal: this changes the device");
+    });
 }
 
 CLI::Option *add_module(CLI::App &app, Arguments &arguments) {

@@ -5,6 +5,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Option.hpp>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -81,8 +82,9 @@ CLI::Option *add_path(CLI::App &app, Arguments &arguments);
 
 // --yes, for what changes or restarts the device: without it a person at a terminal
 // is refused.  A script, whose standard input is something else, is not asked.
-void add_confirmation(CLI::App &app, Arguments &arguments);
-void require_confirmation(const Arguments &arguments);
+// The check, which throws, is the command's own, and comes first.
+void add_confirmation(
+    CLI::App &app, Arguments &arguments, std::function<void()> check = [] {});
 
 // For the commands that can go over an agent's link.
 CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments);

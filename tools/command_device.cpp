@@ -150,11 +150,7 @@ void define_firewall(CLI::App &app, Arguments &arguments) {
     app.add_flag("-b", line.bridge, "A notification of the bridge, with -p, -i and -m");
     add('i', "With -b");
     add('m', "With -b: a number")->check(CLI::Range(INT_MIN, INT_MAX))->option_text("N");
-    add_confirmation(app, arguments);
-    app.parse_complete_callback([&arguments] {
-        check_firewall_line(arguments.firewall);
-        require_confirmation(arguments);
-    });
+    add_confirmation(app, arguments, [&line] { check_firewall_line(line); });
 }
 
 int send_firewall_line(const FirewallLine &line) {
