@@ -129,8 +129,7 @@ int run_decode(const Arguments &arguments, Output &output) {
         if (!arguments.json)
             output.line(std::string(codec.keys[i]) + "=" + printable(*value));
     }
-    if (arguments.json)
-        output.line(to_line({{"kind", codec.kind}, {"members", members}}));
+    print_json(output, arguments, {{"kind", codec.kind}, {"members", members}});
     return exit_done;
 }
 

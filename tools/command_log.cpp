@@ -120,9 +120,8 @@ int change(const char *key, int number, const std::string &name, Set set, Sessio
                          "zanctl: 0 in the tree is no setting: %s has it until it "
                          "starts again\n",
                          arguments.module.c_str());
-        if (arguments.json)
-            output.line(
-                to_line({{"path", path}, {"value", number}, {"name", name}, {"live", live}}));
+        print_json(output, arguments,
+                   {{"path", path}, {"value", number}, {"name", name}, {"live", live}});
     });
 }
 

@@ -80,8 +80,7 @@ int run_send(Session &session, const Arguments &arguments, Output &output) {
             session.post(sending(zan_send, arguments.module, arguments.text));
         if (arguments.acknowledged)
             json["acknowledged"] = true;
-        if (arguments.json)
-            output.line(to_line(json));
+        print_json(output, arguments, json);
     });
 }
 
@@ -92,15 +91,13 @@ int run_broadcast(Session &session, const Arguments &arguments, Output &output) 
         else
             session.request(
                 {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, ZAN_MODULE_CORE, arguments.text});
-        if (arguments.json)
-            output.line(to_line({{"text", arguments.text}, {"acknowledged", true}}));
+        print_json(output, arguments, {{"text", arguments.text}, {"acknowledged", true}});
     });
 }
 
 int run_control(Session &session, const Arguments &arguments, Output &output) {
     session.post([&] { return zan_ctl_request(arguments.text.c_str()); });
-    if (arguments.json)
-        output.line(to_line({{"command_line", arguments.text}}));
+    print_json(output, arguments, {{"command_line", arguments.text}});
     return exit_done;
 }
 

@@ -119,8 +119,7 @@ int run_count(Session &session, const Arguments &arguments, Output &output) {
 int run_set(Session &session, const Arguments &arguments, Output &output) {
     return attempt(arguments.path, [&] {
         ask(session, ZAN_CFG_SET, "0" + arguments.path + " " + arguments.value);
-        if (arguments.json)
-            output.line(to_line({{"path", arguments.path}, {"value", arguments.value}}));
+        print_json(output, arguments, {{"path", arguments.path}, {"value", arguments.value}});
     });
 }
 
@@ -128,8 +127,7 @@ int change(zan_cfg_cmd cmd, const char *done, Session &session, const Arguments 
            Output &output) {
     return for_each_path(arguments, [&](const std::string &path) {
         ask(session, cmd, path);
-        if (arguments.json)
-            output.line(to_line({{"path", path}, {done, true}}));
+        print_json(output, arguments, {{"path", path}, {done, true}});
     });
 }
 

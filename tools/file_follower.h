@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <sys/stat.h>
-#include <vector>
 
 namespace zan::ctl {
 
