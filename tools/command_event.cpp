@@ -2,7 +2,7 @@
 // Event messages: to and from the JSON that modules send each other.
 #include "event_codec.h"
 #include "interrupt.h"
-#include "notification.h"
+#include "printable.h"
 #include "run.h"
 
 #include <zan.h>

@@ -3,7 +3,7 @@
 #include "file_follower.h"
 #include "interrupt.h"
 #include "log_table.h"
-#include "notification.h"
+#include "printable.h"
 #include "run.h"
 
 #include <chrono>

@@ -4,7 +4,6 @@
 #include <zan.h>
 
 #include <charconv>
-#include <cstdio>
 #include <optional>
 
 namespace zan::ctl {
@@ -63,21 +62,6 @@ std::string kind_text(int kind) {
     if (kind < 1 || kind > 3)
         return std::to_string(kind);
     return texts[kind - 1];
-}
-
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= ' ' && byte != 0x7f && c != '\\') {
-            result += c;
-            continue;
-        }
-        char escape[5];
-        std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-        result += escape;
-    }
-    return result;
 }
 
 } // namespace zan::ctl

@@ -25,7 +25,4 @@ Change decode_change(std::string_view f1, std::string_view f2, std::string_view 
 // "changed", "added", "deleted", or the number.
 std::string kind_text(int kind);
 
-// Control characters and backslashes as \xHH, so that the text stays one line.
-std::string printable(std::string_view text);
-
 } // namespace zan::ctl

@@ -4,6 +4,7 @@
 #include "interrupt.h"
 #include "json.h"
 #include "notification.h"
+#include "printable.h"
 #include "run.h"
 
 #include <algorithm>

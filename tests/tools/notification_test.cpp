@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "notification.h"
+#include "printable.h"
 
 #include <gtest/gtest.h>
 
