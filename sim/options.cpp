@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "options.h"
 
-#include "version.h"
-
 #include <CLI/CLI.hpp>
 
 namespace zan::sim {
@@ -47,7 +45,7 @@ struct FaultOptions {
 bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     CLI::App app("zansim: a stand-in for the zan daemon that serves a configuration tree\n"
                  "over message queues and, for mesh agents, TCP");
-    app.set_version_flag("--version", std::string("zansim ") + zansim_version);
+    app.set_version_flag("--version", "zansim " ZAN_VERSION_TEXT);
     app.add_option("TREE", options.tree_file, "Tree to serve, a JSON file")->required();
     app.add_option("--save", options.save_file, "Write the tree back to FILE as it changes")
         ->type_name("FILE");

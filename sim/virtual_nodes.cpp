@@ -3,7 +3,6 @@
 
 #include "daemon.h"
 #include "text.h"
-#include "version.h"
 
 #include <algorithm>
 #include <array>
@@ -63,7 +62,7 @@ template<auto member> std::string last(const Daemon &daemon) {
 constexpr std::array nodes{
     VirtualNode{"event", nullptr, send_event},
     VirtualNode{"message", nullptr, send_message},
-    VirtualNode{"version", [](const Daemon &) { return std::string(zansim_version); }, nullptr},
+    VirtualNode{"version", [](const Daemon &) { return std::string(ZAN_VERSION_TEXT); }, nullptr},
     VirtualNode{"modules",
                 [](const Daemon &daemon) { return std::to_string(daemon.modules.size()); },
                 nullptr},

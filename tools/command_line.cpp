@@ -4,8 +4,6 @@
 #include "commands.h"
 #include "failure.h"
 
-#include <zan.h>
-
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <sstream>
@@ -13,14 +11,6 @@
 
 namespace zan::ctl {
 namespace {
-
-#define ZANCTL_TEXT(number) #number
-#define ZANCTL_VERSION(major, minor, patch)                                                        \
-    "zanctl " ZANCTL_TEXT(major) "." ZANCTL_TEXT(minor) "." ZANCTL_TEXT(patch)
-constexpr const char *version =
-    ZANCTL_VERSION(ZAN_VERSION_MAJOR, ZAN_VERSION_MINOR, ZAN_VERSION_PATCH);
-#undef ZANCTL_VERSION
-#undef ZANCTL_TEXT
 
 constexpr const char *footer =
     "Exit codes: 0 done, 1 refused, with the daemon's text on standard error, or no match,\n"
@@ -104,7 +94,7 @@ CommandLine parse_command_line(int argc, char **argv) {
     CLI::App app("Reads, writes and watches the configuration of a running zan daemon, and "
                  "sends messages to its modules.",
                  "zanctl");
-    app.set_version_flag("--version", version);
+    app.set_version_flag("--version", "zanctl " ZAN_VERSION_TEXT);
     app.footer(footer);
     add_output_options(app, result.arguments);
     add_daemon_options(app, result.arguments);
