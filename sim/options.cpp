@@ -3,6 +3,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+
 namespace zan::sim {
 
 namespace {
@@ -44,9 +48,14 @@ struct FaultOptions {
 
 bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     CLI::App app("zansim: a stand-in for the zan daemon that serves a configuration tree\n"
-                 "over message queues and, for mesh agents, TCP");
+                 "over message queues and, for mesh agents, TCP",
+                 "zansim");
+    app.footer("Exit codes: 0 ended by a signal, 1 could not start, or lost its queue,\n"
+               "            2 mistake in the command line.");
     app.set_version_flag("--version", "zansim " ZAN_VERSION_TEXT);
-    app.add_option("TREE", options.tree_file, "Tree to serve, a JSON file")->required();
+    app.add_option("TREE", options.tree_file, "Tree to serve, a JSON file")
+        ->option_text(" ")
+        ->required();
     app.add_option("--save", options.save_file, "Write the tree back to FILE as it changes")
         ->type_name("FILE");
     app.add_flag("--trace", options.trace, "Print a line for each record");
@@ -68,7 +77,10 @@ bool read_options(int argc, char **argv, Options &options, int &exit_code) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        exit_code = app.exit(error) == 0 ? exit_ended : exit_usage;
+        std::ostringstream complaint;
+        exit_code = app.exit(error, std::cout, complaint) == 0 ? exit_ended : exit_usage;
+        if (exit_code != exit_ended)
+            std::fprintf(stderr, "zansim: %s", complaint.str().c_str());
         return false;
     }
     auto faults = fault_options.faults();

@@ -145,7 +145,9 @@ TEST_F(Start, TellsAMistakeInTheCommandLine) {
         command.insert(command.end(), arguments.begin(), arguments.end());
         Program program(command);
         EXPECT_EQ(program.wait(), 2);
-        EXPECT_NE(program.error(), "");
+        EXPECT_THAT(
+            program.error(),
+            testing::MatchesRegex("zansim: [^\n]+\nRun with --help for more information.\n"));
         EXPECT_EQ(program.output(), "");
     }
 }
@@ -157,6 +159,9 @@ TEST_F(Start, TellsItsOptionsAndItsVersion) {
          {"TREE", "--save", "--trace", "--trace-json", "--directory", "--allow-shell",
           "--cwmp-answers", "--cwmp-timeout", "--fault", "--fault-file", "--seed", "--version"})
         EXPECT_NE(help.output().find(option), std::string::npos) << option;
+    EXPECT_THAT(help.output(), testing::HasSubstr("\nUsage: zansim [OPTIONS] TREE\n"));
+    EXPECT_THAT(help.output(), testing::HasSubstr("\n  TREE                        Tree"));
+    EXPECT_THAT(help.output(), testing::HasSubstr("\n\nExit codes: 0 ended by a signal"));
     Program version({zansim_path(), "--version"});
     EXPECT_EQ(version.wait(), 0);
     EXPECT_THAT(version.output(), testing::MatchesRegex("zansim [0-9]+\\.[0-9]+\\.[0-9]+\n"));
