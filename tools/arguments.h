@@ -15,53 +15,83 @@ namespace zan::ctl {
 
 struct Command;
 
+// What the daemon's file-and-action module is asked for.
+struct ActionLine {
+    std::string what; // of the kinds of one action, as in "save log"
+    std::string name; // what the action's record calls so: a file, a name or a shell command
+    int parameter = 0;
+    bool waits = true;
+};
+
 // A firewall request by the letters of its options; a letter may be missing.
 struct FirewallLine {
     std::map<char, std::string> options;
     bool bridge = false;
 };
 
-// Everything a command line can say.
-struct Arguments {
-    const Command *command = nullptr;
-    std::string name; // to register under
-    double timeout = 5;
-    bool json = false;
+// Two paths to compare, or one and a range of its elements.
+struct PathLine {
     std::string path;
-    std::vector<std::string> paths;
-    std::string value;
-    std::string module;
-    std::string text; // of a message or a command line
-    bool acknowledged = false;
-    bool agent = false; // goes over the link
-    std::vector<int> events;
-    unsigned count = 0; // of notifications to wait for; 0: no end
-    bool time = false;
-    int mode = 0; // the daemon's; an action's parameter, a kind of conversion
-    int code = 0; // of a request to remote management
-    bool confirmed = false;
-    bool waits = true;              // for an action
-    bool firewall_only = false;     // is applied
-    std::string file;               // a name, or a command line for the daemon's shell
-    std::string what;               // of several things of a kind
-    std::vector<std::string> items; // of a login
-    FirewallLine firewall;
-    // Of the path commands.
     std::string other;
     bool nocase = false;
     bool reverse = false;
     int start = 0;
     std::optional<int> end;
-    // Of the network commands.
-    std::string address;
+};
+
+struct NetworkLine {
+    std::string address; // of the network or, for mac-port, a MAC
     std::string bridge;
     std::vector<std::string> interfaces;
-    // Of log tail.
+};
+
+struct LogLine {
+    std::string setting;    // a level or a destination, by number or name
     std::size_t lines = 10; // that are there, to begin with
-    // Of the event message commands.
+};
+
+struct EventLine {
     std::string kind;
     std::vector<std::string> members; // KEY=VALUE
-    std::optional<std::string> event_text;
+    std::optional<std::string> text;
+};
+
+// Everything a command line can say.
+struct Arguments {
+    const Command *command = nullptr;
+    // For every command, or every one that asks the daemon.
+    bool json = false;
+    std::string name; // to register under
+    double timeout = 5;
+    // For several commands.
+    std::string path;
+    std::vector<std::string> paths;
+    std::string module;
+    std::string text;       // of a message, or that a request carries
+    bool agent = false;     // goes over the link
+    bool confirmed = false; // though it changes the device
+    // For the commands that print what arrives.
+    std::vector<int> events;
+    unsigned count = 0; // of lines to end after; 0: no end
+    bool time = false;
+    // For one command each, or two.
+    std::string value;              // set
+    std::string attributes;         // attr set
+    std::string dump_file;          // dump
+    int mode = 0;                   // dump, print
+    bool firewall_only = false;     // apply
+    bool acknowledged = false;      // send
+    std::string command_line;       // control
+    std::vector<std::string> items; // login
+    int conversion = 0;             // convert
+    int code = 0;                   // cwmp
+    // For the commands of one family.
+    ActionLine action;
+    FirewallLine firewall;
+    PathLine compared;
+    NetworkLine network;
+    LogLine log;
+    EventLine event;
 };
 
 // Each check says what is wrong with the text, or nothing.

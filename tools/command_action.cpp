@@ -34,7 +34,7 @@ template<std::size_t Size> std::vector<std::string> names_of(const Choice (&choi
 template<std::size_t Size>
 zan_action chosen(const Choice (&choices)[Size], const Arguments &arguments) {
     for (const Choice &choice : choices)
-        if (arguments.what == choice.what)
+        if (arguments.action.what == choice.what)
             return choice.action;
     return choices[0].action;
 }
@@ -46,7 +46,7 @@ CLI::Option *add_choice(CLI::App &app, Arguments &arguments, const Choice (&choi
     description += ", one of: ";
     for (const Choice &choice : choices)
         description += (&choice == choices ? "" : ", ") + std::string(choice.what);
-    return app.add_option("WHAT", arguments.what, description)
+    return app.add_option("WHAT", arguments.action.what, description)
         ->option_text("[]")
         ->check(CLI::IsMember(names_of(choices)).description(""));
 }
@@ -60,17 +60,18 @@ std::string check_shell_command(const std::string &command) {
 }
 
 CLI::Option *add_file(CLI::App &app, Arguments &arguments) {
-    return app.add_option("FILE", arguments.file, "The file, by the daemon's name for it")
+    return app.add_option("FILE", arguments.action.name, "The file, by the daemon's name for it")
         ->option_text(" ")
         ->check(check_file_name);
 }
 
 void add_action_options(CLI::App &app, Arguments &arguments) {
-    app.add_option("--param", arguments.mode, "A number for the daemon (default: 0)")
+    app.add_option("--param", arguments.action.parameter, "A number for the daemon (default: 0)")
         ->option_text("N")
         ->check(CLI::Range(0, INT_MAX));
     app.add_flag_callback(
-        "--no-wait", [&arguments] { arguments.waits = false; }, "Do not wait for the outcome");
+        "--no-wait", [&arguments] { arguments.action.waits = false; },
+        "Do not wait for the outcome");
 }
 
 void define_upgrade(CLI::App &app, Arguments &arguments) {
@@ -88,16 +89,18 @@ void define_save(CLI::App &app, Arguments &arguments) {
 void define_backup(CLI::App &app, Arguments &arguments) {
     add_file(app, arguments)->option_text("[]");
     app.add_flag_callback(
-        "--old", [&arguments] { arguments.what = "old"; }, "The configuration before this one");
+        "--old", [&arguments] { arguments.action.what = "old"; },
+        "The configuration before this one");
     add_action_options(app, arguments);
 }
 
 void define_reset(CLI::App &app, Arguments &arguments) {
-    app.add_option("NAME", arguments.file, "A name that the request carries")
+    app.add_option("NAME", arguments.action.name, "A name that the request carries")
         ->option_text("[]")
         ->check(check_file_name);
     app.add_flag_callback(
-        "--keep-wifi", [&arguments] { arguments.what = "but-wifi"; }, "Keep the Wi-Fi settings");
+        "--keep-wifi", [&arguments] { arguments.action.what = "but-wifi"; },
+        "Keep the Wi-Fi settings");
     add_action_options(app, arguments);
     add_confirmation(app, arguments);
 }
@@ -107,7 +110,8 @@ void define_reboot(CLI::App &app, Arguments &arguments) {
 }
 
 void define_shell(CLI::App &app, Arguments &arguments) {
-    app.add_option("COMMAND", arguments.file, "A command line for the daemon's shell, as one word")
+    app.add_option("COMMAND", arguments.action.name,
+                   "A command line for the daemon's shell, as one word")
         ->option_text(" ")
         ->required()
         ->check(check_shell_command);
@@ -119,32 +123,32 @@ void define_shell(CLI::App &app, Arguments &arguments) {
 
 // Sent here when an answer is awaited: the library's wait keeps the daemon's text to
 // itself.
-std::string payload_of(zan_action action, const Arguments &arguments) {
+std::string payload_of(zan_action action, const ActionLine &line) {
     zan_action_data payload = {};
     payload.code = action;
     payload.wait = 1;
-    payload.param = arguments.mode;
-    arguments.file.copy(payload.name, sizeof payload.name - 1);
+    payload.param = line.parameter;
+    line.name.copy(payload.name, sizeof payload.name - 1);
     std::string bytes(sizeof payload, '\0');
     std::memcpy(bytes.data(), &payload, sizeof payload);
     return bytes;
 }
 
-void act(Session &session, zan_action action, const Arguments &arguments) {
-    const char *const name = arguments.file.empty() ? nullptr : arguments.file.c_str();
-    if (arguments.waits)
-        session.request(
-            {ZAN_CLASS_ACTION, action, ZAN_MODULE_ACTION, payload_of(action, arguments)});
+void act(Session &session, zan_action action, const ActionLine &line) {
+    const char *const name = line.name.empty() ? nullptr : line.name.c_str();
+    if (line.waits)
+        session.request({ZAN_CLASS_ACTION, action, ZAN_MODULE_ACTION, payload_of(action, line)});
     else
-        session.post([&] { return zan_fad_send(action, 0, arguments.mode, action, name); });
+        session.post([&] { return zan_fad_send(action, 0, line.parameter, action, name); });
 }
 
 int run_action(zan_action action, Session &session, const Arguments &arguments, Output &output) {
+    const ActionLine &line = arguments.action;
     return attempt(arguments.command->name, [&] {
-        act(session, action, arguments);
-        Json json = {{"action", int{action}}, {"done", arguments.waits}};
-        if (!arguments.file.empty())
-            json["name"] = arguments.file;
+        act(session, action, line);
+        Json json = {{"action", int{action}}, {"done", line.waits}};
+        if (!line.name.empty())
+            json["name"] = line.name;
         print_json(output, arguments, json);
     });
 }

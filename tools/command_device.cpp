@@ -59,7 +59,7 @@ int run_login(Session &session, const Arguments &arguments, Output &output) {
 
 // The kind travels as a digit in front of the path.
 void define_convert(CLI::App &app, Arguments &arguments) {
-    app.add_option("KIND", arguments.mode, "Which conversion, 0 to 9")
+    app.add_option("KIND", arguments.conversion, "Which conversion, 0 to 9")
         ->option_text(" ")
         ->required()
         ->check(CLI::Range(0, 9));
@@ -81,9 +81,9 @@ void define_ifname(CLI::App &app, Arguments &arguments) {
 int run_convert(Session &session, const Arguments &arguments, Output &output) {
     return for_each_path(arguments, [&](const std::string &path) {
         const std::string text =
-            ask(session, ZAN_CFG_CONVERT_PATH, std::to_string(arguments.mode) + path);
+            ask(session, ZAN_CFG_CONVERT_PATH, std::to_string(arguments.conversion) + path);
         print(output, arguments, text,
-              {{"path", path}, {"kind", arguments.mode}, {"converted", text}});
+              {{"path", path}, {"kind", arguments.conversion}, {"converted", text}});
     });
 }
 

@@ -45,7 +45,7 @@ std::string check_kind(const std::string &kind) {
 }
 
 void add_kind(CLI::App &app, Arguments &arguments) {
-    app.add_option("KIND", arguments.kind, "Which event it is")
+    app.add_option("KIND", arguments.event.kind, "Which event it is")
         ->option_text(" ")
         ->required()
         ->check(check_kind);
@@ -78,23 +78,23 @@ MemberValues member_values(const EventCodec &codec, const std::vector<std::strin
 
 void define_encode(CLI::App &app, Arguments &arguments) {
     add_kind(app, arguments);
-    app.add_option("KEY=VALUE", arguments.members, "What it tells, in any order")
+    app.add_option("KEY=VALUE", arguments.event.members, "What it tells, in any order")
         ->option_text("...");
     app.parse_complete_callback([&arguments] {
-        if (const EventCodec *const codec = find_event_codec(arguments.kind))
-            member_values(*codec, arguments.members);
+        if (const EventCodec *const codec = find_event_codec(arguments.event.kind))
+            member_values(*codec, arguments.event.members);
     });
 }
 
 void define_decode(CLI::App &app, Arguments &arguments) {
     add_kind(app, arguments);
-    app.add_option("TEXT", arguments.event_text, "The JSON text; standard input without it")
+    app.add_option("TEXT", arguments.event.text, "The JSON text; standard input without it")
         ->option_text(" ");
 }
 
 int run_encode(const Arguments &arguments, Output &output) {
-    const EventCodec &codec = *find_event_codec(arguments.kind);
-    output.line(codec.encode(member_values(codec, arguments.members)));
+    const EventCodec &codec = *find_event_codec(arguments.event.kind);
+    output.line(codec.encode(member_values(codec, arguments.event.members)));
     return exit_done;
 }
 
@@ -113,9 +113,9 @@ std::string standard_input() {
 }
 
 int run_decode(const Arguments &arguments, Output &output) {
-    const EventCodec &codec = *find_event_codec(arguments.kind);
+    const EventCodec &codec = *find_event_codec(arguments.event.kind);
     const auto values =
-        codec.decode(arguments.event_text ? *arguments.event_text : standard_input());
+        codec.decode(arguments.event.text ? *arguments.event.text : standard_input());
     if (!values) {
         std::fprintf(stderr, "zanctl: event decode: the text is not JSON\n");
         return exit_refused;

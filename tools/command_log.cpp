@@ -23,7 +23,7 @@ CLI::Option *add_log_module(CLI::App &app, Arguments &arguments) {
 
 void define_level(CLI::App &app, Arguments &arguments) {
     add_log_module(app, arguments);
-    app.add_option("LEVEL", arguments.value, "0 to 7, or one of: " + level_names())
+    app.add_option("LEVEL", arguments.log.setting, "0 to 7, or one of: " + level_names())
         ->option_text(" ")
         ->required()
         ->check([](const std::string &text) {
@@ -33,7 +33,7 @@ void define_level(CLI::App &app, Arguments &arguments) {
 
 void define_dest(CLI::App &app, Arguments &arguments) {
     add_log_module(app, arguments);
-    app.add_option("DEST", arguments.value, "1 to 5, or one of: " + dest_names())
+    app.add_option("DEST", arguments.log.setting, "1 to 5, or one of: " + dest_names())
         ->option_text(" ")
         ->required()
         ->check([](const std::string &text) {
@@ -43,7 +43,8 @@ void define_dest(CLI::App &app, Arguments &arguments) {
 
 void define_tail(CLI::App &app, Arguments &arguments) {
     add_log_module(app, arguments);
-    app.add_option("--lines", arguments.lines, "Begin with so many of the last lines (default: 10)")
+    app.add_option("--lines", arguments.log.lines,
+                   "Begin with so many of the last lines (default: 10)")
         ->option_text("N")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--count", arguments.count, "End after so many lines")
@@ -126,7 +127,7 @@ int change(const char *key, int number, const std::string &name, Set set, Sessio
 }
 
 int run_level(Session &session, const Arguments &arguments, Output &output) {
-    const std::int32_t level = to_level(arguments.value).value_or(0);
+    const std::int32_t level = to_level(arguments.log.setting).value_or(0);
     return change(
         "loglevel", level, level_text(level),
         [&](LogTable &table) { return table.set_level(arguments.module, level); }, session,
@@ -134,7 +135,7 @@ int run_level(Session &session, const Arguments &arguments, Output &output) {
 }
 
 int run_dest(Session &session, const Arguments &arguments, Output &output) {
-    const std::uint8_t dest = to_dest(arguments.value).value_or(0);
+    const std::uint8_t dest = to_dest(arguments.log.setting).value_or(0);
     return change(
         "logdest", dest, dest_text(dest),
         [&](LogTable &table) { return table.set_dest(arguments.module, dest); }, session, arguments,
@@ -154,7 +155,7 @@ std::string printable_line(const std::string &line) {
 int run_tail(const Arguments &arguments, Output &output) {
     const std::string path = "/var/log/" + arguments.module;
     FileFollower file(path);
-    file.keep_last(arguments.lines);
+    file.keep_last(arguments.log.lines);
     std::fprintf(stderr, "zanctl: %s %s\n", file.exists() ? "following" : "waiting for",
                  path.c_str());
     for (unsigned printed = 0; interrupted() == 0;) {

@@ -35,7 +35,7 @@ void define_broadcast(CLI::App &app, Arguments &arguments) {
 }
 
 void define_control(CLI::App &app, Arguments &arguments) {
-    app.add_option("CMDLINE", arguments.text, "A command line for the daemon, as one word")
+    app.add_option("CMDLINE", arguments.command_line, "A command line for the daemon, as one word")
         ->option_text(" ")
         ->required()
         ->check(check_command_line);
@@ -96,8 +96,8 @@ int run_broadcast(Session &session, const Arguments &arguments, Output &output) 
 }
 
 int run_control(Session &session, const Arguments &arguments, Output &output) {
-    session.post([&] { return zan_ctl_request(arguments.text.c_str()); });
-    print_json(output, arguments, {{"command_line", arguments.text}});
+    session.post([&] { return zan_ctl_request(arguments.command_line.c_str()); });
+    print_json(output, arguments, {{"command_line", arguments.command_line}});
     return exit_done;
 }
 

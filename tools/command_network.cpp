@@ -47,7 +47,7 @@ int not_found(const std::string &what, const char *missing) {
 // ---- route get
 
 void define_route_get(CLI::App &app, Arguments &arguments) {
-    app.add_option("ADDRESS", arguments.address, "Where to; an IPv6 route by its network")
+    app.add_option("ADDRESS", arguments.network.address, "Where to; an IPv6 route by its network")
         ->option_text(" ")
         ->required()
         ->check(check_address);
@@ -74,12 +74,12 @@ Way way_to(const std::string &address) {
 }
 
 int run_route_get(const Arguments &arguments, Output &output) {
-    const Way way = way_to(arguments.address);
+    const Way way = way_to(arguments.network.address);
     if (!way.found)
-        return not_found(arguments.address, "no route");
+        return not_found(arguments.network.address, "no route");
     const std::string gateway = way.gateway.data();
-    std::string line = arguments.address;
-    Json json = {{"address", arguments.address}};
+    std::string line = arguments.network.address;
+    Json json = {{"address", arguments.network.address}};
     const auto add = [&](const char *word, const char *member, const std::string &value) {
         if (value.empty())
             return;
@@ -96,7 +96,7 @@ int run_route_get(const Arguments &arguments, Output &output) {
 // ---- ifaddr
 
 void define_ifaddr(CLI::App &app, Arguments &arguments) {
-    app.add_option("INTERFACE", arguments.interfaces, "Interfaces (default: all)")
+    app.add_option("INTERFACE", arguments.network.interfaces, "Interfaces (default: all)")
         ->option_text("...")
         ->check(check_interface);
 }
@@ -133,11 +133,11 @@ bool show_addresses(const std::string &name, const Arguments &arguments, Output 
 
 int run_ifaddr(const Arguments &arguments, Output &output) {
     int status = exit_done;
-    if (arguments.interfaces.empty()) {
+    if (arguments.network.interfaces.empty()) {
         for (const std::string &name : all_interfaces())
             show_addresses(name, arguments, output);
     }
-    for (const std::string &name : arguments.interfaces) {
+    for (const std::string &name : arguments.network.interfaces) {
         if (!show_addresses(name, arguments, output))
             status = not_found(name, "no address");
     }
@@ -147,11 +147,11 @@ int run_ifaddr(const Arguments &arguments, Output &output) {
 // ---- mac-port
 
 void define_mac_port(CLI::App &app, Arguments &arguments) {
-    app.add_option("BRIDGE", arguments.bridge, "A bridge")
+    app.add_option("BRIDGE", arguments.network.bridge, "A bridge")
         ->option_text(" ")
         ->required()
         ->check(check_interface);
-    app.add_option("MAC", arguments.address, "An address, such as 00:1a:2b:3c:4d:5e")
+    app.add_option("MAC", arguments.network.address, "An address, such as 00:1a:2b:3c:4d:5e")
         ->option_text(" ")
         ->required()
         ->check(check_mac);
@@ -160,11 +160,13 @@ void define_mac_port(CLI::App &app, Arguments &arguments) {
 int run_mac_port(const Arguments &arguments, Output &output) {
     std::array<unsigned char, 6> mac{};
     std::array<char, IF_NAMESIZE> port{};
-    zan_macstr_to_num(arguments.address.c_str(), mac.data());
-    if (get_ifname_from_macaddr(arguments.bridge.c_str(), mac.data(), port.data()) < 0)
-        return not_found(arguments.bridge + " " + arguments.address, "no port");
+    zan_macstr_to_num(arguments.network.address.c_str(), mac.data());
+    if (get_ifname_from_macaddr(arguments.network.bridge.c_str(), mac.data(), port.data()) < 0)
+        return not_found(arguments.network.bridge + " " + arguments.network.address, "no port");
     print(output, arguments, port.data(),
-          {{"bridge", arguments.bridge}, {"mac", arguments.address}, {"port", port.data()}});
+          {{"bridge", arguments.network.bridge},
+           {"mac", arguments.network.address},
+           {"port", port.data()}});
     return exit_done;
 }
 

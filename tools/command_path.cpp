@@ -23,31 +23,32 @@ void add_text(CLI::App &app, const char *name, std::string &text, const char *wh
 }
 
 void add_nocase(CLI::App &app, Arguments &arguments) {
-    app.add_flag("--nocase", arguments.nocase, "Take upper and lower case for the same");
+    app.add_flag("--nocase", arguments.compared.nocase, "Take upper and lower case for the same");
 }
 
 void define_match(CLI::App &app, Arguments &arguments) {
-    add_text(app, "PATH", arguments.path, "A path, in which # may stand for an instance");
-    add_text(app, "OTHER", arguments.other, "The other");
+    add_text(app, "PATH", arguments.compared.path, "A path, in which # may stand for an instance");
+    add_text(app, "OTHER", arguments.compared.other, "The other");
     add_nocase(app, arguments);
 }
 
 void define_part(CLI::App &app, Arguments &arguments) {
     define_match(app, arguments);
-    app.add_flag("--reverse", arguments.reverse, "Look for OTHER at the beginning of PATH");
+    app.add_flag("--reverse", arguments.compared.reverse,
+                 "Look for OTHER at the beginning of PATH");
 }
 
 void define_object(CLI::App &app, Arguments &arguments) {
-    add_text(app, "PATTERN", arguments.other, "An object, in which # stands for digits");
-    add_text(app, "PATH", arguments.path, "The path of it, or of something in it");
+    add_text(app, "PATTERN", arguments.compared.other, "An object, in which # stands for digits");
+    add_text(app, "PATH", arguments.compared.path, "The path of it, or of something in it");
 }
 
 void define_extract(CLI::App &app, Arguments &arguments) {
-    add_text(app, "PATH", arguments.path, "A path, such as /sys/user:1/name");
-    app.add_option("START", arguments.start, "First element, from 0 or, at the right, -1")
+    add_text(app, "PATH", arguments.compared.path, "A path, such as /sys/user:1/name");
+    app.add_option("START", arguments.compared.start, "First element, from 0 or, at the right, -1")
         ->option_text(" ")
         ->required();
-    app.add_option("END", arguments.end, "The one behind the last (default: one element)")
+    app.add_option("END", arguments.compared.end, "The one behind the last (default: one element)")
         ->option_text(" ");
 }
 
@@ -57,40 +58,42 @@ int tell(Output &output, const Arguments &arguments, Json json, bool match) {
     return match ? exit_done : exit_no_match;
 }
 
-Json compared(const Arguments &arguments) {
-    return {{"path", arguments.path}, {"other", arguments.other}};
+Json compared(const PathLine &line) {
+    return {{"path", line.path}, {"other", line.other}};
 }
 
 int run_match(const Arguments &arguments, Output &output) {
-    return tell(output, arguments, compared(arguments),
-                pathcmp(arguments.path.c_str(), arguments.other.c_str(), arguments.nocase) == 0);
+    const PathLine &line = arguments.compared;
+    return tell(output, arguments, compared(line),
+                pathcmp(line.path.c_str(), line.other.c_str(), line.nocase) == 0);
 }
 
 int run_part(const Arguments &arguments, Output &output) {
-    return tell(output, arguments, compared(arguments),
-                pathpartcmp(arguments.path.c_str(), arguments.other.c_str(), arguments.reverse,
-                            arguments.nocase) == 0);
+    const PathLine &line = arguments.compared;
+    return tell(output, arguments, compared(line),
+                pathpartcmp(line.path.c_str(), line.other.c_str(), line.reverse, line.nocase) == 0);
 }
 
 int run_object(const Arguments &arguments, Output &output) {
-    return tell(output, arguments, {{"pattern", arguments.other}, {"path", arguments.path}},
-                pathobjectcmp(arguments.other.c_str(), arguments.path.c_str()) == 0);
+    const PathLine &line = arguments.compared;
+    return tell(output, arguments, {{"pattern", line.other}, {"path", line.path}},
+                pathobjectcmp(line.other.c_str(), line.path.c_str()) == 0);
 }
 
 int run_extract(const Arguments &arguments, Output &output) {
-    const int start = arguments.start;
+    const PathLine &line = arguments.compared;
+    const int start = line.start;
     const int next = start < std::numeric_limits<int>::max() ? start + 1 : start;
-    const int end = arguments.end.value_or(next);
+    const int end = line.end.value_or(next);
     std::array<char, ZAN_PATH_SIZE> elements{};
-    const char *const found = extract_tr098_path(arguments.path.c_str(), elements.data(),
+    const char *const found = extract_tr098_path(line.path.c_str(), elements.data(),
                                                  static_cast<int>(elements.size()), start, end);
     if (found != elements.data()) {
-        std::fprintf(stderr, "zanctl: %s: no elements %d to %d\n", arguments.path.c_str(), start,
-                     end);
+        std::fprintf(stderr, "zanctl: %s: no elements %d to %d\n", line.path.c_str(), start, end);
         return exit_no_match;
     }
     print(output, arguments, found,
-          {{"path", arguments.path}, {"start", start}, {"end", end}, {"elements", found}});
+          {{"path", line.path}, {"start", start}, {"end", end}, {"elements", found}});
     return exit_done;
 }
 

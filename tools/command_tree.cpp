@@ -54,7 +54,7 @@ void add_mode(CLI::App &app, Arguments &arguments) {
 }
 
 void define_dump(CLI::App &app, Arguments &arguments) {
-    app.add_option("FILE", arguments.file, "The file, by the daemon's name for it")
+    app.add_option("FILE", arguments.dump_file, "The file, by the daemon's name for it")
         ->option_text(" ")
         ->required()
         ->check(check_file_name);
@@ -71,11 +71,12 @@ void define_print(CLI::App &app, Arguments &arguments) {
 
 void define_attr_set(CLI::App &app, Arguments &arguments) {
     add_path(app, arguments);
-    app.add_option("TEXT", arguments.value, "The attributes, as the daemon writes them")
+    app.add_option("TEXT", arguments.attributes, "The attributes, as the daemon writes them")
         ->option_text(" ")
         ->required();
-    app.parse_complete_callback(
-        [&arguments] { check_together(arguments.path, arguments.value, ZAN_LONGEST_ATTRIBUTES); });
+    app.parse_complete_callback([&arguments] {
+        check_together(arguments.path, arguments.attributes, ZAN_LONGEST_ATTRIBUTES);
+    });
 }
 
 void define_reset(CLI::App &app, Arguments &arguments) {
@@ -140,9 +141,9 @@ int run_add(Session &session, const Arguments &arguments, Output &output) {
 }
 
 int run_dump(Session &session, const Arguments &arguments, Output &output) {
-    return attempt(arguments.file, [&] {
-        ask(session, ZAN_CFG_DUMP, arguments.file, arguments.mode);
-        print_json(output, arguments, {{"file", arguments.file}, {"mode", arguments.mode}});
+    return attempt(arguments.dump_file, [&] {
+        ask(session, ZAN_CFG_DUMP, arguments.dump_file, arguments.mode);
+        print_json(output, arguments, {{"file", arguments.dump_file}, {"mode", arguments.mode}});
     });
 }
 
@@ -163,8 +164,9 @@ int run_attr_get(Session &session, const Arguments &arguments, Output &output) {
 
 int run_attr_set(Session &session, const Arguments &arguments, Output &output) {
     return attempt(arguments.path, [&] {
-        ask(session, ZAN_CFG_SET_ATTR, arguments.path + " " + arguments.value);
-        print_json(output, arguments, {{"path", arguments.path}, {"attributes", arguments.value}});
+        ask(session, ZAN_CFG_SET_ATTR, arguments.path + " " + arguments.attributes);
+        print_json(output, arguments,
+                   {{"path", arguments.path}, {"attributes", arguments.attributes}});
     });
 }
 
