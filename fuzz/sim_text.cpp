@@ -25,7 +25,7 @@ void read_rule(const std::string &rule, const std::string &path, const std::stri
     const auto fault = parse_fault(rule);
     if (!fault) {
         require(!fault.error().text.empty(), "what is wrong with a rule");
-        const auto column = static_cast<std::size_t>(fault.error().code);
+        const auto column = fault.error().column;
         return require(column >= 1 && column <= std::max<std::size_t>(rule.size(), 1),
                        "the column of a mistake");
     }

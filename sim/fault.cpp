@@ -27,8 +27,10 @@ struct Word {
     bool quoted = false; // from its beginning
 };
 
-Error mistake(const Word &word, std::string text) {
-    return {static_cast<int>(word.column), std::move(text)};
+template<typename T> using Read = Result<T, Mistake>;
+
+Mistake mistake(const Word &word, std::string text) {
+    return {word.column, std::move(text)};
 }
 
 std::string shown(std::string_view text) {
@@ -37,7 +39,7 @@ std::string shown(std::string_view text) {
 
 // Blanks part words but within quotation marks, where a backslash stands before a
 // quotation mark or another backslash.
-Result<std::vector<Word>> words_of(std::string_view text) {
+Read<std::vector<Word>> words_of(std::string_view text) {
     std::vector<Word> words;
     for (std::size_t at = 0; at < text.size();) {
         if (text[at] == ' ' || text[at] == '\t') {
@@ -58,13 +60,13 @@ Result<std::vector<Word>> words_of(std::string_view text) {
             word.text += text[at];
         }
         if (inside)
-            return Error{static_cast<int>(opened + 1), "quotation mark without end"};
+            return Mistake{opened + 1, "quotation mark without end"};
         words.push_back(std::move(word));
     }
     return words;
 }
 
-Result<std::chrono::milliseconds> duration_of(const Word &word) {
+Read<std::chrono::milliseconds> duration_of(const Word &word) {
     const std::string_view text = word.text;
     const bool milli = text.ends_with("ms");
     const std::size_t unit = milli ? 2 : text.ends_with('s') ? 1 : 0;
@@ -75,14 +77,14 @@ Result<std::chrono::milliseconds> duration_of(const Word &word) {
     return milli ? std::chrono::milliseconds(*number) : std::chrono::seconds(*number);
 }
 
-Result<std::uint64_t> count_of(const Word &word, std::string_view value, std::int64_t least) {
+Read<std::uint64_t> count_of(const Word &word, std::string_view value, std::int64_t least) {
     const auto number = to_number(value);
     if (!number || *number < least)
         return mistake(word, shown(value) + " is not a number from " + std::to_string(least));
     return static_cast<std::uint64_t>(*number);
 }
 
-Result<std::uint64_t> threshold_of(const Word &word, std::string_view value) {
+Read<std::uint64_t> threshold_of(const Word &word, std::string_view value) {
     const bool percent = value.ends_with('%');
     const std::string_view digits = value.substr(0, value.size() - (percent ? 1 : 0));
     double number = 0;
@@ -102,28 +104,28 @@ public:
         fault_.text = text;
     }
 
-    Result<Fault> parse();
+    Read<Fault> parse();
 
 private:
-    using Step = Result<Done> (Parser::*)(const Word &, std::string_view);
+    using Step = Read<Done> (Parser::*)(const Word &, std::string_view);
     struct Keyword {
         std::string_view name;
         Step read;
     };
 
-    Result<Done> action(const Word &word);
-    Result<Done> condition(const Word &word, std::size_t equals);
+    Read<Done> action(const Word &word);
+    Read<Done> condition(const Word &word, std::size_t equals);
 
-    Result<Done> delay(const Word &word, std::string_view);
-    Result<Done> fail(const Word &word, std::string_view);
-    template<Effect::Kind kind> Result<Done> simple(const Word &word, std::string_view);
+    Read<Done> delay(const Word &word, std::string_view);
+    Read<Done> fail(const Word &word, std::string_view);
+    template<Effect::Kind kind> Read<Done> simple(const Word &word, std::string_view);
 
-    Result<Done> request_class(const Word &word, std::string_view value);
-    Result<Done> command(const Word &word, std::string_view value);
-    template<auto member> Result<Done> pattern(const Word &word, std::string_view value);
-    Result<Done> probability(const Word &word, std::string_view value);
-    Result<Done> skip(const Word &word, std::string_view value);
-    Result<Done> times(const Word &word, std::string_view value);
+    Read<Done> request_class(const Word &word, std::string_view value);
+    Read<Done> command(const Word &word, std::string_view value);
+    template<auto member> Read<Done> pattern(const Word &word, std::string_view value);
+    Read<Done> probability(const Word &word, std::string_view value);
+    Read<Done> skip(const Word &word, std::string_view value);
+    Read<Done> times(const Word &word, std::string_view value);
 
     template<std::size_t size>
     static std::string names_of(const std::array<Keyword, size> &keywords);
@@ -165,7 +167,7 @@ template<std::size_t size> std::string Parser::names_of(const std::array<Keyword
     return names;
 }
 
-Result<Fault> Parser::parse() {
+Read<Fault> Parser::parse() {
     while (next_ < words_.size()) {
         const Word word = words_[next_++];
         const std::size_t equals = word.quoted ? std::string::npos : word.text.find('=');
@@ -174,13 +176,13 @@ Result<Fault> Parser::parse() {
             return done.error();
     }
     if (fault_.effect.kind == Effect::Kind::none && fault_.effect.delay.count() == 0)
-        return Error{1, "no action (" + names_of(actions) + ')'};
+        return Mistake{1, "no action (" + names_of(actions) + ')'};
     if (!fault_.command.empty() && !is_command_name(fault_.command, fault_.type))
         return mistake(command_, "no command of that class is named " + shown(fault_.command));
     return std::move(fault_);
 }
 
-Result<Done> Parser::action(const Word &word) {
+Read<Done> Parser::action(const Word &word) {
     for (const Keyword &keyword : actions) {
         if (!word.quoted && keyword.name == word.text)
             return (this->*keyword.read)(word, {});
@@ -189,7 +191,7 @@ Result<Done> Parser::action(const Word &word) {
                              ") nor a condition like class=CFG");
 }
 
-Result<Done> Parser::condition(const Word &word, std::size_t equals) {
+Read<Done> Parser::condition(const Word &word, std::size_t equals) {
     const std::string_view name = std::string_view(word.text).substr(0, equals);
     const std::string_view value = std::string_view(word.text).substr(equals + 1);
     for (const Keyword &keyword : conditions) {
@@ -202,7 +204,7 @@ Result<Done> Parser::condition(const Word &word, std::size_t equals) {
     return mistake(word, shown(name) + " is not a condition (" + names_of(conditions) + ')');
 }
 
-Result<Done> Parser::delay(const Word &word, std::string_view) {
+Read<Done> Parser::delay(const Word &word, std::string_view) {
     if (fault_.effect.delay.count() != 0)
         return mistake(word, "delay is given twice");
     if (next_ == words_.size())
@@ -214,14 +216,14 @@ Result<Done> Parser::delay(const Word &word, std::string_view) {
     return Done{};
 }
 
-template<Effect::Kind kind> Result<Done> Parser::simple(const Word &word, std::string_view) {
+template<Effect::Kind kind> Read<Done> Parser::simple(const Word &word, std::string_view) {
     if (fault_.effect.kind != Effect::Kind::none)
         return mistake(word, "a second action; only delay goes with another");
     fault_.effect.kind = kind;
     return Done{};
 }
 
-Result<Done> Parser::fail(const Word &word, std::string_view) {
+Read<Done> Parser::fail(const Word &word, std::string_view) {
     if (const auto first = simple<Effect::Kind::fail>(word, {}); !first)
         return first.error();
     if (next_ == words_.size())
@@ -236,7 +238,7 @@ Result<Done> Parser::fail(const Word &word, std::string_view) {
     return Done{};
 }
 
-Result<Done> Parser::request_class(const Word &word, std::string_view value) {
+Read<Done> Parser::request_class(const Word &word, std::string_view value) {
     fault_.type = class_by_name(value);
     if (const auto number = to_number(value);
         !fault_.type && number && *number >= 1 && *number <= 9)
@@ -246,7 +248,7 @@ Result<Done> Parser::request_class(const Word &word, std::string_view value) {
     return Done{};
 }
 
-Result<Done> Parser::command(const Word &word, std::string_view value) {
+Read<Done> Parser::command(const Word &word, std::string_view value) {
     if (const auto number = to_number(value)) {
         if (*number < 0 || *number > std::numeric_limits<std::int32_t>::max())
             return mistake(word, shown(value) + " is not a command");
@@ -260,7 +262,7 @@ Result<Done> Parser::command(const Word &word, std::string_view value) {
     return Done{};
 }
 
-template<auto member> Result<Done> Parser::pattern(const Word &word, std::string_view value) {
+template<auto member> Read<Done> Parser::pattern(const Word &word, std::string_view value) {
     if (value.empty())
         return mistake(word, "no pattern");
     // Each further star multiplies the time that a text which does not fit takes.
@@ -271,7 +273,7 @@ template<auto member> Result<Done> Parser::pattern(const Word &word, std::string
     return Done{};
 }
 
-Result<Done> Parser::probability(const Word &word, std::string_view value) {
+Read<Done> Parser::probability(const Word &word, std::string_view value) {
     const auto threshold = threshold_of(word, value);
     if (!threshold)
         return threshold.error();
@@ -279,7 +281,7 @@ Result<Done> Parser::probability(const Word &word, std::string_view value) {
     return Done{};
 }
 
-Result<Done> Parser::skip(const Word &word, std::string_view value) {
+Read<Done> Parser::skip(const Word &word, std::string_view value) {
     const auto count = count_of(word, value, 0);
     if (!count)
         return count.error();
@@ -287,7 +289,7 @@ Result<Done> Parser::skip(const Word &word, std::string_view value) {
     return Done{};
 }
 
-Result<Done> Parser::times(const Word &word, std::string_view value) {
+Read<Done> Parser::times(const Word &word, std::string_view value) {
     const auto count = count_of(word, value, 1);
     if (!count)
         return count.error();
@@ -297,7 +299,7 @@ Result<Done> Parser::times(const Word &word, std::string_view value) {
 
 } // namespace
 
-Result<Fault> parse_fault(std::string_view text) {
+Result<Fault, Mistake> parse_fault(std::string_view text) {
     auto words = words_of(text);
     if (!words)
         return words.error();

@@ -4,6 +4,7 @@
 #include "result.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -56,7 +57,12 @@ struct Fault {
     bool fits(const FaultTarget &target) const;
 };
 
-// The code of an error is the column of the mistake, from 1.
-Result<Fault> parse_fault(std::string_view text);
+// What is wrong with a rule, and where.
+struct Mistake {
+    std::size_t column = 1; // from 1
+    std::string text;
+};
+
+Result<Fault, Mistake> parse_fault(std::string_view text);
 
 } // namespace zan::sim

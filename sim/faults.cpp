@@ -18,7 +18,8 @@ Result<Done> Faults::add(std::string_view rule) {
         return Error{0, "there are " + std::to_string(most_rules) + " rules already"};
     auto fault = parse_fault(rule);
     if (!fault)
-        return Error{0, "column " + std::to_string(fault.error().code) + ": " + fault.error().text};
+        return Error{0,
+                     "column " + std::to_string(fault.error().column) + ": " + fault.error().text};
     add(std::move(*fault));
     return Done{};
 }
@@ -37,7 +38,7 @@ Result<Done> Faults::load(const std::string &file) {
         auto fault = parse_fault(line.substr(0, line.find_last_not_of(" \t\r") + 1));
         if (!fault)
             return Error{0, file + ':' + std::to_string(number) + ':' +
-                                std::to_string(fault.error().code) + ": " + fault.error().text};
+                                std::to_string(fault.error().column) + ": " + fault.error().text};
         add(std::move(*fault));
     }
     return Done{};

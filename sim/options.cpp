@@ -11,6 +11,12 @@ namespace zan::sim {
 
 namespace {
 
+// Why zansim ends before it starts.
+struct Ending {
+    Exit code;
+    std::string text;
+};
+
 // Rules as the command line gives them.
 struct FaultOptions {
     std::vector<std::string> rules;
@@ -29,16 +35,16 @@ struct FaultOptions {
             ->type_name("NUMBER");
     }
 
-    Result<Faults> faults() const {
+    Result<Faults, Ending> faults() const {
         Faults faults;
         faults.seed(seed);
         for (const std::string &rule : rules) {
             if (const auto added = faults.add(rule); !added)
-                return Error{exit_usage, "--fault \"" + rule + "\": " + added.error().text};
+                return Ending{exit_usage, "--fault \"" + rule + "\": " + added.error().text};
         }
         if (!file.empty()) {
             if (const auto loaded = faults.load(file); !loaded)
-                return Error{exit_failed, loaded.error().text};
+                return Ending{exit_failed, loaded.error().text};
         }
         return faults;
     }

@@ -15,20 +15,20 @@ struct Error {
 };
 
 // A value, or the reason why there is none.
-template<typename T> class Result {
+template<typename T, typename Reason = Error> class Result {
 public:
     Result(T value) : state_(std::move(value)) {}
-    Result(Error error) : state_(std::move(error)) {}
+    Result(Reason reason) : state_(std::move(reason)) {}
 
     explicit operator bool() const { return std::holds_alternative<T>(state_); }
     const T &operator*() const { return std::get<T>(state_); }
     T &operator*() { return std::get<T>(state_); }
     const T *operator->() const { return &std::get<T>(state_); }
     T *operator->() { return &std::get<T>(state_); }
-    const Error &error() const { return std::get<Error>(state_); }
+    const Reason &error() const { return std::get<Reason>(state_); }
 
 private:
-    std::variant<T, Error> state_;
+    std::variant<T, Reason> state_;
 };
 
 struct Done {};

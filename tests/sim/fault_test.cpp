@@ -52,7 +52,7 @@ TEST(ParseFault, TellsThePlaceOfAMistake) {
     constexpr char conditions[] = "class, command, path, source, probability, skip, times";
     struct Case {
         const char *rule;
-        int column;
+        std::size_t column;
         std::string text;
     };
     const Case cases[] = {
@@ -108,7 +108,7 @@ TEST(ParseFault, TellsThePlaceOfAMistake) {
     for (const Case &one : cases) {
         const auto fault = parse_fault(one.rule);
         ASSERT_FALSE(fault) << one.rule;
-        EXPECT_EQ(fault.error().code, one.column) << one.rule;
+        EXPECT_EQ(fault.error().column, one.column) << one.rule;
         EXPECT_EQ(fault.error().text, one.text) << one.rule;
     }
 }
