@@ -35,7 +35,7 @@ class ActionTest : public ConfigTest {
 protected:
     static Fields to_daemon(std::int32_t cmd, const std::string &dst, const std::string &payload) {
         return {.mtype = g_msq_qid,
-                .type = action,
+                .type = class_action,
                 .cmd = cmd,
                 .dst = dst,
                 .src = "probe",
@@ -47,7 +47,7 @@ protected:
         return to_daemon(code, "ZAN_FAD", payload_of(code, wait, param, name));
     }
 
-    void answers(int code, const Replies &replies) { daemon.once(action, code, replies); }
+    void answers(int code, const Replies &replies) { daemon.once(class_action, code, replies); }
 };
 
 // ---- every action ----------------------------------------------------------
@@ -123,7 +123,7 @@ TEST_P(EveryAction, IsWaitedForOnlyWhenAsked) {
 // ---- one by one ------------------------------------------------------------
 
 TEST_F(ActionTest, TheLogIsSavedWithoutWaiting) {
-    daemon.on(action, 15, never());
+    daemon.on(class_action, 15, never());
     raw_send(g_msq_qid, {.mtype = 7, .type = 7, .cmd = 15, .result = -1});
     leave_traces();
     EXPECT_EQ(zan_save_log(), 1);
@@ -334,7 +334,7 @@ TEST_F(Later, WithoutAnOwnQueueIsReportedEveryTime) {
 // ---- event results ---------------------------------------------------------
 
 TEST_F(ActionTest, TheResultOfAnEventIsReportedToNobodyByName) {
-    daemon.on(action, 1, never());
+    daemon.on(class_action, 1, never());
     const struct {
         int event;
         int result;

@@ -11,14 +11,14 @@ constexpr const char *state_path = "/runtime/app/tr069/config_state";
 
 class Apply : public ConfigTest {
 protected:
-    void state_is(const Replies &replies) { daemon.once(configuration, cmd::get, replies); }
+    void state_is(const Replies &replies) { daemon.once(class_cfg, cmd_get, replies); }
 
     // Whether the state was asked for, and nothing but that and then `records` sent.
     void expect_sent_behind_the_state(const std::vector<Fields> &expected) {
         const auto records = daemon.records();
         daemon.forget_records();
         ASSERT_EQ(records.size(), expected.size() + 1);
-        EXPECT_TRUE(same_record(records[0], request(cmd::get, state_path)));
+        EXPECT_TRUE(same_record(records[0], request(cmd_get, state_path)));
         for (std::size_t i = 0; i < expected.size(); ++i)
             EXPECT_TRUE(same_record(records[i + 1], expected[i]));
     }
@@ -32,7 +32,7 @@ TEST_F(Apply, SendsAHeaderOnceTheStateAllowsIt) {
         state_is(answer(state));
         EXPECT_EQ(cfg_apply_all(), 1);
         EXPECT_EQ(output.stop(), "");
-        expect_sent_behind_the_state({request(cmd::apply_all, "")});
+        expect_sent_behind_the_state({request(cmd_apply_all, "")});
     }
 }
 
@@ -59,7 +59,7 @@ TEST_F(Apply, GoesAheadWhenTheStateCannotBeRead) {
     state_is(negative(-9, "1"));
     EXPECT_EQ(cfg_apply_all(), 1);
     EXPECT_EQ(output.stop(), "cfg_getint failed for " + std::string(state_path) + "\n");
-    expect_sent_behind_the_state({request(cmd::apply_all, "")});
+    expect_sent_behind_the_state({request(cmd_apply_all, "")});
 }
 
 TEST_F(Apply, PassesTheDaemonsResultOn) {
@@ -73,7 +73,7 @@ TEST_F(Apply, PassesTheDaemonsResultOn) {
     for (const auto &row : rows) {
         SCOPED_TRACE(row.reply.result);
         state_is(answer("0"));
-        daemon.once(configuration, cmd::apply_all, {row.reply});
+        daemon.once(class_cfg, cmd_apply_all, {row.reply});
         EXPECT_EQ(cfg_apply_all(), row.result);
     }
 }
@@ -93,7 +93,7 @@ TEST_F(Apply, ReportsTwiceThatTheDaemonIsGone) {
 
 TEST_F(Apply, HoldsTheLockUntilTheAnswerIsIn) {
     state_is(answer("0"));
-    daemon.once(configuration, cmd::apply_all, {{.held = true}});
+    daemon.once(class_cfg, cmd_apply_all, {{.held = true}});
     int result = 0;
     Worker worker([&] { result = cfg_apply_all(); });
     ASSERT_EQ(daemon.wait_for_records(2).size(), 2U);
@@ -124,11 +124,11 @@ TEST_F(Apply, LetsGoOfTheLock) {
 }
 
 TEST_F(Apply, OfAFirewallEventAsksNobody) {
-    daemon.on(configuration, cmd::get, answer("1"));
+    daemon.on(class_cfg, cmd_get, answer("1"));
     leave_traces();
     EXPECT_EQ(cfg_apply_firewall_event(), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::apply_firewall, "")));
+    EXPECT_TRUE(same_record(record, request(cmd_apply_firewall, "")));
     EXPECT_EQ(record.msgsz, 100U);
 }
 
@@ -138,7 +138,7 @@ TEST_F(Reset, SendsTheFormattedPath) {
     leave_traces();
     EXPECT_EQ(cfg_reset("/sys/user:%d", 3), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::reset, "/sys/user:3")));
+    EXPECT_TRUE(same_record(record, request(cmd_reset, "/sys/user:3")));
     EXPECT_EQ(record.msgsz, 111U);
 }
 
@@ -146,7 +146,7 @@ TEST_F(Reset, CutsThePathAt1023Characters) {
     for (const std::size_t length : {1023U, 1024U, 5000U}) {
         SCOPED_TRACE(length);
         EXPECT_EQ(cfg_reset("%s", path_of(length).c_str()), 1);
-        EXPECT_TRUE(same_record(sent(), request(cmd::reset, path_of(1023))));
+        EXPECT_TRUE(same_record(sent(), request(cmd_reset, path_of(1023))));
     }
 }
 

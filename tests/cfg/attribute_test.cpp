@@ -11,7 +11,7 @@ namespace {
 
 class Attributes : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::get_attr, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_get_attr, replies); }
 
     static const char *text_at(intptr_t address) { return reinterpret_cast<const char *>(address); }
 };
@@ -23,7 +23,7 @@ TEST_F(Attributes, AreAskedForByTheFormattedPath) {
     answers(answer("rw"));
     EXPECT_STREQ(text_at(cfg_getattr("/sys/user:%d", 3)), "rw");
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::get_attr, "/sys/user:3")));
+    EXPECT_TRUE(same_record(record, request(cmd_get_attr, "/sys/user:3")));
     EXPECT_EQ(record.msgsz, 111U);
 }
 
@@ -31,7 +31,7 @@ TEST_F(Attributes, AreAskedForByAPathCutAt1023Characters) {
     for (const std::size_t length : {1023U, 1024U, 3000U}) {
         SCOPED_TRACE(length);
         cfg_getattr("%s", path_of(length).c_str());
-        EXPECT_TRUE(same_record(sent(), request(cmd::get_attr, path_of(1023))));
+        EXPECT_TRUE(same_record(sent(), request(cmd_get_attr, path_of(1023))));
     }
 }
 
@@ -70,7 +70,7 @@ TEST_F(Attributes, StayReadableUntilTheNextRequest) {
     EXPECT_EQ(cfg_getattr("/b"), address);
     EXPECT_STREQ(text_at(address), "the second");
     char value[16];
-    daemon.once(configuration, cmd::get, answer("a value"));
+    daemon.once(class_cfg, cmd_get, answer("a value"));
     EXPECT_EQ(cfg_getstr(value, sizeof value, "/c"), 1);
     EXPECT_STREQ(text_at(address), "a value");
 }
@@ -126,10 +126,10 @@ TEST_F(Attributes, AreWrittenBehindThePathAndABlank) {
     leave_traces();
     EXPECT_EQ(cfg_setattr("100%d%n a b", "/sys/%s:%d", "user", 2), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::set_attr, "/sys/user:2 100%d%n a b")));
+    EXPECT_TRUE(same_record(record, request(cmd_set_attr, "/sys/user:2 100%d%n a b")));
     EXPECT_EQ(record.msgsz, 123U);
     EXPECT_EQ(cfg_setattr("", "/a"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set_attr, "/a ")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set_attr, "/a ")));
 }
 
 TEST_F(Attributes, AreCutWithTheirPathAt1022Characters) {
@@ -140,12 +140,12 @@ TEST_F(Attributes, AreCutWithTheirPathAt1022Characters) {
         const std::string text(length, 'x');
         EXPECT_EQ(cfg_setattr(text.c_str(), "%s", path.c_str()), 1);
         EXPECT_TRUE(
-            same_record(sent(), request(cmd::set_attr, (path + " " + text).substr(0, 1022))));
+            same_record(sent(), request(cmd_set_attr, (path + " " + text).substr(0, 1022))));
     }
     EXPECT_EQ(cfg_setattr("lost", "%s", path_of(1022).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set_attr, path_of(1022))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set_attr, path_of(1022))));
     EXPECT_EQ(cfg_setattr("lost", "%s", path_of(2000).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set_attr, path_of(1022))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set_attr, path_of(1022))));
     EXPECT_EQ(output.stop(), "");
 }
 

@@ -3,6 +3,7 @@
 #define ZAN_TESTS_CFG_CONFIG_TEST_H
 
 #include "support/capture.h"
+#include "support/commands.h"
 #include "support/module_test.h"
 
 #include <unistd.h>
@@ -11,34 +12,6 @@
 #include <vector>
 
 namespace zan::test {
-
-// Commands of the configuration class, as they stand in a record.
-namespace cmd {
-inline constexpr int get = 1;
-inline constexpr int set = 2;
-inline constexpr int del = 3;
-inline constexpr int reload = 4;
-inline constexpr int dump = 5;
-inline constexpr int set_file = 7;
-inline constexpr int print = 12;
-inline constexpr int get_attr = 15;
-inline constexpr int set_attr = 16;
-inline constexpr int login = 19;
-inline constexpr int reset = 21;
-inline constexpr int convert_path = 22;
-inline constexpr int get_array = 23;
-inline constexpr int anchor = 25;
-inline constexpr int ifname = 29;
-inline constexpr int convert = 31;
-inline constexpr int apply_all = 32;
-inline constexpr int apply_firewall = 33;
-inline constexpr int module_pid = 34;
-} // namespace cmd
-
-inline constexpr int configuration = 1;
-inline constexpr int subscription = 5;
-inline constexpr int action = 7;
-inline constexpr int control = 8;
 
 // A path of exactly this many characters whose every part differs from its
 // neighbours, so that a cut in the wrong place shows.
@@ -55,7 +28,7 @@ protected:
     // What module "probe" sends to the configuration: every other word is zero.
     static Fields request(int command, const std::string &payload, int arg = 0) {
         return {.mtype = g_msq_qid,
-                .type = configuration,
+                .type = class_cfg,
                 .cmd = command,
                 .dst = "ZAN_CFG",
                 .src = "probe",
@@ -79,7 +52,7 @@ protected:
         const std::vector<SizedRecord> records = daemon.records();
         daemon.forget_records();
         if (records.size() == 1)
-            return same_record(records.front(), request(cmd::del, "/marker"));
+            return same_record(records.front(), request(cmd_delete, "/marker"));
         return testing::AssertionFailure() << records.size() - 1 << " records were sent";
     }
 
@@ -92,7 +65,7 @@ protected:
         const std::int32_t time = record.record.word(at::time);
         EXPECT_TRUE(is_recent(time));
         EXPECT_TRUE(same_record(record, {.mtype = g_msq_qid,
-                                         .type = control,
+                                         .type = class_control,
                                          .cmd = 0,
                                          .dst = "ZAN",
                                          .src = "probe",
@@ -104,7 +77,7 @@ protected:
 
     // Leaves long texts in whatever storage requests and answers are kept in.
     void leave_traces() {
-        daemon.once(configuration, cmd::get_array, answer(std::string(4000, 'A')));
+        daemon.once(class_cfg, cmd_array, answer(std::string(4000, 'A')));
         char value[4001];
         EXPECT_EQ(cfg_getarray(value, sizeof value, "%s", std::string(1000, 'G').c_str()), 1);
         EXPECT_EQ(cfg_setstr(std::string(1000, 'V').c_str(), "%s", std::string(1000, 'P').c_str()),

@@ -44,19 +44,19 @@ protected:
 
     void mesh_is_ready(bool ready = true) {
         for (const char *const text : {"0", "0", ready ? "1" : "0", "Agent"})
-            daemon.once(configuration, cmd::get, answer(text));
+            daemon.once(class_cfg, cmd_get, answer(text));
     }
 
     void daemon_answers(const std::string &text, std::int32_t result = 1) {
-        peer.reply(stream_bytes(
-            {.type = configuration, .cmd = cmd::get, .result = result, .payload = text},
-            ByteOrder::network));
+        peer.reply(
+            stream_bytes({.type = class_cfg, .cmd = cmd_get, .result = result, .payload = text},
+                         ByteOrder::network));
     }
 
     void expect_asked_for(const std::string &path) {
         const std::string sent = peer.wait_for_records(1).front();
-        EXPECT_TRUE(same_bytes(sent, stream_bytes({.type = configuration,
-                                                   .cmd = cmd::get,
+        EXPECT_TRUE(same_bytes(sent, stream_bytes({.type = class_cfg,
+                                                   .cmd = cmd_get,
                                                    .dst = "ZAN_CFG",
                                                    .src = "probe",
                                                    .pid = static_cast<std::int32_t>(getpid()),
@@ -198,8 +198,8 @@ TEST_F(ControlValue, IsReadUnderTheApiLock) {
     EXPECT_TRUE(reader.wait_until_blocked());
     LockProbe probe(zan_api_lock, zan_api_unlock);
     EXPECT_FALSE(probe.is_free());
-    peer.send(stream_bytes({.type = configuration, .cmd = cmd::get, .payload = "value"},
-                           ByteOrder::network));
+    peer.send(
+        stream_bytes({.type = class_cfg, .cmd = cmd_get, .payload = "value"}, ByteOrder::network));
     ASSERT_TRUE(reader.wait_until_done());
     EXPECT_EQ(result, 1);
     EXPECT_TRUE(probe.wait_until_free());
@@ -211,8 +211,8 @@ TEST_F(ControlValue, MayTravelBehindOtherRecords) {
         return stream_bytes(fields, ByteOrder::network);
     };
     peer.reply(bytes({.type = 4, .cmd = 4, .payload = "hello"}) +
-               bytes({.type = configuration, .cmd = cmd::set, .result = -3}) +
-               bytes({.type = configuration, .cmd = cmd::get, .payload = "value"}));
+               bytes({.type = class_cfg, .cmd = cmd_set, .result = -3}) +
+               bytes({.type = class_cfg, .cmd = cmd_get, .payload = "value"}));
     EXPECT_EQ(ctl_getstr(value, sizeof value, "/a"), 1);
     EXPECT_STREQ(value, "value");
     // The message waits for a poll, and the daemon is asked to cause one.
@@ -288,7 +288,7 @@ TEST_F(ControlValue, ANumbersPathIsFormattedTwice) {
 class CommandLine : public ConfigTest {
 protected:
     int send(const std::string &text) {
-        daemon.on(control, 0, never());
+        daemon.on(class_control, 0, never());
         return zan_ctl_request(text.c_str());
     }
 };

@@ -17,17 +17,17 @@ TEST_F(Convert, SendsTheTextUnformattedAndTheMode) {
     leave_traces();
     EXPECT_EQ(convert(-2, "100%d %s"), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::convert, "100%d %s", -2)));
+    EXPECT_TRUE(same_record(record, request(cmd_convert, "100%d %s", -2)));
     EXPECT_EQ(record.msgsz, 108U);
 }
 
 TEST_F(Convert, CutsTheTextAt1023CharactersWithAWarning) {
     StdoutCapture output;
     EXPECT_EQ(convert(0, path_of(1023)), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::convert, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_convert, path_of(1023))));
     EXPECT_EQ(output.so_far(), "");
     EXPECT_EQ(convert(0, path_of(1024)), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::convert, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_convert, path_of(1023))));
     EXPECT_EQ(output.stop(), overflow_warning(path_of(1023)));
 }
 
@@ -40,7 +40,7 @@ TEST_F(Convert, NeedsAText) {
 
 class ConvertPath : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::convert_path, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_convert_path, replies); }
 
     // What a buffer, filled with '~' before, holds once the text has come back.
     std::string converted(const std::string &text, int size, std::size_t room = 2100) {
@@ -60,11 +60,11 @@ TEST_F(ConvertPath, SendsTheKindAndThePathInOne) {
         EXPECT_EQ(zan_convert_path(value, sizeof value, kind, "/sys/user:%d/%s", 3, "name"), 1);
         const SizedRecord record = sent();
         EXPECT_TRUE(same_record(
-            record, request(cmd::convert_path, std::to_string(kind) + "/sys/user:3/name")));
+            record, request(cmd_convert_path, std::to_string(kind) + "/sys/user:3/name")));
         EXPECT_EQ(record.msgsz, 117U);
     }
     EXPECT_EQ(zan_convert_path(value, sizeof value, 5, "%s", "%d"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::convert_path, "5%d")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_convert_path, "5%d")));
 }
 
 TEST_F(ConvertPath, RefusesAKindThatIsNoDigit) {
@@ -79,7 +79,7 @@ TEST_F(ConvertPath, CutsThePathAt1022Characters) {
     for (const std::size_t length : {1022U, 1023U, 1024U, 3000U}) {
         SCOPED_TRACE(length);
         EXPECT_EQ(zan_convert_path(value, sizeof value, 9, "%s", path_of(length).c_str()), 1);
-        EXPECT_TRUE(same_record(sent(), request(cmd::convert_path, "9" + path_of(1022))));
+        EXPECT_TRUE(same_record(sent(), request(cmd_convert_path, "9" + path_of(1022))));
     }
     EXPECT_EQ(output.stop(), "");
 }
@@ -148,7 +148,7 @@ TEST_F(ConvertPath, NeedsABufferAndAPath) {
 
 class InterfaceName : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::ifname, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_ifname, replies); }
 
     char value[64] = "before";
 };
@@ -159,10 +159,10 @@ TEST_F(InterfaceName, IsAskedForByTheFormattedPath) {
     EXPECT_EQ(zan_cfg_get_ifname(value, sizeof value, "/LANDevice:%d/%s", 1, "Eth"), 1);
     EXPECT_STREQ(value, "eth0.1");
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::ifname, "/LANDevice:1/Eth")));
+    EXPECT_TRUE(same_record(record, request(cmd_ifname, "/LANDevice:1/Eth")));
     EXPECT_EQ(record.msgsz, 116U);
     EXPECT_EQ(zan_cfg_get_ifname(value, sizeof value, "%s", path_of(2000).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::ifname, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_ifname, path_of(1023))));
 }
 
 TEST_F(InterfaceName, IsCutAtTheSizeWithAWarning) {

@@ -14,8 +14,8 @@ constexpr const char *reference_path =
 
 class Device : public ConfigTest {
 protected:
-    void reads(const std::string &value) { daemon.once(configuration, cmd::get, answer(value)); }
-    void is_refused() { daemon.once(configuration, cmd::get, negative(-9)); }
+    void reads(const std::string &value) { daemon.once(class_cfg, cmd_get, answer(value)); }
+    void is_refused() { daemon.once(class_cfg, cmd_get, negative(-9)); }
 
     // Payloads that have arrived since the last look.
     std::vector<std::string> asked() {
@@ -51,7 +51,7 @@ INSTANTIATE_TEST_SUITE_P(Of, DeviceFact,
 TEST_P(DeviceFact, IsReadOnce) {
     reads("29");
     EXPECT_EQ(GetParam().get(), 29);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, GetParam().path)));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, GetParam().path)));
     EXPECT_EQ(GetParam().get(), 29);
     EXPECT_EQ(asked(), Paths{});
 }
@@ -93,7 +93,7 @@ TEST_F(Device, HasThreeFacts) {
 }
 
 TEST_F(Device, MayBeAskedByThreadsAtOnce) {
-    daemon.on(configuration, cmd::get, answer("7"));
+    daemon.on(class_cfg, cmd_get, answer("7"));
     int models[2] = {};
     std::thread other([&] { models[0] = cfg_get_hw_model(); });
     models[1] = cfg_get_hw_model();
@@ -188,7 +188,7 @@ class IpHost : public Device {
 protected:
     static int is_connection(std::string name) { return cfg_is_iphost_conn(name.data()); }
     void converts_to(const std::string &name) {
-        daemon.once(configuration, cmd::convert_path, answer(name));
+        daemon.once(class_cfg, cmd_convert_path, answer(name));
     }
 };
 
@@ -216,8 +216,8 @@ TEST_F(IpHost, IsComparedWithThePathConverted) {
     EXPECT_EQ(is_connection("/WAN:1"), 1);
     const auto records = daemon.records();
     ASSERT_EQ(records.size(), 2U);
-    EXPECT_TRUE(same_record(records[0], request(cmd::convert_path, "2/WAN:1")));
-    EXPECT_TRUE(same_record(records[1], request(cmd::get, reference_path)));
+    EXPECT_TRUE(same_record(records[0], request(cmd_convert_path, "2/WAN:1")));
+    EXPECT_TRUE(same_record(records[1], request(cmd_get, reference_path)));
 }
 
 TEST_F(IpHost, TakesAPathForAFormatOnceMore) {
@@ -228,7 +228,7 @@ TEST_F(IpHost, TakesAPathForAFormatOnceMore) {
 }
 
 TEST_F(IpHost, IsNoneWhenThePathCannotBeConverted) {
-    daemon.once(configuration, cmd::convert_path, negative(-4));
+    daemon.once(class_cfg, cmd_convert_path, negative(-4));
     reads("/WAN:1");
     EXPECT_EQ(is_connection("/WAN:1"), 0);
 }

@@ -15,7 +15,7 @@ using testing::ElementsAre;
 
 class Firewall : public ConfigTest {
 protected:
-    Firewall() { daemon.on(control, 0, never()); }
+    Firewall() { daemon.on(class_control, 0, never()); }
 };
 
 // ---- lines -----------------------------------------------------------------

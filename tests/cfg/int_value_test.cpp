@@ -8,7 +8,7 @@ namespace {
 
 class Int : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::get, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_get, replies); }
 
     // The lines of a request that finds no daemon any more.
     std::string failed_send(const std::string &function, const std::string &path) const {
@@ -50,7 +50,7 @@ TEST_F(GetInt, AsksForTheFormattedPath) {
     leave_traces();
     answers(answer("80"));
     EXPECT_EQ(cfg_getint("/sys/user:%d/%s", 1, "port"), 80);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/sys/user:1/port")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/sys/user:1/port")));
 }
 
 TEST_F(GetInt, ReadsTheNumberThatTheAnswerBeginsWith) {
@@ -97,21 +97,21 @@ TEST_F(GetInt, ReadsTheFirst255CharactersOfAnAnswer) {
 
 TEST_F(GetInt, CutsThePathAt1023Characters) {
     EXPECT_EQ(cfg_getint("%s", path_of(2000).c_str()), 0);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, path_of(1023))));
 }
 
 TEST_F(GetInt, TakesThePathForAFormatOnceMore) {
     StdoutCapture output;
     answers(negative(-1));
     EXPECT_EQ(cfg_getint("/a%%%%b/%s", "c%%d"), 0);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/a%b/c%d")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/a%b/c%d")));
     EXPECT_EQ(output.stop(), "cfg_getint failed for /a%%b/c%%d\n");
 }
 
 // There are no arguments for a conversion in the path itself: it stays.
 TEST_F(GetInt, ReadsNoArgumentsThatNobodyGave) {
     EXPECT_EQ(cfg_getint("%s", "/a%s/%n/%d%"), 0);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/a%s/%n/%d%")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/a%s/%n/%d%")));
 }
 
 TEST_F(GetInt, IsZeroForNullAndSendsNothing) {
@@ -131,12 +131,12 @@ TEST_F(SetInt, SendsTheNumberAsText) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(cfg_setint(row.number, "/sys/user:%d/port", 2), 1);
         EXPECT_TRUE(
-            same_record(sent(), request(cmd::set, std::string("0/sys/user:2/port ") + row.text)));
+            same_record(sent(), request(cmd_set, std::string("0/sys/user:2/port ") + row.text)));
     }
 }
 
 TEST_F(SetInt, PassesTheRefusalOn) {
-    daemon.once(configuration, cmd::set, negative(-9004, "read only"));
+    daemon.once(class_cfg, cmd_set, negative(-9004, "read only"));
     EXPECT_EQ(cfg_setint(1, "/a"), -9004);
 }
 
@@ -149,12 +149,12 @@ TEST_F(SetInt, ReportsAFailedSendAsCfgSetstr) {
 
 TEST_F(SetInt, CutsThePathAt1023Characters) {
     EXPECT_EQ(cfg_setint(-2147483647, "%s", path_of(2000).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set, "0" + path_of(1023) + " -2147483647")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set, "0" + path_of(1023) + " -2147483647")));
 }
 
 TEST_F(SetInt, TakesThePathForAFormatOnceMore) {
     EXPECT_EQ(cfg_setint(1, "/a%%%%b/%s", "%d"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set, "0/a%b/%d 1")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set, "0/a%b/%d 1")));
 }
 
 TEST_F(SetInt, RefusesNullAndSendsNothing) {
@@ -168,7 +168,7 @@ TEST_F(GetCount, AsksForThePathWithANumberSign) {
     leave_traces();
     answers(answer("4"));
     EXPECT_EQ(cfg_getcount("/sys/%s", "user"), 4);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/sys/user#")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/sys/user#")));
 }
 
 TEST_F(GetCount, ReadsTheNumberThatTheAnswerBeginsWith) {
@@ -193,7 +193,7 @@ TEST_F(GetCount, CutsThePathAt255CharactersBeforeTheNumberSign) {
         SCOPED_TRACE(length);
         EXPECT_EQ(cfg_getcount("%s", path.substr(0, length).c_str()), 0);
         EXPECT_TRUE(same_record(
-            sent(), request(cmd::get, path.substr(0, std::min<std::size_t>(length, 255)) + "#")));
+            sent(), request(cmd_get, path.substr(0, std::min<std::size_t>(length, 255)) + "#")));
     }
 }
 
@@ -213,7 +213,7 @@ TEST_F(GetCount, AddsNoLineOfItsOwnWhenTheDaemonIsGone) {
 
 TEST_F(GetCount, TakesThePathForAFormatOnceMore) {
     EXPECT_EQ(cfg_getcount("/a%%%%b"), 0);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/a%b#")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/a%b#")));
 }
 
 TEST_F(GetCount, IsZeroForNullAndSendsNothing) {

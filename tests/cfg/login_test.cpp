@@ -10,14 +10,14 @@ namespace {
 
 class Login : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::login, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_login, replies); }
 
     // Checks what was composed from the items: the bytes that stand in the payload
     // and the length that the record claims.
     void expect_sent(const std::string &text, std::size_t len) {
         std::string payload = text;
         payload.resize(len);
-        EXPECT_TRUE(same_record(sent(), request(cmd::login, payload)));
+        EXPECT_TRUE(same_record(sent(), request(cmd_login, payload)));
     }
 
     zan_login_req login = {"web", "admin", "secret", "192.168.1.5", nullptr, -1};
@@ -27,7 +27,7 @@ TEST_F(Login, SendsFourItemsWithThreeNewlines) {
     leave_traces();
     EXPECT_EQ(zan_loginauth(&login), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::login, "web\nadmin\nsecret\n192.168.1.5")));
+    EXPECT_TRUE(same_record(record, request(cmd_login, "web\nadmin\nsecret\n192.168.1.5")));
     EXPECT_EQ(record.msgsz, 128U);
 }
 
@@ -35,10 +35,10 @@ TEST_F(Login, SendsAFifthItemBehindAFourthNewline) {
     leave_traces();
     login.item5 = "%d x";
     EXPECT_EQ(zan_loginauth(&login), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::login, "web\nadmin\nsecret\n192.168.1.5\n%d x")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_login, "web\nadmin\nsecret\n192.168.1.5\n%d x")));
     login = {"", "", "", "", "", 0};
     EXPECT_EQ(zan_loginauth(&login), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::login, "\n\n\n\n")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_login, "\n\n\n\n")));
 }
 
 TEST_F(Login, CutsTheTextAt1022CharactersButCountsItWhole) {
@@ -123,21 +123,21 @@ TEST_F(Login, NeedsItsFirstFourItems) {
 using Accounts = ConfigTest;
 
 TEST_F(Accounts, AreCounted) {
-    daemon.once(configuration, cmd::get, answer("3"));
+    daemon.once(class_cfg, cmd_get, answer("3"));
     EXPECT_EQ(cfg_getcount_login_account(), 3);
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/sys/user#")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/sys/user#")));
 }
 
 TEST_F(Accounts, HaveANameAndAPassword) {
     char value[16] = "";
-    daemon.once(configuration, cmd::get, answer("admin"));
+    daemon.once(class_cfg, cmd_get, answer("admin"));
     EXPECT_EQ(cfg_getstr_login_un(value, sizeof value, 2), 1);
     EXPECT_STREQ(value, "admin");
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/sys/user:2/name")));
-    daemon.once(configuration, cmd::get, answer("secret"));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/sys/user:2/name")));
+    daemon.once(class_cfg, cmd_get, answer("secret"));
     EXPECT_EQ(cfg_getstr_login_pw(value, sizeof value, -1), 1);
     EXPECT_STREQ(value, "secret");
-    EXPECT_TRUE(same_record(sent(), request(cmd::get, "/sys/user:-1/password")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_get, "/sys/user:-1/password")));
 }
 
 TEST_F(Accounts, FailAsReadingAValueDoes) {
@@ -145,7 +145,7 @@ TEST_F(Accounts, FailAsReadingAValueDoes) {
     EXPECT_EQ(cfg_getstr_login_pw(nullptr, 16, 1), -1);
     EXPECT_TRUE(sent_nothing());
     char value[16] = "before";
-    daemon.once(configuration, cmd::get, negative(-9));
+    daemon.once(class_cfg, cmd_get, negative(-9));
     EXPECT_EQ(cfg_getstr_login_un(value, sizeof value, 1), -9);
     EXPECT_STREQ(value, "before");
     daemon.die();

@@ -60,53 +60,52 @@ int check_login() {
 
 // Those that hold the API lock.
 const Call locked_calls[] = {
-    {"cfg_getstr", configuration, cmd::get, [] { return cfg_getstr(g_value, 64, "/a:%d", 1); },
+    {"cfg_getstr", class_cfg, cmd_get, [] { return cfg_getstr(g_value, 64, "/a:%d", 1); },
      about("path=/a:1")},
-    {"cfg_getarray", configuration, cmd::get_array,
-     [] { return cfg_getarray(g_value, 64, "/a:%d", 2); }, about("path=/a:2")},
-    {"cfg_setstr", configuration, cmd::set, [] { return cfg_setstr("value", "/a:%d", 3); },
+    {"cfg_getarray", class_cfg, cmd_array, [] { return cfg_getarray(g_value, 64, "/a:%d", 2); },
+     about("path=/a:2")},
+    {"cfg_setstr", class_cfg, cmd_set, [] { return cfg_setstr("value", "/a:%d", 3); },
      about("path=/a:3")},
-    {"cfg_get_module_pid", configuration, cmd::module_pid,
-     [] { return cfg_get_module_pid("wifi"); }, about("module=wifi")},
-    {"cfg_anchor", configuration, cmd::anchor, [] { return cfg_anchor("/a:%d", 4); },
+    {"cfg_get_module_pid", class_cfg, cmd_pid, [] { return cfg_get_module_pid("wifi"); },
+     about("module=wifi")},
+    {"cfg_anchor", class_cfg, cmd_anchor, [] { return cfg_anchor("/a:%d", 4); },
      about("path=/a:4")},
-    {"cfg_del", configuration, cmd::del, [] { return cfg_del("/a:%d", 5); }, about("path=/a:5")},
-    {"cfg_reload", configuration, cmd::reload, [] { return cfg_reload(g_file); },
+    {"cfg_del", class_cfg, cmd_delete, [] { return cfg_del("/a:%d", 5); }, about("path=/a:5")},
+    {"cfg_reload", class_cfg, cmd_reload, [] { return cfg_reload(g_file); },
      about("loadfile=/tmp/a")},
-    {"cfg_setfile", configuration, cmd::set_file, [] { return cfg_setfile(g_file); },
+    {"cfg_setfile", class_cfg, cmd_set_file, [] { return cfg_setfile(g_file); },
      about("loadfile=/tmp/a")},
-    {"cfg_dump", configuration, cmd::dump, [] { return cfg_dump(2, g_file); },
-     about("dumpfile=/tmp/a")},
+    {"cfg_dump", class_cfg, cmd_dump, [] { return cfg_dump(2, g_file); }, about("dumpfile=/tmp/a")},
     // The path alone, not the whole payload.
-    {"cfg_print", configuration, cmd::print, [] { return cfg_print(2, "extra", "/a:%d", 6); },
+    {"cfg_print", class_cfg, cmd_print, [] { return cfg_print(2, "extra", "/a:%d", 6); },
      about("tmp_path=/a:6")},
-    {"cfg_getattr", configuration, cmd::get_attr, [] { return attributes_of("/a:7"); },
+    {"cfg_getattr", class_cfg, cmd_get_attr, [] { return attributes_of("/a:7"); },
      about("tmp_path=/a:7"), 0},
-    {"cfg_setattr", configuration, cmd::set_attr, [] { return cfg_setattr("ro", "/a:%d", 8); },
+    {"cfg_setattr", class_cfg, cmd_set_attr, [] { return cfg_setattr("ro", "/a:%d", 8); },
      about("tmp_path=/a:8")},
-    {"cfg_reset", configuration, cmd::reset, [] { return cfg_reset("/a:%d", 9); }, about_nothing},
-    {"cfg_apply_firewall_event", configuration, cmd::apply_firewall, cfg_apply_firewall_event,
+    {"cfg_reset", class_cfg, cmd_reset, [] { return cfg_reset("/a:%d", 9); }, about_nothing},
+    {"cfg_apply_firewall_event", class_cfg, cmd_apply_firewall, cfg_apply_firewall_event,
      about_nothing},
-    {"zan_loginauth", configuration, cmd::login, check_login, about_nothing},
-    {"zan_convert", configuration, cmd::convert, [] { return zan_convert(2, g_text); },
-     about_nothing},
-    {"zan_convert_path", configuration, cmd::convert_path,
+    {"zan_loginauth", class_cfg, cmd_login, check_login, about_nothing},
+    {"zan_convert", class_cfg, cmd_convert, [] { return zan_convert(2, g_text); }, about_nothing},
+    {"zan_convert_path", class_cfg, cmd_convert_path,
      [] { return zan_convert_path(g_value, 64, 2, "/a:%d", 10); }, about_nothing},
-    {"zan_cfg_get_ifname", configuration, cmd::ifname,
+    {"zan_cfg_get_ifname", class_cfg, cmd_ifname,
      [] { return zan_cfg_get_ifname(g_value, 64, "/a:%d", 11); }, about_nothing},
-    {"zan_notify_register_value_changed", subscription, 0,
+    {"zan_notify_register_value_changed", class_notify, 0,
      [] { return zan_notify_register_value_changed("/a", 1, 2); }, about_nothing},
-    {"zan_notify_register_event", subscription, 1, [] { return zan_notify_register_event(1); },
+    {"zan_notify_register_event", class_notify, 1, [] { return zan_notify_register_event(1); },
      about_nothing},
-    {"zan_notify_unregister_value_changed", subscription, 2,
+    {"zan_notify_unregister_value_changed", class_notify, 2,
      [] { return zan_notify_unregister_value_changed("/a"); }, about_nothing},
-    {"zan_notify_unregister_event", subscription, 3, [] { return zan_notify_unregister_event(1); },
+    {"zan_notify_unregister_event", class_notify, 3, [] { return zan_notify_unregister_event(1); },
      about_nothing},
 };
 
 // Those that take no lock.
 const Call unlocked_calls[] = {
-    {"zan_fad_send", action, 42, [] { return zan_fad_send(42, 1, 0, 42, "name"); }, in_one_line},
+    {"zan_fad_send", class_action, 42, [] { return zan_fad_send(42, 1, 0, 42, "name"); },
+     in_one_line},
 };
 
 // Those that wait for no answer: the result is the send's, 0, or 1.
@@ -426,14 +425,14 @@ class Requests : public ConfigTest {};
 // Each call has an answer of its own: one that took another's would show.
 TEST_F(Requests, OfSeveralThreadsGetTheirOwnAnswers) {
     constexpr int rounds = 40;
-    daemon.on(configuration, cmd::get, answer("the value"));
-    daemon.on(configuration, cmd::get_array, answer("the longer array of values"));
-    daemon.on(configuration, cmd::module_pid, answer("4711"));
-    daemon.on(configuration, cmd::login, answer("815"));
-    daemon.on(configuration, cmd::convert_path, answer("the converted path"));
-    daemon.on(configuration, cmd::set, negative(-21));
-    daemon.on(configuration, cmd::anchor, negative(-22));
-    daemon.on(subscription, 1, negative(-23));
+    daemon.on(class_cfg, cmd_get, answer("the value"));
+    daemon.on(class_cfg, cmd_array, answer("the longer array of values"));
+    daemon.on(class_cfg, cmd_pid, answer("4711"));
+    daemon.on(class_cfg, cmd_login, answer("815"));
+    daemon.on(class_cfg, cmd_convert_path, answer("the converted path"));
+    daemon.on(class_cfg, cmd_set, negative(-21));
+    daemon.on(class_cfg, cmd_anchor, negative(-22));
+    daemon.on(class_notify, 1, negative(-23));
 
     std::atomic<int> wrong{0};
     const auto expect = [&](bool right) { wrong += right ? 0 : 1; };
@@ -476,7 +475,7 @@ TEST_F(Requests, OfSeveralThreadsGetTheirOwnAnswers) {
 }
 
 TEST_F(Requests, OfTwoThreadsFollowEachOther) {
-    daemon.once(configuration, cmd::anchor, {{.held = true}});
+    daemon.once(class_cfg, cmd_anchor, {{.held = true}});
     Worker first([] { cfg_anchor("/first"); });
     daemon.wait_for_records(1);
     ASSERT_TRUE(first.wait_until_blocked());
@@ -489,8 +488,8 @@ TEST_F(Requests, OfTwoThreadsFollowEachOther) {
     EXPECT_TRUE(second.wait_until_done());
     const auto records = daemon.records();
     ASSERT_EQ(records.size(), 2U);
-    EXPECT_TRUE(same_record(records[0], request(cmd::anchor, "/first")));
-    EXPECT_TRUE(same_record(records[1], request(cmd::del, "/second")));
+    EXPECT_TRUE(same_record(records[0], request(cmd_anchor, "/first")));
+    EXPECT_TRUE(same_record(records[1], request(cmd_delete, "/second")));
 }
 
 TEST_F(Requests, OfAForkedChildCarryItsOwnProcessId) {
@@ -512,7 +511,7 @@ TEST_F(Requests, OfAForkedChildCarryItsOwnProcessId) {
 TEST_F(Requests, WorkWithoutALock) {
     zan_api_lock_destroy();
     char value[16] = "";
-    daemon.once(configuration, cmd::get, answer("x"));
+    daemon.once(class_cfg, cmd_get, answer("x"));
     EXPECT_EQ(cfg_getstr(value, sizeof value, "/a"), 1);
     EXPECT_STREQ(value, "x");
     EXPECT_EQ(zan_notify_register_event(1), 1);
@@ -522,7 +521,7 @@ TEST_F(Requests, CarryTheWholeModuleName) {
     const std::string longest(31, 'n');
     std::strcpy(g_module_name, longest.c_str());
     EXPECT_EQ(cfg_del("/a"), 1);
-    Fields expected = request(cmd::del, "/a");
+    Fields expected = request(cmd_delete, "/a");
     expected.src = longest;
     EXPECT_TRUE(same_record(sent(), expected));
 }
@@ -531,7 +530,7 @@ TEST_F(Requests, CarryTheWholeModuleName) {
 TEST_F(Requests, StayInsideAModuleNameWithoutTerminator) {
     std::memset(g_module_name, 'n', sizeof g_module_name);
     EXPECT_EQ(cfg_del("/a"), 1);
-    Fields expected = request(cmd::del, "/a");
+    Fields expected = request(cmd_delete, "/a");
     expected.src = std::string(32, 'n');
     EXPECT_TRUE(same_record(sent(), expected));
 }

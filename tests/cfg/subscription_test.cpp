@@ -33,7 +33,7 @@ protected:
         std::string filled = payload;
         filled.resize(len, '\0');
         return same_record(record, {.mtype = g_msq_qid,
-                                    .type = subscription,
+                                    .type = class_notify,
                                     .cmd = command,
                                     .dst = "ZAN",
                                     .src = "probe",

@@ -19,8 +19,8 @@ std::ostream &operator<<(std::ostream &out, const Operation &operation) {
 
 class Tree : public ConfigTest, public testing::WithParamInterface<Operation> {};
 INSTANTIATE_TEST_SUITE_P(Node, Tree,
-                         testing::Values(Operation{"cfg_anchor", cfg_anchor, cmd::anchor},
-                                         Operation{"cfg_del", cfg_del, cmd::del}),
+                         testing::Values(Operation{"cfg_anchor", cfg_anchor, cmd_anchor},
+                                         Operation{"cfg_del", cfg_del, cmd_delete}),
                          [](const auto &operation) { return operation.param.name; });
 
 TEST_P(Tree, SendsTheFormattedPath) {
@@ -48,14 +48,14 @@ TEST_P(Tree, ReadsNothingButTheResult) {
     StdoutCapture output;
     for (const int result : {0, 1, 9, INT_MAX}) {
         SCOPED_TRACE(result);
-        daemon.once(configuration, GetParam().cmd, {{.result = result, .payload = "-7 text"}});
+        daemon.once(class_cfg, GetParam().cmd, {{.result = result, .payload = "-7 text"}});
         EXPECT_EQ(GetParam().call("/a"), 1);
     }
     EXPECT_EQ(output.stop(), "");
 }
 
 TEST_P(Tree, PassesTheRefusalOn) {
-    daemon.once(configuration, GetParam().cmd, negative(-9002, "no such node"));
+    daemon.once(class_cfg, GetParam().cmd, negative(-9002, "no such node"));
     EXPECT_EQ(GetParam().call("/a"), -9002);
 }
 
@@ -90,10 +90,10 @@ protected:
 };
 INSTANTIATE_TEST_SUITE_P(
     Of, TreeFile,
-    testing::Values(FileRequest{"cfg_reload", cfg_reload, cmd::reload, 0, "loadfile"},
-                    FileRequest{"cfg_setfile", cfg_setfile, cmd::set_file, 0, "loadfile"},
-                    FileRequest{"cfg_dump", [](char *file) { return cfg_dump(-3, file); },
-                                cmd::dump, -3, "dumpfile"}),
+    testing::Values(FileRequest{"cfg_reload", cfg_reload, cmd_reload, 0, "loadfile"},
+                    FileRequest{"cfg_setfile", cfg_setfile, cmd_set_file, 0, "loadfile"},
+                    FileRequest{"cfg_dump", [](char *file) { return cfg_dump(-3, file); }, cmd_dump,
+                                -3, "dumpfile"}),
     [](const auto &file) { return file.param.name; });
 
 TEST_P(TreeFile, TravelsByItsNameUnformatted) {
@@ -138,9 +138,9 @@ using TreeMode = ConfigTest;
 TEST_F(TreeMode, IsGoneWithItsRequest) {
     char file[] = "/tmp/dump";
     EXPECT_EQ(cfg_dump(INT_MIN, file), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::dump, "/tmp/dump", INT_MIN)));
+    EXPECT_TRUE(same_record(sent(), request(cmd_dump, "/tmp/dump", INT_MIN)));
     EXPECT_EQ(cfg_reload(file), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::reload, "/tmp/dump")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_reload, "/tmp/dump")));
 }
 
 // ---- cfg_print -------------------------------------------------------------
@@ -151,20 +151,20 @@ TEST_F(Print, SendsThePathAlone) {
     leave_traces();
     EXPECT_EQ(cfg_print(7, nullptr, "/sys/user:%d", 1), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::print, "/sys/user:1", 7)));
+    EXPECT_TRUE(same_record(record, request(cmd_print, "/sys/user:1", 7)));
     EXPECT_EQ(record.msgsz, 111U);
 }
 
 TEST_F(Print, SendsThePathABlankAndTheText) {
     leave_traces();
     EXPECT_EQ(cfg_print(-1, "x", "/sys/user:%d", 1), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, "/sys/user:1 x", -1)));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, "/sys/user:1 x", -1)));
     EXPECT_EQ(cfg_print(0, "", "/a"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, "/a ")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, "/a ")));
     EXPECT_EQ(cfg_print(0, "%s %n", "%s", "%d"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, "%d %s %n")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, "%d %s %n")));
     EXPECT_EQ(cfg_print(0, nullptr, "%s", ""), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, "")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, "")));
 }
 
 // The count is what was stored, not what would have been.
@@ -175,12 +175,12 @@ TEST_F(Print, CutsThePayloadAt1023Characters) {
         SCOPED_TRACE(length);
         const std::string whole = path + " " + std::string(length, 'x');
         EXPECT_EQ(cfg_print(0, std::string(length, 'x').c_str(), "%s", path.c_str()), 1);
-        EXPECT_TRUE(same_record(sent(), request(cmd::print, whole.substr(0, 1023))));
+        EXPECT_TRUE(same_record(sent(), request(cmd_print, whole.substr(0, 1023))));
     }
     EXPECT_EQ(cfg_print(0, "lost", "%s", path_of(2000).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, path_of(1023))));
     EXPECT_EQ(cfg_print(0, nullptr, "%s", path_of(2000).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::print, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_print, path_of(1023))));
     EXPECT_EQ(output.stop(), "");
 }
 

@@ -22,14 +22,14 @@ std::ostream &operator<<(std::ostream &out, const Getter &getter) {
 
 class Get : public ConfigTest, public testing::WithParamInterface<Getter> {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, GetParam().cmd, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, GetParam().cmd, replies); }
     int get(char *buffer, int size) { return GetParam().get(buffer, size, "/a/b"); }
 
     char value[64] = "before";
 };
 INSTANTIATE_TEST_SUITE_P(Value, Get,
-                         testing::Values(Getter{"cfg_getstr", cfg_getstr, cmd::get},
-                                         Getter{"cfg_getarray", cfg_getarray, cmd::get_array}),
+                         testing::Values(Getter{"cfg_getstr", cfg_getstr, cmd_get},
+                                         Getter{"cfg_getarray", cfg_getarray, cmd_array}),
                          [](const auto &getter) { return getter.param.name; });
 
 // ---- what is sent ----------------------------------------------------------
@@ -213,14 +213,14 @@ TEST_P(Get, ShowsNothingOfAnEarlierAnswer) {
 }
 
 TEST_P(Get, ShowsNothingOfADiscardedAnswer) {
-    answers({{.payload = "an answer to somebody else", .cmd = cmd::set}, {.payload = "mine"}});
+    answers({{.payload = "an answer to somebody else", .cmd = cmd_set}, {.payload = "mine"}});
     EXPECT_EQ(get(value, sizeof value), 1);
     EXPECT_STREQ(value, "mine");
 }
 
 // An answer without payload keeps length and text of the record before it.
 TEST_P(Get, KeepsTheTextOfADiscardedAnswerWhenItsOwnIsHeaderOnly) {
-    answers({{.payload = "somebody else's", .cmd = cmd::set}, {}});
+    answers({{.payload = "somebody else's", .cmd = cmd_set}, {}});
     EXPECT_EQ(get(value, sizeof value), 1);
     EXPECT_STREQ(value, "somebody else's");
 }
@@ -267,24 +267,24 @@ TEST_F(Set, SendsAZeroThePathABlankAndTheValue) {
     leave_traces();
     EXPECT_EQ(cfg_setstr("a b", "/x"), 1);
     const SizedRecord record = sent();
-    EXPECT_TRUE(same_record(record, request(cmd::set, "0/x a b")));
+    EXPECT_TRUE(same_record(record, request(cmd_set, "0/x a b")));
     EXPECT_EQ(record.record.len(), 7);
     EXPECT_EQ(record.msgsz, 107U);
 }
 
 TEST_F(Set, FormatsThePathButNotTheValue) {
     EXPECT_EQ(cfg_setstr("100%d%n", "/sys/%s:%d", "user", 2), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set, "0/sys/user:2 100%d%n")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set, "0/sys/user:2 100%d%n")));
 }
 
 TEST_F(Set, SendsAnEmptyValue) {
     EXPECT_EQ(cfg_setstr("", "/x"), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set, "0/x ")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set, "0/x ")));
 }
 
 TEST_F(Set, CutsThePathAt1023Characters) {
     EXPECT_EQ(cfg_setstr("v", "%s", path_of(1030).c_str()), 1);
-    EXPECT_TRUE(same_record(sent(), request(cmd::set, "0" + path_of(1023) + " v")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_set, "0" + path_of(1023) + " v")));
 }
 
 TEST_F(Set, CutsThePayloadAt2046Characters) {
@@ -294,7 +294,7 @@ TEST_F(Set, CutsThePayloadAt2046Characters) {
         SCOPED_TRACE(length);
         const std::string value(length, 'v');
         EXPECT_EQ(cfg_setstr(value.c_str(), "%s", path.c_str()), 1);
-        EXPECT_TRUE(same_record(sent(), request(cmd::set, "0" + path + " " + value)));
+        EXPECT_TRUE(same_record(sent(), request(cmd_set, "0" + path + " " + value)));
     }
     for (const std::size_t length : {1022U, 5000U, 70000U}) {
         SCOPED_TRACE(length);
@@ -302,7 +302,7 @@ TEST_F(Set, CutsThePayloadAt2046Characters) {
         EXPECT_EQ(cfg_setstr(value.c_str(), "%s", path.c_str()), 1);
         const SizedRecord record = sent();
         EXPECT_TRUE(
-            same_record(record, request(cmd::set, "0" + path + " " + value.substr(0, 1021))));
+            same_record(record, request(cmd_set, "0" + path + " " + value.substr(0, 1021))));
         EXPECT_EQ(record.msgsz, 2146U);
     }
     EXPECT_EQ(output.stop(), "");
@@ -318,14 +318,14 @@ TEST_F(Set, RefusesNullAndSendsNothing) {
 
 class ModulePid : public ConfigTest {
 protected:
-    void answers(const Replies &replies) { daemon.once(configuration, cmd::module_pid, replies); }
+    void answers(const Replies &replies) { daemon.once(class_cfg, cmd_pid, replies); }
 };
 
 TEST_F(ModulePid, SendsTheNameUnformatted) {
     leave_traces();
     answers(answer("4711"));
     EXPECT_EQ(cfg_get_module_pid("wifi%d%s"), 4711);
-    EXPECT_TRUE(same_record(sent(), request(cmd::module_pid, "wifi%d%s")));
+    EXPECT_TRUE(same_record(sent(), request(cmd_pid, "wifi%d%s")));
 }
 
 TEST_F(ModulePid, ReadsAsMuchOfTheAnswerAsIsANumber) {
@@ -358,7 +358,7 @@ TEST_F(ModulePid, PassesTheRefusalOnNotZero) {
 TEST_F(ModulePid, CutsANameAt1023Characters) {
     StdoutCapture output;
     EXPECT_EQ(cfg_get_module_pid(path_of(1030).c_str()), 0);
-    EXPECT_TRUE(same_record(sent(), request(cmd::module_pid, path_of(1023))));
+    EXPECT_TRUE(same_record(sent(), request(cmd_pid, path_of(1023))));
     EXPECT_EQ(output.stop(), overflow_warning(path_of(1023)));
 }
 

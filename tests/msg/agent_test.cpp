@@ -7,6 +7,7 @@
 #include "clogged_link.h"
 
 #include "support/capture.h"
+#include "support/commands.h"
 #include "support/daemon.h"
 #include "support/stream_peer.h"
 #include "support/worker.h"
@@ -65,7 +66,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr int registration = 3;
+constexpr int registration = class_registration;
 constexpr int agent_pid = 0x01020304;
 const std::string mesh = "/InternetGatewayDevice/X_ORVANE_EasyMesh";
 // Four values are read, each under the lock.

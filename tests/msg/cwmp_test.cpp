@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/capture.h"
+#include "support/commands.h"
 #include "support/module_test.h"
 #include "support/sandbox.h"
 
@@ -16,13 +17,11 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int cwmp = 2;
-
 class Cwmp : public ModuleTest {
 protected:
     static Fields request(std::int32_t cmd, const std::string &payload) {
         return {.mtype = g_msq_qid,
-                .type = cwmp,
+                .type = class_cwmp,
                 .cmd = cmd,
                 .dst = "ZAN_CWMP",
                 .src = "probe",
@@ -63,8 +62,8 @@ protected:
 // ---- requests --------------------------------------------------------------
 
 TEST_F(Cwmp, ARequestCarriesItsBytesAsTheyAre) {
-    daemon.on(cwmp, 7, never());
-    daemon.on(cwmp, INT_MIN, never());
+    daemon.on(class_cwmp, 7, never());
+    daemon.on(class_cwmp, INT_MIN, never());
     const std::string bytes("a\0b\xff", 4);
     EXPECT_EQ(send(7, bytes), 1);
     const SizedRecord record = sent();
@@ -109,7 +108,7 @@ TEST_F(Cwmp, ARequestOf35000BytesIsTheLongest) {
 // ---- answers ---------------------------------------------------------------
 
 TEST_F(Cwmp, AnAnswerIsCollectedLater) {
-    daemon.once(cwmp, 7, answer("the answer"));
+    daemon.once(class_cwmp, 7, answer("the answer"));
     EXPECT_EQ(send(7, "question"), 1);
     EXPECT_EQ(cfg_del("/other/work"), 1);
     EXPECT_EQ(zan_cwmp_recv(7, resp.get()), 1);

@@ -2,6 +2,7 @@
 #include "clogged_link.h"
 
 #include "support/capture.h"
+#include "support/commands.h"
 #include "support/module_test.h"
 #include "support/patience.h"
 #include "support/stream_peer.h"
@@ -26,8 +27,8 @@ namespace {
 
 using testing::IsEmpty;
 
-constexpr int message = 4;
-constexpr int broadcast = 9;
+constexpr int message = class_message;
+constexpr int broadcast = class_broadcast;
 constexpr int longest_message = 1024;
 
 std::string text_of(std::size_t size) {

@@ -2,6 +2,7 @@
 #ifndef ZAN_TESTS_MSG_LINK_TEST_H
 #define ZAN_TESTS_MSG_LINK_TEST_H
 
+#include "support/commands.h"
 #include "support/stream_peer.h"
 
 #include <zan.h>
@@ -15,9 +16,9 @@
 
 namespace zan::test {
 
-inline constexpr int registration = 3;
-inline constexpr int message = 4;
-inline constexpr int notification = 5;
+inline constexpr int registration = class_registration;
+inline constexpr int message = class_message;
+inline constexpr int notification = class_notify;
 
 inline std::string from_daemon(const Fields &fields) {
     return stream_bytes(fields, ByteOrder::network);

@@ -2,6 +2,7 @@
 #ifndef ZAN_TESTS_SIM_ZANSIM_H
 #define ZAN_TESTS_SIM_ZANSIM_H
 
+#include "support/commands.h"
 #include "support/program.h"
 #include "support/raw.h"
 
@@ -15,43 +16,6 @@
 #include <vector>
 
 namespace zan::test {
-
-// Numbers as they travel, written down apart from the library's header.
-inline constexpr int class_cfg = 1;
-inline constexpr int class_cwmp = 2;
-inline constexpr int class_registration = 3;
-inline constexpr int class_notify = 5;
-inline constexpr int class_action = 7;
-
-inline constexpr int cmd_get = 1;
-inline constexpr int cmd_set = 2;
-inline constexpr int cmd_delete = 3;
-inline constexpr int cmd_reload = 4;
-inline constexpr int cmd_dump = 5;
-inline constexpr int cmd_set_file = 7;
-inline constexpr int cmd_print = 12;
-inline constexpr int cmd_get_attr = 15;
-inline constexpr int cmd_set_attr = 16;
-inline constexpr int cmd_login = 19;
-inline constexpr int cmd_reset = 21;
-inline constexpr int cmd_convert_path = 22;
-inline constexpr int cmd_array = 23;
-inline constexpr int cmd_anchor = 25;
-inline constexpr int cmd_ifname = 29;
-inline constexpr int cmd_convert = 31;
-inline constexpr int cmd_apply_all = 32;
-inline constexpr int cmd_apply_firewall = 33;
-inline constexpr int cmd_pid = 34;
-
-inline constexpr int cmd_register = 0;
-inline constexpr int cmd_unregister = 1;
-
-inline constexpr int cmd_watch = 0;
-inline constexpr int cmd_await_event = 1;
-inline constexpr int cmd_unwatch = 2;
-inline constexpr int cmd_ignore_event = 3;
-inline constexpr int cmd_value_changed = 7;
-inline constexpr int cmd_event = 8;
 
 std::string zansim_path();
 std::string device_file();

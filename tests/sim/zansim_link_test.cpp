@@ -25,16 +25,6 @@ namespace {
 constexpr char port_file[] = "/tmp/zan.socket";
 constexpr char address_file[] = "/tmp/zan.socketip";
 
-constexpr int class_message = 4;
-constexpr int class_control = 8;
-constexpr int class_broadcast = 9;
-
-constexpr int cmd_empty = 20;
-constexpr int cmd_send_with_ack = 1;
-constexpr int cmd_ack = 2;
-constexpr int cmd_send_all = 3;
-constexpr int cmd_send = 4;
-
 class LinkBase : public ZansimTest {
 protected:
     std::unique_ptr<RawLink> agent(const std::string &name,

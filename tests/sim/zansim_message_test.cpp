@@ -9,15 +9,6 @@ namespace zan::test {
 
 namespace {
 
-constexpr int class_message = 4;
-constexpr int class_control = 8;
-constexpr int class_broadcast = 9;
-
-constexpr int cmd_send_with_ack = 1;
-constexpr int cmd_ack = 2;
-constexpr int cmd_send_all = 3;
-constexpr int cmd_send = 4;
-
 class Message : public ZansimTest {
 protected:
     void SetUp() override {

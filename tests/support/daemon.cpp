@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/daemon.h"
 
+#include "support/commands.h"
 #include "support/patience.h"
 #include "support/undisturbed.h"
 
@@ -17,7 +18,6 @@ namespace zan::test {
 
 namespace {
 
-constexpr std::int32_t registration_class = 3;
 constexpr const char *request_queue_file = "/tmp/zan_qid";
 constexpr const char *registration_queue_file = "/tmp/zan_req_qid";
 
@@ -138,7 +138,7 @@ bool ScriptedDaemon::wait_before(const Reply &reply) {
 
 void ScriptedDaemon::send(const SizedRecord &request, const Reply &reply) {
     const std::int32_t type = reply.type.value_or(request.record.type());
-    const bool registration = request.record.type() == registration_class;
+    const bool registration = request.record.type() == class_registration;
     const long module_queue = request.record.mtype;
     const SizedRecord record = make_record({
         .mtype = reply.mtype.value_or(registration ? module_queue : type),

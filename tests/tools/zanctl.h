@@ -2,6 +2,7 @@
 #ifndef ZAN_TESTS_TOOLS_ZANCTL_H
 #define ZAN_TESTS_TOOLS_ZANCTL_H
 
+#include "support/commands.h"
 #include "support/daemon.h"
 #include "support/program.h"
 
@@ -16,11 +17,6 @@ inline constexpr int exit_done = 0;
 inline constexpr int exit_refused = 1;
 inline constexpr int exit_usage = 2;
 inline constexpr int exit_no_daemon = 3;
-
-// Class and command numbers as they travel.
-inline constexpr int class_cfg = 1;
-inline constexpr int class_registration = 3;
-inline constexpr int class_notify = 5;
 
 // Every command; the second word is that of a command in a group.
 struct CommandName {

@@ -14,15 +14,6 @@ namespace {
 
 using testing::EndsWith;
 
-constexpr int class_message = 4;
-constexpr int class_broadcast = 9;
-constexpr int cmd_register = 0;
-constexpr int cmd_unregister = 1;
-constexpr int cmd_get = 1;
-constexpr int cmd_send_with_ack = 1;
-constexpr int cmd_ack = 2;
-constexpr int cmd_send_all = 3;
-
 const std::string mesh = "/InternetGatewayDevice/X_ORVANE_EasyMesh";
 
 class ZanctlAgent : public ZanctlTest {

@@ -21,8 +21,6 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr int cmd_set = 2;
-
 class ZanctlLog : public ZanctlTest {
 protected:
     void SetUp() override { ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX(); }

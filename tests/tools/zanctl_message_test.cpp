@@ -13,15 +13,6 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr int class_message = 4;
-constexpr int class_control = 8;
-constexpr int class_broadcast = 9;
-
-constexpr int cmd_send_with_ack = 1;
-constexpr int cmd_ack = 2;
-constexpr int cmd_send_all = 3;
-constexpr int cmd_send = 4;
-
 Replies acknowledgement(int result = 1, std::string text = {}) {
     return {{.result = result, .payload = std::move(text), .cmd = cmd_ack}};
 }

@@ -16,10 +16,6 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr int class_cwmp = 2;
-constexpr int class_action = 7;
-constexpr int class_control = 8;
-
 struct Row {
     const char *name;
     Words arguments;

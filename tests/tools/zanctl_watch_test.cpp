@@ -14,11 +14,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
-constexpr int subscribe_value = 0;
-constexpr int subscribe_event = 1;
-constexpr int unsubscribe_value = 2;
-constexpr int unsubscribe_event = 3;
-
 std::string event_payload(std::int32_t code) {
     return {reinterpret_cast<const char *>(&code), sizeof code};
 }
@@ -42,18 +37,20 @@ protected:
                                      .src = "ZAN",
                                      .payload = payload}));
     }
-    void notify_change(const std::string &line) const { notify(7, line); }
+    void notify_change(const std::string &line) const { notify(cmd_value_changed, line); }
     // Whether the queue was there, which zanctl may remove at any moment.
     bool queue_takes(const std::string &line) const {
         try {
-            raw_send(queue,
-                     {.mtype = class_notify, .type = class_notify, .cmd = 7, .payload = line});
+            raw_send(queue, {.mtype = class_notify,
+                             .type = class_notify,
+                             .cmd = cmd_value_changed,
+                             .payload = line});
         } catch (const std::system_error &) {
             return false;
         }
         return true;
     }
-    void notify_event(std::int32_t code) const { notify(8, event_payload(code)); }
+    void notify_event(std::int32_t code) const { notify(cmd_event, event_payload(code)); }
 
     Ended interrupt(Program &program, int number = SIGINT) {
         program.signal(number);
@@ -92,12 +89,12 @@ TEST_F(ZanctlWatch, SubscribesPrintsUnsubscribesAndUnregisters) {
 
     ASSERT_EQ(records.size(), 8U);
     const std::vector<std::pair<int, std::string>> expected = {
-        {subscribe_value, std::string(2, '\0') + "/a"},
-        {subscribe_value, std::string(2, '\0') + "/b%s"},
-        {subscribe_event, event_payload(7)},
-        {unsubscribe_value, "/a"},
-        {unsubscribe_value, "/b%s"},
-        {unsubscribe_event, event_payload(7)},
+        {cmd_watch, std::string(2, '\0') + "/a"},
+        {cmd_watch, std::string(2, '\0') + "/b%s"},
+        {cmd_await_event, event_payload(7)},
+        {cmd_unwatch, "/a"},
+        {cmd_unwatch, "/b%s"},
+        {cmd_ignore_event, event_payload(7)},
     };
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const SizedRecord &actual = records[i + 1];
@@ -191,21 +188,21 @@ TEST_F(ZanctlWatch, LibraryLinesDoNotReachTheOutput) {
 }
 
 TEST_F(ZanctlWatch, ARefusedSubscriptionTakesTheOthersBack) {
-    daemon.once(class_notify, subscribe_value, answer(""));
-    daemon.once(class_notify, subscribe_value, negative(-3, "no such node: /b"));
+    daemon.once(class_notify, cmd_watch, answer(""));
+    daemon.once(class_notify, cmd_watch, negative(-3, "no such node: /b"));
     const Ended ended = run({"watch", "/a", "/b"});
     EXPECT_EQ(ended.status, exit_refused);
     EXPECT_EQ(ended.output, "");
     EXPECT_EQ(ended.error, "zanctl: /b: no such node: /b\n");
     ASSERT_EQ(records.size(), 5U);
-    EXPECT_EQ(records[3].record.cmd(), unsubscribe_value);
+    EXPECT_EQ(records[3].record.cmd(), cmd_unwatch);
     EXPECT_EQ(records[3].payload(), "/a");
     expect_left_nothing();
 }
 
 TEST_F(ZanctlWatch, ARefusedUnsubscriptionDoesNotStopTheOthers) {
     const auto program = start({"/a", "/b"});
-    daemon.once(class_notify, unsubscribe_value, negative(-3, "busy"));
+    daemon.once(class_notify, cmd_unwatch, negative(-3, "busy"));
     const Ended ended = interrupt(*program);
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.error, "zanctl: watching\nzanctl: /a: busy\n");
@@ -216,7 +213,7 @@ TEST_F(ZanctlWatch, ARefusedUnsubscriptionDoesNotStopTheOthers) {
 
 TEST_F(ZanctlWatch, ASilentDaemonIsAskedToUnsubscribeOnceOnly) {
     const auto program = start({"--timeout", "2", "/a", "/b"});
-    daemon.on(class_notify, unsubscribe_value, never());
+    daemon.on(class_notify, cmd_unwatch, never());
     EXPECT_EQ(interrupt(*program).status, exit_done);
     ASSERT_EQ(records.size(), 5U);
     EXPECT_EQ(records[4].record.type(), class_registration);
