@@ -37,15 +37,6 @@ protected:
                 .payload = payload};
     }
 
-    // The only record that has been sent since the last look: one that nothing answers
-    // may still be on its way.
-    SizedRecord sent() {
-        const std::vector<SizedRecord> records = daemon.wait_for_records(1);
-        daemon.forget_records();
-        EXPECT_EQ(records.size(), 1U);
-        return records.front();
-    }
-
     // Whether nothing has been sent: the next record to arrive is the one sent here.
     testing::AssertionResult sent_nothing() {
         cfg_del("/marker");

@@ -17,14 +17,7 @@ protected:
     void reads(const std::string &value) { daemon.once(class_cfg, cmd_get, answer(value)); }
     void is_refused() { daemon.once(class_cfg, cmd_get, negative(-9)); }
 
-    // Payloads that have arrived since the last look.
-    std::vector<std::string> asked() {
-        std::vector<std::string> payloads;
-        for (const SizedRecord &record : daemon.records())
-            payloads.push_back(record.payload());
-        daemon.forget_records();
-        return payloads;
-    }
+    std::vector<std::string> asked() { return daemon.take_payloads(); }
 };
 
 using Paths = std::vector<std::string>;

@@ -17,14 +17,7 @@ using testing::IsEmpty;
 
 class Registration : public LogTest {
 protected:
-    // The payloads of the requests that have arrived since the last look.
-    std::vector<std::string> requests() {
-        std::vector<std::string> payloads;
-        for (const SizedRecord &sized : daemon.records())
-            payloads.push_back(sized.payload());
-        daemon.forget_records();
-        return payloads;
-    }
+    std::vector<std::string> requests() { return daemon.take_payloads(); }
 
     static std::string key_text() {
         char text[32];

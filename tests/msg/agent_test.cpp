@@ -163,11 +163,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(AgentTest, TheGateReadsFourValuesInThisOrder) {
     mesh_is(settled);
     EXPECT_EQ(zan_mesh_status(), 1);
-    std::vector<std::string> paths;
-    for (const SizedRecord &record : daemon.records())
-        paths.push_back(record.payload());
-    EXPECT_THAT(paths, ElementsAre(mesh + "/Status/TopologyOptimize", mesh + "/ReInitWifiFlag",
-                                   mesh + "/Enable", mesh + "/DeviceRole"));
+    EXPECT_THAT(daemon.take_payloads(),
+                ElementsAre(mesh + "/Status/TopologyOptimize", mesh + "/ReInitWifiFlag",
+                            mesh + "/Enable", mesh + "/DeviceRole"));
 }
 
 TEST_F(AgentTest, ALongRoleIsCut) {

@@ -29,14 +29,6 @@ protected:
                 .payload = payload};
     }
 
-    // The only record that has come since the last look.
-    SizedRecord sent() {
-        const std::vector<SizedRecord> records = daemon.wait_for_records(1);
-        daemon.forget_records();
-        EXPECT_EQ(records.size(), 1U);
-        return records.front();
-    }
-
     static int send(std::int32_t cmd, const std::string &payload) {
         return zan_do_cwmp_request(cmd, payload.data(), static_cast<int>(payload.size()));
     }

@@ -90,6 +90,15 @@ void ScriptedDaemon::forget_records() {
     records_.clear();
 }
 
+std::vector<std::string> ScriptedDaemon::take_payloads() {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> payloads;
+    for (const SizedRecord &record : records_)
+        payloads.push_back(record.payload());
+    records_.clear();
+    return payloads;
+}
+
 void ScriptedDaemon::run() {
     const auto request = std::make_unique<SizedRecord>();
     while (true) {

@@ -90,6 +90,8 @@ public:
     std::vector<SizedRecord> wait_for_records(std::size_t count) const;
     // Forgets what arrived.
     void forget_records();
+    // The payloads of what has arrived since that was last forgotten, which this does.
+    std::vector<std::string> take_payloads();
 
 private:
     using Key = std::pair<std::int32_t, std::int32_t>;

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace zan::test {
 
 // A process registered as module "probe", instance 7, with a scripted daemon that
@@ -20,6 +22,15 @@ protected:
     }
 
     void TearDown() override { remove_queue(g_msq_qid); }
+
+    // The only record that has been sent since the last look: one that nothing answers
+    // may still be on its way.
+    SizedRecord sent() {
+        const std::vector<SizedRecord> records = daemon.wait_for_records(1);
+        daemon.forget_records();
+        EXPECT_EQ(records.size(), 1U);
+        return records.front();
+    }
 
     ScriptedDaemon daemon;
 };
