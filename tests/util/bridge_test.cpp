@@ -2,6 +2,7 @@
 // The bridge port of an address, on bridges of the kernel's own.
 #include <zan.h>
 
+#include "network.h"
 #include "support/capture.h"
 #include "support/patience.h"
 #include "support/program.h"
@@ -48,20 +49,6 @@ struct PortName {
     PortName() { std::memset(text, '~', sizeof text); }
     bool untouched() const { return text[0] == '~'; }
 };
-
-// An emulator may not know the bridge's requests.
-std::string why_no_bridge_requests() {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    int port = 0;
-    unsigned long arguments[4] = {BRCTL_GET_PORT_LIST, reinterpret_cast<unsigned long>(&port), 1,
-                                  0};
-    ifreq request{};
-    std::strcpy(request.ifr_name, "br0");
-    request.ifr_data = reinterpret_cast<char *>(arguments);
-    const int result = ioctl(fd, SIOCDEVPRIVATE, &request);
-    close(fd);
-    return result >= 0 ? "" : "bridge requests do not reach the kernel";
-}
 
 // br0 with the ports port_a and port_b, whose other ends are far_a and far_b.
 class Bridge : public testing::Test {

@@ -3,9 +3,16 @@
 
 #include "support/program.h"
 
+#include <linux/if_bridge.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -55,6 +62,19 @@ void provide_proc(const std::map<std::string, std::optional<std::string>> &files
     }
     link_rest("/proc", real, files, "");
     link_rest("/proc/net", real / "self/net", files, "net/");
+}
+
+std::string why_no_bridge_requests() {
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    int port = 0;
+    unsigned long arguments[4] = {BRCTL_GET_PORT_LIST, reinterpret_cast<unsigned long>(&port), 1,
+                                  0};
+    ifreq request{};
+    std::strcpy(request.ifr_name, "br0");
+    request.ifr_data = reinterpret_cast<char *>(arguments);
+    const int result = ioctl(fd, SIOCDEVPRIVATE, &request);
+    close(fd);
+    return result >= 0 ? "" : "bridge requests do not reach the kernel";
 }
 
 } // namespace zan::test

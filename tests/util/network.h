@@ -19,6 +19,10 @@ void ip(const std::string &lines);
 // names like "net/route", and what the file holds.
 void provide_proc(const std::map<std::string, std::optional<std::string>> &files);
 
+// Why the bridge br0, which is there, cannot be asked; empty when it can.  An emulator
+// may not know the requests.
+std::string why_no_bridge_requests();
+
 // A network of the case's own: wan0 with 192.0.2.1, lan0 with 192.168.1.1, each up.
 class NetworkTest : public testing::Test {
 protected:

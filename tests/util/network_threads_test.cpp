@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
-#include <atomic>
 #include <barrier>
 #include <cstdint>
 #include <functional>
@@ -26,20 +25,22 @@ using Query = std::function<std::string()>;
 
 constexpr int rounds = 200;
 
-// Every query on a thread of its own, again and again, all of them begun together.
+// Every query on a thread of its own, again and again, each time begun together: a
+// thread that had the processor to itself would meet nobody.
 void expect_same_at_once(const std::vector<Query> &queries) {
     std::vector<std::string> alone;
     for (const Query &query : queries)
         alone.push_back(query());
     std::vector<std::string> wrong(queries.size());
-    std::barrier begin(static_cast<std::ptrdiff_t>(queries.size()));
+    std::barrier together(static_cast<std::ptrdiff_t>(queries.size()));
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < queries.size(); ++i)
         threads.emplace_back([&, i] {
-            begin.arrive_and_wait();
-            for (int round = 0; round < rounds && wrong[i].empty(); ++round)
+            for (int round = 0; round < rounds; ++round) {
+                together.arrive_and_wait();
                 if (const std::string answer = queries[i](); answer != alone[i])
                     wrong[i] = answer;
+            }
         });
     for (std::thread &thread : threads)
         thread.join();
@@ -120,15 +121,53 @@ Query counters_of(const std::string &name) {
     };
 }
 
+// Tables so long that threads meet in them.
+constexpr int filler_lines = 400;
+
+std::string repeated(const std::string &line) {
+    std::string lines;
+    for (int i = 0; i < filler_lines; ++i)
+        lines += line;
+    return lines;
+}
+
+// A line of /proc/net/dev whose field N is base + N.
+std::string device(const std::string &name, int base) {
+    std::string line = name + ":";
+    for (int field = 0; field < 16; ++field)
+        line += " " + std::to_string(base + field);
+    return line + "\n";
+}
+
+std::string multicast(int received) {
+    return "Rx Multicast Pkts      = " + std::to_string(received) +
+           "\nTx Multicast Pkts      = " + std::to_string(received + 1) + "\n";
+}
+
 class NetworkOfThreads : public NetworkTest {
 protected:
     void SetUp() override {
         NetworkTest::SetUp();
-        if (!IsSkipped())
-            ip("addr add 2001:db8:1::1/64 dev wan0 nodad\n"
-               "addr add 2001:db8:2::1/64 dev lan0 nodad\n"
-               "route add 198.51.100.0/24 via 192.0.2.254 dev wan0\n"
-               "route add 10.0.0.0/8 via 192.168.1.254 dev lan0\n");
+        if (IsSkipped())
+            return;
+        // 198.51.100.0/24 by 192.0.2.254, and 10.0.0.0/8 by 192.168.1.254; between
+        // them 172.16.0.0/16, which is down.
+        provide_proc(
+            {{"net/route", "the header\n"
+                           "wan0\t006433C6\tFE0200C0\t0003\t0\t0\t0\t00FFFFFF\n" +
+                               repeated("none\t000010AC\t00000000\t0000\t0\t0\t0\t0000FFFF\n") +
+                               "lan0\t0000000A\tFE01A8C0\t0003\t0\t0\t0\t000000FF\n"},
+             {"net/if_inet6", "20010db8000100000000000000000001 05 40 00 80 wan0\n" +
+                                  repeated("fe800000000000000000000000000001 06 40 20 80 none\n") +
+                                  "20010db8000200000000000000000001 07 40 00 80 lan0\n"},
+             {"net/ipv6_route", "20010db8000100000000000000000000 40 wan0\n" +
+                                    repeated("fe800000000000000000000000000000 40 none\n") +
+                                    "20010db8000200000000000000000000 40 lan0\n"},
+             {"net/dev", device("eth0.1", 100) + device("wan0", 200) +
+                             repeated("a line without an interface\n") + device("eth0.2", 300) +
+                             device("lan0", 400)},
+             {"tc3162/gsw_mib1", multicast(1000) + repeated("\n")},
+             {"tc3162/gsw_mib2", repeated("\n") + multicast(2000)}});
     }
 };
 
@@ -140,26 +179,12 @@ TEST_F(NetworkOfThreads, EachIsToldOfItsInterface) {
 }
 
 TEST_F(NetworkOfThreads, EachIsToldOfItsRoute) {
-    expect_same_at_once({route_to("198.51.100.7"), route_to("10.1.2.3"), route_to("192.168.1.77"),
+    expect_same_at_once({route_to("198.51.100.7"), route_to("10.1.2.3"), route_to("203.0.113.1"),
                          route6_to("2001:db8:1::"), route6_to("2001:db8:2::"), gateway_of("wan0"),
-                         gateway_of("")});
+                         gateway_of("lan0"), gateway_of("")});
 }
 
-// With counters that stand still.
 TEST_F(NetworkOfThreads, EachIsToldOfItsCounters) {
-    const auto device = [](const std::string &name, int base) {
-        std::string line = name + ":";
-        for (int field = 0; field < 16; ++field)
-            line += " " + std::to_string(base + field);
-        return line + "\n";
-    };
-    const auto multicast = [](int received) {
-        return "Rx Multicast Pkts      = " + std::to_string(received) +
-               "\nTx Multicast Pkts      = " + std::to_string(received + 1) + "\n";
-    };
-    provide_proc({{"net/dev", device("eth0.1", 100) + device("eth0.2", 200) + device("lan0", 300)},
-                  {"tc3162/gsw_mib1", multicast(1000)},
-                  {"tc3162/gsw_mib2", multicast(2000)}});
     expect_same_at_once({counters_of("eth0.1"), counters_of("eth0.2"), counters_of(""),
                          counters_of("eth0.1"), counters_of("eth0.2"), counters_of("lan0"),
                          counters_of("missing")});
@@ -169,7 +194,9 @@ TEST_F(NetworkOfThreads, EachIsToldOfItsBridge) {
     ip("link add br0 type bridge\n"
        "link add br1 type bridge\n");
     ZAN_SKIP_WITH_REASON(why_no_bridge_requests());
+    // Whose ports have different numbers.
     ip("link set far_wan0 master br0\n"
+       "link set lan0 master br1\n"
        "link set far_lan0 master br1\n");
     Program entries({"/bin/sh", "-c",
                      "PATH=$PATH:/sbin:/usr/sbin\n"
