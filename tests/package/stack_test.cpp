@@ -2,8 +2,10 @@
 //
 // How much stack a request really uses, the C library's share included, seen in
 // what it leaves on a painted stack.
+#include "log/outputs.h"
 #include "support/capture.h"
 #include "support/module_test.h"
+#include "support/sandbox.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -140,10 +142,31 @@ TEST(StackOfSeveralRequests, StaysWithinThePromise) {
     ASSERT_GE(zan_register("probe", 7), 0);
     daemon.on(1, 22, answer(std::string(2000, 'x')));
     for (const std::function<void()> &call :
-         {std::function<void()>([] { cfg_is_iphost_conn(g_long_path); }),
-          std::function<void()>([] { cfg_apply_all(); })}) {
+         {std::function<void()>([] { cfg_apply_all(); }),
+          std::function<void()>([] { cfg_is_iphost_conn(g_long_path); })}) {
         call();
-        EXPECT_LE(stack_used_by(call), promised);
+        const std::size_t used = stack_used_by(call);
+        RecordProperty("bytes", std::to_string(used));
+        EXPECT_LE(used, promised);
+    }
+    remove_queue(g_msq_qid);
+}
+
+// A long line to everywhere, and to the file.  Beside the promise for requests: the
+// system's logger and the opened outputs are the C library's.
+TEST(StackOfALogLine, StaysWithinItsBound) {
+    ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+    const LogOutputs outputs;
+    ScriptedDaemon daemon;
+    daemon.on(1, 1, answer("0"));
+    ASSERT_GE(zan_register("probe", 7), 0);
+    for (const int dest : {4, 5}) {
+        ASSERT_EQ(zan_log_init("probe", 7, dest), 1);
+        const std::function<void()> call = [] { zan_log("probe", 3, "%s", long_value.c_str()); };
+        call();
+        const std::size_t used = stack_used_by(call);
+        RecordProperty("bytes_" + std::to_string(dest), std::to_string(used));
+        EXPECT_LE(used, std::size_t{16384});
     }
     remove_queue(g_msq_qid);
 }
