@@ -18,7 +18,8 @@ inline constexpr int exit_refused = 1;
 inline constexpr int exit_usage = 2;
 inline constexpr int exit_no_daemon = 3;
 
-// Every command; the second word is that of a command in a group.
+// Every command, held against zanctl's own list by zanctl_usage_test; the second word
+// is that of a command in a group.
 struct CommandName {
     std::vector<std::string> words;
     bool needs_daemon = true;
