@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SIM_CLIENT_H
-#define ZAN_TESTS_SIM_CLIENT_H
+#pragma once
 
 #include "sim/zansim.h"
 
@@ -41,5 +40,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SIM_RAW_LINK_H
-#define ZAN_TESTS_SIM_RAW_LINK_H
+#pragma once
 
 #include "sim/zansim.h"
 #include "support/stream_peer.h"
@@ -55,5 +54,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

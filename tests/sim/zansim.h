@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SIM_ZANSIM_H
-#define ZAN_TESTS_SIM_ZANSIM_H
+#pragma once
 
 #include "support/commands.h"
 #include "support/program.h"
@@ -133,5 +132,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -508,7 +508,7 @@ TEST_F(Mix, AMessageToAllComesToNoLinkOfItsSender) {
 // Many requests of a module that does not wait for their answers.
 class Flood : public LinkBase {
 protected:
-    static constexpr int requests = 60;
+    static constexpr int requests = 300;
 
     Flood() { autostart_ = false; }
 
@@ -520,35 +520,19 @@ protected:
                 "c": 1, "d": 2, "e": 3, "f": 4, "g": 5, "h": 6, "i": 7, "j": 8, "k": 9})");
         start(tree_file("{\"table\": [" + instances + "]}"));
     }
-
-    static int served(const std::string &requests_of_zansim) {
-        return std::atoi(requests_of_zansim.c_str());
-    }
 };
 
-// As zansim counts what it has served, it tells how many came before a request.
-TEST_F(Flood, OfAQueueLeavesALinkItsTurn) {
-    const auto link = agent("AGENT");
-    const int before = served(module().get("/zansim/requests").payload());
-    for (int i = 0; i < requests; ++i)
-        module().send(module().request(class_cfg, cmd_array, "/table"));
-    await_record(module().queue(), class_cfg);
-    const int answered = before + 1 + queue_length(module().queue());
-    const int now = served(link->call(class_cfg, cmd_get, "/zansim/requests").substr(at::data));
-    EXPECT_LT(now - answered, requests / 2);
-    EXPECT_LT(now, before + requests) << "there was no flood";
-}
-
+// As zansim counts what it has served, it tells how many came before a request: all, if
+// the flood left it no turn.
 TEST_F(Flood, OfALinkLeavesAQueueItsTurn) {
     const auto link = agent("AGENT");
-    const int before = served(module().get("/zansim/requests").payload());
+    const int before = std::stoi(module().get("/zansim/requests").payload());
     std::string flood;
     for (int i = 0; i < requests; ++i)
         flood += stream_bytes(link->request(class_cfg, cmd_array, "/table"), ByteOrder::network);
     ASSERT_TRUE(link->send(flood));
     link->receive();
-    const int now = served(module().get("/zansim/requests").payload());
-    EXPECT_LT(now - before, requests / 2);
+    EXPECT_LT(std::stoi(module().get("/zansim/requests").payload()) - before, requests);
 }
 
 class Hostile : public LinkBase {
