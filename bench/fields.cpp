@@ -80,7 +80,7 @@ void read_fields(const char *from, std::size_t size, Told &to) {
     to.mtu = get_int(&pos, &room);
 }
 
-template<class Run> void add(const std::string &name, const std::string &group, Run run) {
+template<typename Run> void add(const std::string &name, const std::string &group, Run run) {
     benchmark::RegisterBenchmark((name + "/" + group).c_str(), run)
         ->MinTime(seconds_each)
         ->Repetitions(repetitions);

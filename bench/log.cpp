@@ -166,7 +166,7 @@ void zan_log_file(benchmark::State &state) {
 // As many messages, twice each, as the socket takes before its sender waits.
 constexpr int batch = 4;
 
-template<class Log> void log_in_batches(benchmark::State &state, Log log) {
+template<typename Log> void log_in_batches(benchmark::State &state, Log log) {
     while (state.KeepRunningBatch(batch)) {
         for (int i = 0; i < batch; ++i)
             log();
@@ -200,7 +200,7 @@ void zan_log_syslog(benchmark::State &state) {
 
 // ---- the run
 
-template<class Benchmark, class... Arguments>
+template<typename Benchmark, class... Arguments>
 void add(const char *name, Benchmark run, Arguments... arguments) {
     benchmark::RegisterBenchmark(name, run, arguments...)
         ->MinTime(seconds_each)

@@ -33,7 +33,7 @@ constexpr double seconds_each = 0.01;
 
 using Inputs = std::array<const char *, 8>;
 
-template<class Call> void run(benchmark::State &state, const Inputs &inputs, Call call) {
+template<typename Call> void run(benchmark::State &state, const Inputs &inputs, Call call) {
     std::size_t next = 0;
     for (auto _ : state) {
         int result = call(inputs[next++ % inputs.size()]);
@@ -42,7 +42,7 @@ template<class Call> void run(benchmark::State &state, const Inputs &inputs, Cal
 }
 
 // The same question to both, and what is wrong when they do not agree on an input.
-template<class Otherwise, class Library>
+template<typename Otherwise, typename Library>
 void add(const std::string &what, const Inputs &inputs, Otherwise otherwise, Library library) {
     std::size_t longest = 0;
     for (const char *input : inputs) {

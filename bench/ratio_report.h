@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Prints what each benchmark takes as a ratio to its floor: the benchmark of the
 // same size named "raw", measured in the same interleaved run.
-#ifndef ZAN_BENCH_RATIO_REPORT_H
-#define ZAN_BENCH_RATIO_REPORT_H
+#pragma once
 
 #include <benchmark/benchmark.h>
 
@@ -38,5 +37,3 @@ int run_interleaved(int argc, char **argv, const std::string &floor);
 void stay_on_one_cpu();
 
 } // namespace zan::bench
-
-#endif

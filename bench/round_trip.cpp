@@ -108,7 +108,7 @@ void library_round_trip(benchmark::State &state, std::size_t size) {
     }
 }
 
-template<class Benchmark> void add(const std::string &name, Benchmark run, std::size_t size) {
+template<typename Benchmark> void add(const std::string &name, Benchmark run, std::size_t size) {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(size)).c_str(), run, size)
         ->MinTime(seconds_each)
         ->Repetitions(repetitions)

@@ -206,7 +206,7 @@ void empty_connection() {
     }
 }
 
-template<class Send>
+template<typename Send>
 void send_in_batches(benchmark::State &state, std::size_t batch, void (*empty)(), Send send_one) {
     const auto count = static_cast<benchmark::IterationCount>(batch);
     while (state.KeepRunningBatch(count)) {
@@ -379,7 +379,7 @@ void library_value(benchmark::State &state, std::size_t size, Duties) {
 
 // ---- The run ---------------------------------------------------------------
 
-template<class Benchmark, class... Arguments>
+template<typename Benchmark, class... Arguments>
 void add(const std::string &what, const std::string &group, Benchmark run, std::size_t size,
          Arguments... arguments) {
     const std::string name = what + "/" + group + " " + std::to_string(size);

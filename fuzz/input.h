@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_FUZZ_INPUT_H
-#define ZAN_FUZZ_INPUT_H
+#pragma once
 
 #include <algorithm>
 #include <cstddef>
@@ -57,5 +56,3 @@ private:
 };
 
 } // namespace zan::fuzz
-
-#endif

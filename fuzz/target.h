@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_FUZZ_TARGET_H
-#define ZAN_FUZZ_TARGET_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -20,5 +19,3 @@ inline void require(bool holds, const char *what) {
 }
 
 } // namespace zan::fuzz
-
-#endif

@@ -351,9 +351,9 @@ ZAN_API int zan_get_reg_msq_qid(void);
  * under another queue key, each after printing
  * "zan_register_msq:register fail! Retry N[PROJ]...".  A retry that gets queue id 0
  * counts as failed, too, although the last one's 0 is returned.  The queue of a failed
- * attempt is removed, its key file stays.  Returns the queue id, or ZAN_ERR for a null name or a failed wait, ZAN_ERR_QUEUE_IDS (no daemon, no queue to
- * be had, or the ids clash, which prints "!!!Error: ..."), ZAN_ERR_SEND, or the
- * daemon's negative result. */
+ * attempt is removed, its key file stays.  Returns the queue id, or ZAN_ERR for a null name or a
+ * failed wait, ZAN_ERR_QUEUE_IDS (no daemon, no queue to be had, or the ids clash, which prints
+ * "!!!Error: ..."), ZAN_ERR_SEND, or the daemon's negative result. */
 ZAN_API int zan_register(const char *name, int instance);
 
 /* Registers a second queue (instance 1) under `name`; its id is also in
@@ -469,9 +469,9 @@ ZAN_API int zan_process_data(zan_body *body);
 /* Starts the detached receive thread on the own queue for records of type
  * mtype: 0, or the error number of the step that failed, after "Initial pthread
  * attribution error, errno: REASON.", "Setting pthread attribution error, errno:
- * REASON." or "API: Create trap handler thread failed.".  The first form initialises the queue lock and holds it around each receive and
- * dispatch, polling every 100 ms; the second waits in the kernel and takes no
- * lock, so it can take the acknowledgement that a direct send waits for.  The
+ * REASON." or "API: Create trap handler thread failed.".  The first form initialises the queue lock
+ * and holds it around each receive and dispatch, polling every 100 ms; the second waits in the
+ * kernel and takes no lock, so it can take the acknowledgement that a direct send waits for.  The
  * thread prints "zan_thread_create: mtype=TYPE g_msq_qid=QID-------------------->"
  * (or "zan_thread_create_wo_lock: ...") once, ends at once without an own queue,
  * and ends after four hard receive errors in a row, each printed as "API: receive msq

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Command lines for the daemon to carry out.
-#ifndef ZAN_CFG_CONTROL_H
-#define ZAN_CFG_CONTROL_H
+#pragma once
 
 #include "msg/request.h"
 
@@ -22,5 +21,3 @@ constexpr Command control_command(const char *function, const char *label,
 }
 
 } // namespace zan
-
-#endif

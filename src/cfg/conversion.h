@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_CFG_CONVERSION_H
-#define ZAN_CFG_CONVERSION_H
+#pragma once
 
 namespace zan {
 
@@ -8,5 +7,3 @@ namespace zan {
 int convert_path(char *value, int size, int kind, const char *path);
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The text that a variadic function's arguments make: a path, above all.
-#ifndef ZAN_CFG_FORMATTED_H
-#define ZAN_CFG_FORMATTED_H
+#pragma once
 
 #include "zan.h"
 
@@ -42,5 +41,3 @@ private:
     va_start(name##_arguments, fmt);                                                               \
     zan::Formatted name((fmt), name##_arguments __VA_OPT__(, ) __VA_ARGS__);                       \
     va_end(name##_arguments)
-
-#endif

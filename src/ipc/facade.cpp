@@ -28,7 +28,7 @@ bool is_free() {
            g_ipc_enable_lock.load(std::memory_order_relaxed) == 0;
 }
 
-template<class Operation> int when_free(Operation operation, const char *complaint = nullptr) {
+template<typename Operation> int when_free(Operation operation, const char *complaint = nullptr) {
     for (int attempt = 0; attempt < busy_attempts; ++attempt) {
         if (is_free()) {
             g_ipc_lock.store(1, std::memory_order_relaxed);

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What a stream socket did not take: the rest of a message, kept until the next
 // send on the same socket.
-#ifndef ZAN_IPC_PENDING_H
-#define ZAN_IPC_PENDING_H
+#pragma once
 
 #include <sys/socket.h>
 
@@ -61,5 +60,3 @@ int send_in_order(PendingList &list, const Destination &to, const void *data, in
                   const SendPolicy &policy);
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What both socket channels do with a socket.
-#ifndef ZAN_IPC_SOCKET_H
-#define ZAN_IPC_SOCKET_H
+#pragma once
 
 #include <sys/socket.h>
 
@@ -20,5 +19,3 @@ int receive(int fd, void *buf, int len, int flags);
 int receive_from(int fd, void *buf, int len, sockaddr *from, socklen_t from_size);
 
 } // namespace zan
-
-#endif

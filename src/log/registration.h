@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_LOG_REGISTRATION_H
-#define ZAN_LOG_REGISTRATION_H
+#pragma once
 
 #include "zan.h"
 
@@ -13,5 +12,3 @@ namespace zan {
 extern std::atomic<zan_log_entry *> g_log_name;
 
 } // namespace zan
-
-#endif

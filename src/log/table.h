@@ -2,8 +2,7 @@
 // The log table: one segment of shared memory that every module of the device
 // attaches, so that all see the settings of all.  No lock guards it, and any
 // process may write anything to it at any time: an entry is read with that in mind.
-#ifndef ZAN_LOG_TABLE_H
-#define ZAN_LOG_TABLE_H
+#pragma once
 
 #include "zan.h"
 
@@ -57,5 +56,3 @@ template<typename Field> void store(Field &field, std::type_identity_t<Field> va
 }
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Waiting for the answer to a request.
-#ifndef ZAN_MSG_ANSWER_H
-#define ZAN_MSG_ANSWER_H
+#pragma once
 
 #include "msg/record.h"
 
@@ -34,5 +33,3 @@ int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg = Enomsg::sil
 int await_own_queue();
 
 } // namespace zan
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_MSG_DISPATCH_H
-#define ZAN_MSG_DISPATCH_H
+#pragma once
 
 #include "zan.h"
 
@@ -15,5 +14,3 @@ int dispatch(zan_body &body, int room);
 int payload_length(const zan_body &body, int room);
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Who this process is to the daemon: the queue ids and names of zan.h.
-#ifndef ZAN_MSG_IDENTITY_H
-#define ZAN_MSG_IDENTITY_H
+#pragma once
 
 #include "zan.h"
 
@@ -20,5 +19,3 @@ std::string_view module_name();
 int own_pid();
 
 } // namespace zan
-
-#endif

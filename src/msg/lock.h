@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_MSG_LOCK_H
-#define ZAN_MSG_LOCK_H
+#pragma once
 
 #include "zan.h"
 
@@ -23,5 +22,3 @@ public:
 };
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The record: its layout, and how one is begun, addressed and read back.
-#ifndef ZAN_MSG_RECORD_H
-#define ZAN_MSG_RECORD_H
+#pragma once
 
 #include "zan.h"
 
@@ -70,5 +69,3 @@ void zero_behind(zan_body &body, int received, int end);
 void convert_byte_order(zan_body &body);
 
 } // namespace zan
-
-#endif

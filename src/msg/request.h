@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The one path that every request to the daemon takes; what differs between
 // requests is data.
-#ifndef ZAN_MSG_REQUEST_H
-#define ZAN_MSG_REQUEST_H
+#pragma once
 
 #include "msg/answer.h"
 
@@ -65,5 +64,3 @@ int exchange_locked(const Request &request);
 int exchange_for_text(const Request &request, char *value, int size);
 
 } // namespace zan
-
-#endif

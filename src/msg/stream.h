@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Records on the daemon link, where answers and unsolicited records share one
 // stream of bytes.
-#ifndef ZAN_MSG_STREAM_H
-#define ZAN_MSG_STREAM_H
+#pragma once
 
 #include "msg/answer.h"
 
@@ -16,5 +15,3 @@ void restart_stream();
 int await_stream_answer(int type, int cmd, char *err, Answer *answer);
 
 } // namespace zan
-
-#endif

@@ -140,7 +140,7 @@ void trim_right(std::string_view &text) {
 }
 
 // Every entry but the last is cut at its 128th character and trimmed.
-template<class IsValid> bool all_entries(const char *text, IsValid is_valid) {
+template<typename IsValid> bool all_entries(const char *text, IsValid is_valid) {
     if (text == nullptr || *text == '\0')
         return true;
     std::string_view rest = text;

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_UTIL_DESCRIPTOR_H
-#define ZAN_UTIL_DESCRIPTOR_H
+#pragma once
 
 #include <unistd.h>
 
@@ -25,5 +24,3 @@ private:
 };
 
 } // namespace zan
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_UTIL_ERRNO_GUARD_H
-#define ZAN_UTIL_ERRNO_GUARD_H
+#pragma once
 
 #include <cerrno>
 #include <cstring>
@@ -22,5 +21,3 @@ private:
 };
 
 } // namespace zan
-
-#endif

@@ -39,12 +39,12 @@ public:
     int room() const { return *room_; }
     char *at(int offset) const { return *pos_ + offset; }
 
-    template<class Number> Number number(int offset) const {
+    template<typename Number> Number number(int offset) const {
         Number value;
         std::memcpy(&value, at(offset), sizeof value);
         return value;
     }
-    template<class Number> void put_number(int offset, Number value) const {
+    template<typename Number> void put_number(int offset, Number value) const {
         std::memcpy(at(offset), &value, sizeof value);
     }
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A line of /proc/net/if_inet6 and /proc/net/ipv6_route: an address of 32
 // hexadecimal characters comes first, the interface last.
-#ifndef ZAN_UTIL_IPV6_LINE_H
-#define ZAN_UTIL_IPV6_LINE_H
+#pragma once
 
 #include <netinet/in.h>
 
@@ -18,5 +17,3 @@ in6_addr address_of_line(const char *line);
 char *interface_of_line(char *line);
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Ownership of malloc blocks: operator new would need a C++ runtime.
-#ifndef ZAN_UTIL_MEMORY_H
-#define ZAN_UTIL_MEMORY_H
+#pragma once
 
 #include <cstdlib>
 #include <memory>
@@ -15,5 +14,3 @@ struct Free {
 using HeapText = std::unique_ptr<char, Free>;
 
 } // namespace zan
-
-#endif

@@ -15,7 +15,7 @@ namespace {
 
 // `convert` is strtol or strtoul, which on a 64-bit machine accept more than
 // the 32 bits of the result.
-template<class Value, class Convert>
+template<typename Value, typename Convert>
 int convert_whole(const char *text, char **end, int base, Value *value, Convert convert) {
     char *stop = const_cast<char *>(text);
     errno = 0;

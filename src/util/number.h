@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_UTIL_NUMBER_H
-#define ZAN_UTIL_NUMBER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -22,5 +21,3 @@ std::uint32_t to_uint32(const char *text, int base);
 bool take_int(std::string_view &text, int *value, std::size_t width = std::string_view::npos);
 
 } // namespace zan
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_UTIL_PAUSE_H
-#define ZAN_UTIL_PAUSE_H
+#pragma once
 
 namespace zan {
 
@@ -8,5 +7,3 @@ namespace zan {
 void pause_for_us(int microseconds);
 
 } // namespace zan
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_UTIL_TABLE_H
-#define ZAN_UTIL_TABLE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdio>
@@ -31,5 +30,3 @@ private:
 };
 
 } // namespace zan
-
-#endif

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Bounded copy and formatting; the public functions are in zan.h.
-#ifndef ZAN_UTIL_TEXT_H
-#define ZAN_UTIL_TEXT_H
+#pragma once
 
 #include <cstddef>
 #include <string_view>
@@ -43,5 +42,3 @@ inline void skip_space(std::string_view &text) {
 void format_without_arguments(char *out, std::size_t size, const char *format);
 
 } // namespace zan
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_CFG_CONFIG_TEST_H
-#define ZAN_TESTS_CFG_CONFIG_TEST_H
+#pragma once
 
 #include "support/capture.h"
 #include "support/commands.h"
@@ -78,5 +77,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

@@ -50,7 +50,7 @@ protected:
     void TearDown() override { cJSON_InitHooks(nullptr); }
 };
 
-template<class Check> void for_each_codec(Check check) {
+template<typename Check> void for_each_codec(Check check) {
     for (const Codec &codec : all_codecs()) {
         SCOPED_TRACE(codec.name);
         fail_after(-1);

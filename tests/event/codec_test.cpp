@@ -53,7 +53,7 @@ struct Example {
     const std::string full = object_text(codec, pointers(values));
 };
 
-template<class Check> void for_each_codec(Check check) {
+template<typename Check> void for_each_codec(Check check) {
     for (const Codec &codec : all_codecs()) {
         SCOPED_TRACE(codec.name);
         check(Example{codec});

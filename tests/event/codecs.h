@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Every pair of codec functions behind one face, whatever its number of members.
-#ifndef ZAN_TESTS_EVENT_CODECS_H
-#define ZAN_TESTS_EVENT_CODECS_H
+#pragma once
 
 #include <zan.h>
 
@@ -26,7 +25,7 @@ struct Codec {
     std::function<int(const std::vector<MemberBuffer> &, const char *)> decode;
 };
 
-template<std::size_t... I, class Encode, class Decode>
+template<std::size_t... I, typename Encode, typename Decode>
 Codec make_codec(const char *name, std::vector<std::string> keys, std::index_sequence<I...>,
                  Encode encode, Decode decode) {
     return {name, std::move(keys),
@@ -97,5 +96,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

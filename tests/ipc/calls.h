@@ -4,8 +4,7 @@
 // what a real kernel does only out of memory or in the middle of a race.  Linked
 // with --wrap, so only calls from the code under test and the test itself take this
 // way, and they go through unchanged unless a test says otherwise.
-#ifndef ZAN_TESTS_IPC_CALLS_H
-#define ZAN_TESTS_IPC_CALLS_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -35,5 +34,3 @@ std::vector<std::chrono::milliseconds> pauses_made();
 void after_unlink(std::function<void()> action);
 
 } // namespace zan::test
-
-#endif

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What sends have in common on both kinds of daemon link.
-#ifndef ZAN_TESTS_IPC_SEND_TEST_H
-#define ZAN_TESTS_IPC_SEND_TEST_H
+#pragma once
 
 #include "ipc/sockets.h"
 #include "support/capture.h"
@@ -56,5 +55,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

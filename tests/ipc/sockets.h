@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // The other end of a link, by plain system calls.
-#ifndef ZAN_TESTS_IPC_SOCKETS_H
-#define ZAN_TESTS_IPC_SOCKETS_H
+#pragma once
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -100,5 +99,3 @@ private:
 inline constexpr std::chrono::milliseconds one_tick{10};
 
 } // namespace zan::test
-
-#endif

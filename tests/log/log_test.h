@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_LOG_LOG_TEST_H
-#define ZAN_TESTS_LOG_LOG_TEST_H
+#pragma once
 
 #include "log/raw_table.h"
 #include "support/capture.h"
@@ -30,5 +29,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

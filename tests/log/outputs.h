@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_LOG_OUTPUTS_H
-#define ZAN_TESTS_LOG_OUTPUTS_H
+#pragma once
 
 #include <array>
 #include <ctime>
@@ -73,5 +72,3 @@ void set_test_time_zone();
 bool is_logged_since(std::time_t since, const std::string &text, const std::string &pattern);
 
 } // namespace zan::test
-
-#endif

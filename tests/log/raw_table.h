@@ -2,8 +2,7 @@
 //
 // The log table by plain system calls.  Its layout is written down here a second
 // time, on purpose and without any header of the library.
-#ifndef ZAN_TESTS_LOG_RAW_TABLE_H
-#define ZAN_TESTS_LOG_RAW_TABLE_H
+#pragma once
 
 #include <sys/ipc.h>
 
@@ -58,5 +57,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_MSG_CLOGGED_LINK_H
-#define ZAN_TESTS_MSG_CLOGGED_LINK_H
+#pragma once
 
 #include "support/capture.h"
 
@@ -52,5 +51,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

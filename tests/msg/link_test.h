@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_MSG_LINK_TEST_H
-#define ZAN_TESTS_MSG_LINK_TEST_H
+#pragma once
 
 #include "support/commands.h"
 #include "support/stream_peer.h"
@@ -82,5 +81,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_MSG_RECEIVE_THREAD_H
-#define ZAN_TESTS_MSG_RECEIVE_THREAD_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -22,5 +21,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -4,8 +4,7 @@
  * The body of a record is the same everywhere; what depends on the width of a
  * long or a pointer is given for both widths.
  */
-#ifndef ZAN_TESTS_PACKAGE_LAYOUT_H
-#define ZAN_TESTS_PACKAGE_LAYOUT_H
+#pragma once
 
 #include <stddef.h>
 #include <zan.h>
@@ -70,5 +69,3 @@ ZAN_LAYOUT(ZAN_DATA_SIZE == 35000);
 ZAN_LAYOUT(ZAN_BODY_SIZE == 35100);
 ZAN_LAYOUT(ZAN_PATH_SIZE == 1024);
 ZAN_LAYOUT(sizeof(g_module_name) == 32);
-
-#endif

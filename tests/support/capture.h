@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_CAPTURE_H
-#define ZAN_TESTS_SUPPORT_CAPTURE_H
+#pragma once
 
 #include <string>
 
@@ -36,5 +35,3 @@ private:
 std::string overflow_warning(const std::string &copied);
 
 } // namespace zan::test
-
-#endif

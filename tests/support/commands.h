@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Numbers as they travel, written down apart from the library's header.
-#ifndef ZAN_TESTS_SUPPORT_COMMANDS_H
-#define ZAN_TESTS_SUPPORT_COMMANDS_H
+#pragma once
 
 namespace zan::test {
 
@@ -56,5 +55,3 @@ inline constexpr int cmd_value_changed = 7;
 inline constexpr int cmd_event = 8;
 
 } // namespace zan::test
-
-#endif

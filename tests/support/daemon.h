@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_DAEMON_H
-#define ZAN_TESTS_SUPPORT_DAEMON_H
+#pragma once
 
 #include "support/raw.h"
 
@@ -114,5 +113,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_FSYNC_GATE_H
-#define ZAN_TESTS_SUPPORT_FSYNC_GATE_H
+#pragma once
 
 #include <condition_variable>
 #include <mutex>
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

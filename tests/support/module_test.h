@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_MODULE_TEST_H
-#define ZAN_TESTS_SUPPORT_MODULE_TEST_H
+#pragma once
 
 #include "support/daemon.h"
 
@@ -52,5 +51,3 @@ public:
 };
 
 } // namespace zan::test
-
-#endif

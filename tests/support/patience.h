@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_PATIENCE_H
-#define ZAN_TESTS_SUPPORT_PATIENCE_H
+#pragma once
 
 #include <chrono>
 #include <thread>
@@ -23,5 +22,3 @@ template<typename Condition> bool eventually(Condition condition) {
 }
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_PROGRAM_H
-#define ZAN_TESTS_SUPPORT_PROGRAM_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -66,5 +65,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -3,8 +3,7 @@
 // Queues and records by plain system calls.  The layout of the record is written
 // down here a second time, on purpose and without any header of the library: a
 // mistake in the shared layout would otherwise hide on both sides.
-#ifndef ZAN_TESTS_SUPPORT_RAW_H
-#define ZAN_TESTS_SUPPORT_RAW_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -136,5 +135,3 @@ std::string read_file(const std::string &path);
 bool file_exists(const std::string &path);
 
 } // namespace zan::test
-
-#endif

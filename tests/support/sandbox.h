@@ -3,8 +3,7 @@
 // What the surroundings of a test allow.  scripts/sandbox gives each test
 // namespaces of its own where it can; where it cannot, the tests that need more
 // than the machine's defaults are skipped by these, with the reason.
-#ifndef ZAN_TESTS_SUPPORT_SANDBOX_H
-#define ZAN_TESTS_SUPPORT_SANDBOX_H
+#pragma once
 
 #include <gtest/gtest.h>
 
@@ -44,5 +43,3 @@ std::string why_no_host_programs();
     ZAN_SKIP_WITH_REASON(zan::test::why_no_root().empty()                                          \
                              ? std::string("file modes do not hold root back")                     \
                              : std::string())
-
-#endif

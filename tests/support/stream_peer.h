@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_STREAM_PEER_H
-#define ZAN_TESTS_SUPPORT_STREAM_PEER_H
+#pragma once
 
 #include "support/raw.h"
 
@@ -102,5 +101,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

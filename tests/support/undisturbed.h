@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_UNDISTURBED_H
-#define ZAN_TESTS_SUPPORT_UNDISTURBED_H
+#pragma once
 
 #include <csignal>
 #include <thread>
@@ -20,5 +19,3 @@ template<typename Work> std::thread start_undisturbed(Work work) {
 }
 
 } // namespace zan::test
-
-#endif

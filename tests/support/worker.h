@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_SUPPORT_WORKER_H
-#define ZAN_TESTS_SUPPORT_WORKER_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -59,5 +58,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

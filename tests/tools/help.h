@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What the programs say of themselves, for what must say the same.
-#ifndef ZAN_TESTS_TOOLS_HELP_H
-#define ZAN_TESTS_TOOLS_HELP_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -29,5 +28,3 @@ Help help_of(const std::vector<std::string> &program, const std::vector<std::str
 std::vector<Help> help_of_zanctl();
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_TOOLS_MAN_PAGE_H
-#define ZAN_TESTS_TOOLS_MAN_PAGE_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -23,5 +22,3 @@ std::string plain_man_text(const std::string &text);
 std::vector<ManEntry> man_entries(const std::string &section);
 
 } // namespace zan::test
-
-#endif

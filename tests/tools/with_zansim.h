@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_TOOLS_WITH_ZANSIM_H
-#define ZAN_TESTS_TOOLS_WITH_ZANSIM_H
+#pragma once
 
 #include "zanctl.h"
 
@@ -32,5 +31,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

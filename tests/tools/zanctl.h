@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_TOOLS_ZANCTL_H
-#define ZAN_TESTS_TOOLS_ZANCTL_H
+#pragma once
 
 #include "support/commands.h"
 #include "support/daemon.h"
@@ -110,5 +109,3 @@ protected:
 };
 
 } // namespace zan::test
-
-#endif

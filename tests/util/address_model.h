@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the address validators shall answer, written down a second time and without
 // regard to speed: with the C library's scanner and tokenizer, on copies.
-#ifndef ZAN_TESTS_UTIL_ADDRESS_MODEL_H
-#define ZAN_TESTS_UTIL_ADDRESS_MODEL_H
+#pragma once
 
 #include <zan.h>
 
@@ -94,5 +93,3 @@ inline bool all_entries(const std::string &text, bool (*is_valid)(const std::str
 }
 
 } // namespace zan::test::model
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_UTIL_DESCRIPTORS_H
-#define ZAN_TESTS_UTIL_DESCRIPTORS_H
+#pragma once
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -48,5 +47,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Fields written down a second time, byte by byte, and what readers make of them.
-#ifndef ZAN_TESTS_UTIL_FIELDS_H
-#define ZAN_TESTS_UTIL_FIELDS_H
+#pragma once
 
 #include <cstdint>
 #include <cstring>
@@ -10,7 +9,7 @@
 
 namespace zan::test {
 
-template<class Number> std::string bytes_of(Number value) {
+template<typename Number> std::string bytes_of(Number value) {
     std::string bytes(sizeof value, '\0');
     std::memcpy(bytes.data(), &value, sizeof value);
     return bytes;
@@ -103,5 +102,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_UTIL_NETWORK_H
-#define ZAN_TESTS_UTIL_NETWORK_H
+#pragma once
 
 #include "support/sandbox.h"
 
@@ -46,5 +45,3 @@ struct Untouched {
 };
 
 } // namespace zan::test
-
-#endif

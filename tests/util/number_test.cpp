@@ -15,7 +15,7 @@ namespace {
 constexpr int all = -1; // the end pointer stands on the text's NUL
 
 // One row per text: what the conversion makes of it, and how far it gets.
-template<class Value> struct Row {
+template<typename Value> struct Row {
     const char *text;
     int base;
     int result;
@@ -23,11 +23,11 @@ template<class Value> struct Row {
     int stops_at;
 };
 
-template<class Value> std::ostream &operator<<(std::ostream &out, const Row<Value> &row) {
+template<typename Value> std::ostream &operator<<(std::ostream &out, const Row<Value> &row) {
     return out << '"' << row.text << "\" in base " << row.base;
 }
 
-template<class Value, class Convert> void check(const Row<Value> &row, Convert convert) {
+template<typename Value, typename Convert> void check(const Row<Value> &row, Convert convert) {
     const auto full = static_cast<std::ptrdiff_t>(std::strlen(row.text));
     char *end = nullptr;
     Value value = 77;

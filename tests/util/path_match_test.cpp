@@ -409,7 +409,7 @@ std::string without(char c, std::string path) {
 
 class PathProperties : public testing::Test {
 protected:
-    template<class Check> void for_random_pairs(Check check) {
+    template<typename Check> void for_random_pairs(Check check) {
         for (int round = 0; round < 12000 && !HasFailure(); ++round) {
             const std::string a = random_path(random, "///.");
             const std::string b =

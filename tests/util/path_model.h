@@ -2,8 +2,7 @@
 // What the path functions shall answer, written down a second time and without regard to
 // speed: character by character with two modes and two scratch buffers, and elements cut
 // into a list.
-#ifndef ZAN_TESTS_UTIL_PATH_MODEL_H
-#define ZAN_TESTS_UTIL_PATH_MODEL_H
+#pragma once
 
 #include <algorithm>
 #include <cctype>
@@ -209,5 +208,3 @@ inline std::vector<std::int32_t> instances(const std::string &path) {
 }
 
 } // namespace zan::test::model
-
-#endif

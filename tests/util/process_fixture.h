@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_UTIL_PROCESS_FIXTURE_H
-#define ZAN_TESTS_UTIL_PROCESS_FIXTURE_H
+#pragma once
 
 #include "support/raw.h"
 #include "util/descriptors.h"
@@ -85,5 +84,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

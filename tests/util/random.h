@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_UTIL_RANDOM_H
-#define ZAN_TESTS_UTIL_RANDOM_H
+#pragma once
 
 #include <iterator>
 #include <random>
@@ -13,7 +12,7 @@ public:
     // 0 to count - 1.
     unsigned below(unsigned count) { return static_cast<unsigned>(engine_()) % count; }
 
-    template<class Container> const auto &one_of(const Container &container) {
+    template<typename Container> const auto &one_of(const Container &container) {
         return std::data(container)[below(static_cast<unsigned>(std::size(container)))];
     }
 
@@ -22,5 +21,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif

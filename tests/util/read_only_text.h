@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef ZAN_TESTS_UTIL_READ_ONLY_TEXT_H
-#define ZAN_TESTS_UTIL_READ_ONLY_TEXT_H
+#pragma once
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace zan::test
-
-#endif
