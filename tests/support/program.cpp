@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <sstream>
@@ -51,13 +52,19 @@ std::vector<std::string> with_emulator(const std::vector<std::string> &command, 
     return full;
 }
 
+// Of two settings of one name a program may take either.
 std::vector<std::string> environment(const ProgramOptions &options) {
     std::vector<std::string> full;
     for (const auto &[name, value] : options.env)
         full.push_back(name + "=" + value);
-    // The first of two settings of one name counts.
+    const auto is_set = [&](const std::string &inherited) {
+        const std::string name = inherited.substr(0, inherited.find('='));
+        return std::any_of(options.env.begin(), options.env.end(),
+                           [&](const auto &setting) { return setting.first == name; });
+    };
     for (char **entry = environ; *entry != nullptr; ++entry)
-        full.emplace_back(*entry);
+        if (!is_set(*entry))
+            full.emplace_back(*entry);
     return full;
 }
 

@@ -11,7 +11,7 @@
 namespace zan::test {
 
 struct ProgramOptions {
-    // Added to the environment.
+    // Set in the environment, in the place of what is inherited.
     std::vector<std::pair<std::string, std::string>> env = {};
     // Given as standard input, which then ends; keep_stdin leaves it open for write().
     std::string input = {};
