@@ -7,8 +7,8 @@
 // (little-endian) and the byte to repeat; otherwise N bytes follow.
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "record.h"
-#include "stream.h"
+#include "transport/record.h"
+#include "transport/stream.h"
 
 #include <arpa/inet.h>
 

@@ -4,15 +4,15 @@
 // scripted answers, event messages, actions, and the forms in which it shows bytes.
 //
 // An input is a byte for the reader and the texts that it takes, each up to a NUL.
-#include "action.h"
-#include "event_message.h"
-#include "fault.h"
+#include "base/glob.h"
+#include "base/text.h"
+#include "fault/fault.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "glob.h"
-#include "management.h"
-#include "path.h"
-#include "text.h"
+#include "service/action.h"
+#include "service/event_message.h"
+#include "state/management.h"
+#include "tree/path.h"
 
 #include <algorithm>
 

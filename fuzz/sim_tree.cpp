@@ -5,12 +5,12 @@
 // An input is the text of a file, up to its first NUL, and a row of requests: a byte
 // for the kind, a path and a value, each up to a NUL.  A tree must come back from the
 // file that it is saved to, whatever has been asked of it.
+#include "base/text.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "text.h"
-#include "tree.h"
-#include "tree_changes.h"
-#include "tree_file.h"
+#include "tree/tree.h"
+#include "tree/tree_changes.h"
+#include "tree/tree_file.h"
 
 #include <algorithm>
 #include <string>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "housekeeping.h"
 
-#include "file.h"
-#include "tree_file.h"
+#include "base/file.h"
+#include "tree/tree_file.h"
 
 #include <algorithm>
 

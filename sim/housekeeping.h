@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "daemon.h"
-#include "queue_link.h"
+#include "state/daemon.h"
+#include "transport/queue_link.h"
 
 #include <chrono>
 #include <optional>

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "claim.h"
-#include "daemon.h"
+#include "host/claim.h"
+#include "host/kernel_limits.h"
 #include "housekeeping.h"
-#include "kernel_limits.h"
 #include "options.h"
-#include "queue_link.h"
-#include "socket_link.h"
+#include "state/daemon.h"
 #include "trace.h"
-#include "tree_file.h"
+#include "transport/queue_link.h"
+#include "transport/socket_link.h"
+#include "tree/tree_file.h"
 
 #include <pthread.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "faults.h"
+#include "fault/faults.h"
 
 #include <string>
 

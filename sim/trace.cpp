@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "trace.h"
 
-#include "action.h"
-#include "event_message.h"
-#include "services.h"
-#include "text.h"
+#include "base/text.h"
+#include "service/action.h"
+#include "service/event_message.h"
+#include "service/services.h"
 
 #include <nlohmann/json.hpp>
 

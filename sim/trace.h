@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "peer.h"
-#include "record.h"
+#include "transport/peer.h"
+#include "transport/record.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "event_message.h"
+#include "service/event_message.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "faults.h"
+#include "fault/faults.h"
 
 #include "support/raw.h"
 

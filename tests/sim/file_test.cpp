@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "file.h"
+#include "base/file.h"
 
 #include "support/raw.h"
 

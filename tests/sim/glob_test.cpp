@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "glob.h"
+#include "base/glob.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "management.h"
+#include "state/management.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "outbox.h"
+#include "transport/outbox.h"
 
 #include <gtest/gtest.h>
 

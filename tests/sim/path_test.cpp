@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "path.h"
+#include "tree/path.h"
 
 #include <gtest/gtest.h>
 

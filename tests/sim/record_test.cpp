@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "record.h"
+#include "transport/record.h"
 
 #include "support/raw.h"
 

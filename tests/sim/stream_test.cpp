@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "stream.h"
+#include "transport/stream.h"
 
 #include "support/stream_peer.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "subscriptions.h"
+#include "state/subscriptions.h"
 
 #include <gmock/gmock.h>
 

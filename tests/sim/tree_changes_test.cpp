@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tree_changes.h"
+#include "tree/tree_changes.h"
 
-#include "tree_file.h"
+#include "tree/tree_file.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tree_file.h"
+#include "tree/tree_file.h"
 
 #include "support/raw.h"
 

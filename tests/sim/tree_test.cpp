@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "tree.h"
+#include "tree/tree.h"
 
-#include "tree_file.h"
+#include "tree/tree_file.h"
 
 #include <gtest/gtest.h>
 

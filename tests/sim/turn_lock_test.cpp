@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "turn_lock.h"
+#include "base/turn_lock.h"
 
 #include "support/worker.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "value.h"
+#include "tree/value.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: MIT
+#include "state/daemon.h"
+
+#include "base/process.h"
+#include "base/text.h"
+#include "service/virtual_nodes.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+
+namespace zan::sim {
+
+namespace {
+
+// What the receiving side keeps of the fields of a notification.
+constexpr std::size_t source_field = ZAN_NAME_SIZE - 1;
+constexpr std::size_t value_field = 1023;
+
+// Of requests that a fault delays; more of them are served at once.
+constexpr std::size_t most_postponed_bytes = 32U << 20U;
+
+std::string command_text(const Record &record) {
+    const std::string_view name = class_name(record.type);
+    if (name.empty())
+        return "unknown class " + std::to_string(record.type);
+    const Service *const service = find_service(record.type, record.cmd);
+    if (service == nullptr)
+        return "unknown command " + std::to_string(record.cmd) + " of class " + std::string(name);
+    return std::string(name) + ' ' + std::string(service->name) + " is not served";
+}
+
+Result<std::string> outcome_of(Daemon &daemon, const Asker &asker, const Received &received) {
+    if (!received.defect.empty())
+        return Error{malformed, "malformed record: " + received.defect};
+    const Service *const service = find_service(received.record.type, received.record.cmd);
+    if (service == nullptr || service->handler == nullptr)
+        return Error{unknown_command, command_text(received.record)};
+    return service->handler(daemon, {received.record, asker});
+}
+
+} // namespace
+
+void Daemon::serve(const Peer &peer, const Received &received) {
+    const Record &request = received.record;
+    ++statistics.requests;
+    trace_.received(peer, received);
+    // The pid of a registration is its instance.
+    if (request.type != ZAN_CLASS_REGISTRATION && received.defect.empty()) {
+        if (Module *const module = modules.find(peer))
+            module->pid = request.pid;
+    }
+    const Effect effect = strike(received);
+    if (effect.delay.count() != 0)
+        postpone(peer, received, effect);
+    else
+        carry_out(peer, received, effect);
+}
+
+Effect Daemon::strike(const Received &received) {
+    if (faults.empty() || !received.defect.empty())
+        return {};
+    const Record &request = received.record;
+    const std::string_view subject = subject_of(request);
+    // Its own branch stays in reach, or a rule could not be taken back.
+    if (is_virtual(subject))
+        return {};
+    const Fault *const fault = faults.strike({request.type, request.cmd, subject, request.src});
+    if (fault == nullptr)
+        return {};
+    ++statistics.faults;
+    trace_.note("fault strikes: " + fault->text);
+    return fault->effect;
+}
+
+void Daemon::postpone(const Peer &peer, const Received &received, const Effect &effect) {
+    const std::size_t size = sizeof(Postponed) + received.record.payload.size();
+    if (postponed_bytes_ + size > most_postponed_bytes) {
+        trace_.note("not delayed: too many requests are");
+        return carry_out(peer, received, effect);
+    }
+    postponed_bytes_ += size;
+    postponed_.emplace(Clock::now() + effect.delay, Postponed{peer, received, effect});
+    work.notify_one();
+}
+
+std::optional<Daemon::Clock::time_point> Daemon::next_postponed() const {
+    if (postponed_.empty())
+        return std::nullopt;
+    return postponed_.begin()->first;
+}
+
+void Daemon::serve_postponed(Clock::time_point now) {
+    while (!postponed_.empty() && postponed_.begin()->first <= now) {
+        const auto node = postponed_.extract(postponed_.begin());
+        const Postponed &due = node.mapped();
+        postponed_bytes_ -= sizeof due + due.received.record.payload.size();
+        carry_out(due.peer, due.received, due.effect);
+    }
+}
+
+void Daemon::carry_out(const Peer &peer, const Received &received, const Effect &effect) {
+    using Kind = Effect::Kind;
+    const Record &request = received.record;
+    if (effect.kind == Kind::die)
+        die();
+    if (effect.kind == Kind::drop)
+        return;
+    const Asker asker{.peer = peer,
+                      .name = request.src,
+                      .type = request.type,
+                      .cmd = request.cmd,
+                      .awaited = is_awaited(request),
+                      .disturbance = {.lost = effect.kind == Kind::mute,
+                                      .header_only = effect.kind == Kind::header_only,
+                                      .wrong_first = effect.kind == Kind::wrong_first}};
+    const Result<std::string> outcome = effect.kind == Kind::fail
+                                            ? Error{effect.code, effect.text}
+                                            : outcome_of(*this, asker, received);
+    if (outcome && find_service(request.type, request.cmd)->reply == Reply::by_handler)
+        return;
+    conclude(asker, outcome);
+}
+
+void Daemon::conclude(const Asker &asker, const Result<std::string> &outcome) {
+    if (asker.awaited)
+        answer(asker, outcome);
+    else if (!outcome)
+        trace_.note("no answer to " + asker.name + ": " + outcome.error().text);
+}
+
+// As if somebody had killed it: nothing is saved and nothing cleaned up.
+void Daemon::die() {
+    trace_.warn("a fault ends zansim");
+    kill(getpid(), SIGKILL);
+    std::abort();
+}
+
+void Daemon::answer(const Asker &asker, const Result<std::string> &outcome) {
+    Record answer = answer_to(asker);
+    answer.result = outcome ? 1 : outcome.error().code;
+    answer.payload = outcome ? *outcome : outcome.error().text.substr(0, ZAN_PATH_SIZE - 1);
+    const std::size_t size = answer.payload.size();
+    const Service *const service = find_service(asker.type, asker.cmd);
+    // Without payload the receiver would show the text of the record before.
+    if (outcome && answer.payload.empty() && service->answer == Form::text)
+        answer.payload.assign(1, '\0');
+    if (pass_answer(asker, std::move(answer)) == Delivery::too_long && outcome)
+        this->answer(asker, Error{answer_too_long,
+                                  "answer of " + std::to_string(size) + " bytes is too long"});
+}
+
+Delivery Daemon::pass_answer(const Asker &asker, Record record) {
+    if (asker.disturbance.lost) {
+        trace_.note("the answer to " + asker.name + " is lost");
+        return Delivery::dropped;
+    }
+    if (asker.disturbance.wrong_first) {
+        Record wrong = record;
+        ++wrong.cmd;
+        wrong.payload = "answer to another command";
+        send_answer(asker.peer, wrong);
+    }
+    if (asker.disturbance.header_only)
+        record.payload.clear();
+    return send_answer(asker.peer, record);
+}
+
+Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
+    trace_.sent(peer, record);
+    if (record.payload.size() > ZAN_DATA_SIZE)
+        return Delivery::too_long;
+    return account(peer, peer.link->answer(peer.address, record));
+}
+
+void Daemon::touch() {
+    ++tree_version_;
+    if (!change_awaited)
+        return;
+    change_awaited = false;
+    work.notify_one();
+}
+
+void Daemon::replace_tree(std::string_view source, Tree next) {
+    const std::vector<TreeChange> changes = changes_between(tree, next);
+    tree = std::move(next);
+    touch();
+    for (const TreeChange &change : changes)
+        announce(source, change.path, change.kind, change.value);
+}
+
+void Daemon::announce(std::string_view source, std::string_view path, Change change,
+                      std::string_view value) {
+    touch();
+    const auto elements = parse_path(path);
+    if (!elements)
+        return;
+    const std::string head = encode_field(source, source_field) + ' ' + std::string(path) + ' ' +
+                             encode_field(value, value_field) + ' ' +
+                             std::to_string(static_cast<int>(change)) + ' ';
+    for (const Watch &watch : subscriptions.watching(*elements, change == Change::deleted))
+        notify(watch.peer, ZAN_NOTIFY_VALUE_CHANGED,
+               head + std::to_string(watch.option) + ' ' + watch.path);
+}
+
+void Daemon::raise_event(std::int32_t code) {
+    const std::string payload(reinterpret_cast<const char *>(&code), sizeof code);
+    for (const Peer &peer : subscriptions.awaiting(code))
+        notify(peer, ZAN_NOTIFY_EVENT, payload);
+}
+
+void Daemon::notify(const Peer &peer, std::int32_t cmd, std::string payload) {
+    const Module *const module = modules.find(peer);
+    if (module == nullptr)
+        return; // forgotten while the others were being told
+    Record record;
+    record.type = ZAN_CLASS_NOTIFY;
+    record.cmd = cmd;
+    record.dst = module->name;
+    record.src = "ZAN";
+    record.pid = getpid();
+    record.time = static_cast<std::int32_t>(time(nullptr));
+    record.payload = std::move(payload);
+    ++statistics.notifications;
+    forward(peer, record);
+}
+
+Delivery Daemon::forward(const Peer &peer, const Record &record) {
+    trace_.sent(peer, record);
+    return account(peer, peer.link->notify(peer.address, record));
+}
+
+Delivery Daemon::account(const Peer &peer, Delivery delivery) {
+    switch (delivery) {
+    case Delivery::sent:
+        break;
+    case Delivery::kept:
+        work.notify_one();
+        break;
+    case Delivery::gone:
+        forget(peer);
+        break;
+    case Delivery::dropped:
+    case Delivery::too_long:
+        ++statistics.dropped;
+        break;
+    }
+    return delivery;
+}
+
+// The queue of a process stays behind when it is killed.  Modules tell their process
+// themselves: the kernel has to agree.
+bool Daemon::has_died(const Peer &peer) {
+    if (!peer.link->exists(peer.address))
+        return true;
+    const Module *const module = modules.find(peer);
+    const int reader = peer.link->last_reader(peer.address);
+    return reader != 0 && !is_alive(reader) && (module == nullptr || !is_alive(module->pid));
+}
+
+void Daemon::look_after_askers(Clock::time_point now) {
+    for (const Peer &server : management.servers()) {
+        if (has_died(server))
+            forget(server);
+    }
+    for (const Peer &asker : management.askers()) {
+        if (!asker.link->exists(asker.address))
+            forget(asker);
+    }
+    for (const Asker &asker : management.expire(now))
+        answer(asker,
+               Error{unreachable, "no answer from " + std::string(Management::module) + " within " +
+                                      std::to_string(management.patience().count()) + " s"});
+}
+
+void Daemon::enrol(const Peer &peer, Module module) {
+    if (modules.size() >= next_look_) {
+        for (const Peer &vanished : modules.vanished())
+            forget(vanished);
+        next_look_ = std::max<std::size_t>(256, 2 * modules.size());
+    }
+    modules.add(peer, std::move(module));
+}
+
+void Daemon::forget(const Peer &peer) {
+    const Module *const module = modules.find(peer);
+    trace_.note(name_of(peer) +
+                (module == nullptr ? " is gone" : " is gone: forgot " + module->name));
+    remove(peer);
+}
+
+bool Daemon::remove(const Peer &peer) {
+    subscriptions.forget(peer);
+    const bool registered = modules.remove(peer);
+    for (const Asker &asker : management.forget(peer))
+        answer(asker,
+               Error{unreachable, "module cannot be reached: " + std::string(Management::module)});
+    return registered;
+}
+
+} // namespace zan::sim
