@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /*
  * A first module: registers, reads the hardware model, lists the users, changes
- * the name of the Wi-Fi network, and goes.
+ * the name of the Wi-Fi network, and unregisters.
  *
  *     first_module [NETWORK-NAME]
  *
@@ -10,7 +10,7 @@
 #include <stdio.h>
 #include <zan.h>
 
-/* The daemon knows the module under this name: at most 31 characters. */
+/* The name of the module, at most 31 characters. */
 #define MODULE "first_module"
 #define SSID_PATH "/InternetGatewayDevice/LANDevice:1/WLANConfiguration:1/SSID"
 
@@ -34,8 +34,8 @@ static int print_model(void) {
 static void print_users(void) {
     const int count = cfg_getcount("/sys/user");
     printf("users: %d\n", count);
-    /* An instance's number follows a colon.  It keeps it when others are deleted,
-     * so there may be gaps. */
+    /* The instance number follows a colon.  An instance keeps its number when
+     * others are deleted, so there may be gaps. */
     for (int number = 1, seen = 0; seen < count && number < 100; number++) {
         char name[64];
         if (cfg_getstr(name, sizeof name, "/sys/user:%d/name", number) < 0)
@@ -59,8 +59,8 @@ static int rename_network(const char *name) {
 int main(int argc, char **argv) {
     const char *network = argc > 1 ? argv[1] : "Attic";
 
-    /* Before any request.  Instance 0 is a module's first; a second copy of the
-     * same module would be 1. */
+    /* Register before any request.  Instance 0 is the first process of a module; a
+     * second process of the same module would be 1. */
     if (report("registering", zan_register(MODULE, 0)) < 0)
         return 1;
 
@@ -68,6 +68,6 @@ int main(int argc, char **argv) {
     print_users();
     failed |= rename_network(network) < 0;
 
-    /* Whatever happened: queues outlive the process that made them. */
+    /* Unregister also after a failure, because queues outlive their process. */
     return report("unregistering", zan_unregister(MODULE, 0)) < 0 || failed;
 }

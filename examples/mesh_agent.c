@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * A mesh agent: registers over TCP besides its queue, waits in a select loop until
- * another module asks it something, looks the answer up over its link, sends it,
- * and goes.
+ * A mesh agent: registers over TCP in addition to its queue, waits in a select loop
+ * for a question from another module, reads the answer from the configuration over
+ * its link, sends it, and unregisters.
  *
- * The device must be a mesh agent: /InternetGatewayDevice/X_ORVANE_EasyMesh/Enable
- * is 1 and DeviceRole beside it is Agent.
+ * The device must be a mesh agent: in /InternetGatewayDevice/X_ORVANE_EasyMesh,
+ * Enable is 1 and DeviceRole is Agent.
  */
 #include <signal.h>
 #include <stdio.h>
@@ -18,7 +18,7 @@
 #define CHANNEL_PATH "/InternetGatewayDevice/LANDevice:1/WLANConfiguration:1/Channel"
 
 static volatile sig_atomic_t interrupted;
-static char asker[ZAN_NAME_SIZE];
+static char sender[ZAN_NAME_SIZE];
 static char question[64];
 
 static void on_signal(int number) {
@@ -26,10 +26,10 @@ static void on_signal(int number) {
     interrupted = 1;
 }
 
-/* Only notes what came: an answer awaited in here would have to come on the link
- * that is being read. */
+/* Notes the question and leaves the work to the select loop: a handler must not wait
+ * for an answer on the link that delivered its record. */
 static int on_message(char *data, int len, zan_body *body) {
-    snprintf(asker, sizeof asker, "%.*s", ZAN_NAME_SIZE - 1, body->src);
+    snprintf(sender, sizeof sender, "%.*s", ZAN_NAME_SIZE - 1, body->src);
     snprintf(question, sizeof question, "%.*s", len, data);
     return 0;
 }
@@ -40,11 +40,11 @@ static int report(const char *what, int result) {
     return result;
 }
 
-/* A module of its own would watch its other descriptors here, too.  What arrives
- * while a request waits for its answer is kept by the library, which asks the daemon
- * for a record that wakes this loop. */
+/* Add the other descriptors of your module to this select().  The library sets aside
+ * records that arrive while a request waits for its answer, and asks the daemon for a
+ * record that wakes this loop. */
 static int wait_for_question(void) {
-    while (asker[0] == '\0' && !interrupted) {
+    while (sender[0] == '\0' && !interrupted) {
         fd_set ready;
         FD_ZERO(&ready);
         FD_SET(g_ipc_handle, &ready);
@@ -62,21 +62,21 @@ static int answer(void) {
     if (report("reading the channel", ctl_getstr(channel, sizeof channel, CHANNEL_PATH)) < 0)
         return -1;
     snprintf(text, sizeof text, "channel %s", channel);
-    printf("%s asks: %s -> %s\n", asker, question, text);
-    return report("answering", zan_send_agent(asker, text, (int)strlen(text)));
+    printf("%s asks: %s -> %s\n", sender, question, text);
+    return report("answering", zan_send_agent(sender, text, (int)strlen(text)));
 }
 
 static int serve(void) {
-    /* Before the registration, so that no message finds nobody. */
+    /* Install the handler before registering, so that no message is lost. */
     zan_set_message_handler(on_message);
-    /* The library looks in the tree, over the queue, whether the device is an agent;
-     * when it is not, the library says why. */
+    /* The library first reads from the configuration whether the device is a mesh
+     * agent.  If it is not, the library prints the reason. */
     if (report("registering as an agent", zan_register_agent(MODULE, (int)getpid())) < 0)
         return -1;
     printf("waiting for a question\n");
-    fflush(stdout); /* also when the output is a pipe: whoever reads it may wait for this */
+    fflush(stdout); /* a reader of a pipe may wait for this line */
     int result = wait_for_question();
-    if (result == 0 && asker[0] != '\0')
+    if (result == 0 && sender[0] != '\0')
         result = answer();
     return report("leaving as an agent", zan_unregister_agent(MODULE, (int)getpid())) < 0 ? -1
                                                                                           : result;

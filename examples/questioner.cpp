@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A module that talks to another one: registers, asks the mesh agent for its
-// channel, prints what it answers, and goes.
+// A module that sends a message to another one: registers, asks the mesh agent for
+// its channel, prints the answer, and unregisters.
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -29,13 +29,13 @@ int fail(const char *what, int result) {
     return 1;
 }
 
-// No acknowledgement is asked for: while the library waits for one on the queue it
+// Sends without acknowledgement: while the library waits for one on the queue, it
 // drops all other messages, and the answer could be among them.
 int ask() {
     return zan_send(agent_name, question.data(), static_cast<int>(question.size()));
 }
 
-// Nobody tells when the agent is not there: there is an end to the waiting.
+// Polls for the answer, with a deadline: if the agent is not running, no error arrives.
 bool wait_for_answer() {
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     while (answer.empty() && std::chrono::steady_clock::now() < deadline) {

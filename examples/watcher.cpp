@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // A module that waits for a change: registers, subscribes to the name of the
-// Wi-Fi network, prints the new name when somebody changes it, and goes.
+// Wi-Fi network, prints the new name when it changes, and unregisters.
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -21,15 +21,16 @@ extern "C" void on_signal(int /*number*/) {
     interrupted = 1;
 }
 
-// Handlers keep to noting what happened: a request in here would wait for an
-// answer behind the notification that is being handled.
+// A handler notes what happened and leaves the work to the main thread.  Under the
+// receive thread of zan_thread_create() it runs with the queue lock held, so that
+// zan_send() would deadlock here; configuration requests would not.
 int on_value_changed(char *source, char * /*path*/, char * /*value*/, char * /*subscribed*/,
                      int /*kind*/) {
     changed_by = source;
     return 0;
 }
 
-// Registered for as long as it lives: the queue would outlive the process.
+// Unregisters when the program ends, because queues outlive their process.
 class Registration {
 public:
     Registration() : result_(zan_register(module_name, 0)) {}
@@ -46,10 +47,10 @@ private:
     int result_;
 };
 
-// Looks for notifications until one has arrived.  A module that has nothing else
-// to do could start the receive thread instead, with zan_thread_create(); then
-// subscriptions must be taken back before it starts or after it is cancelled,
-// because it would take their answers for notifications.
+// Polls for notifications.  A module could start the receive thread instead, with
+// zan_thread_create().  It must then subscribe before the thread starts and
+// unsubscribe after the thread is cancelled, because the thread would consume the
+// answers to these requests.
 void wait_for_change() {
     while (changed_by.empty() && interrupted == 0) {
         if (zan_recv_notify_msq() == 0)
@@ -76,7 +77,7 @@ int main() {
         return 1;
     }
 
-    // Before the subscription, so that no notification finds nobody.
+    // Install the handler before subscribing, so that no notification is lost.
     zan_set_value_changed_handler(on_value_changed);
     const int subscribed = zan_notify_register_value_changed(ssid_path, 0, 0);
     if (subscribed < 0) {
@@ -84,7 +85,7 @@ int main() {
         return 1;
     }
     std::printf("watching %s\n", ssid_path);
-    std::fflush(stdout); // also when the output is a pipe: whoever reads it may wait for this
+    std::fflush(stdout); // a reader of a pipe may wait for this line
 
     wait_for_change();
     if (!changed_by.empty())

@@ -87,10 +87,10 @@ std::vector<Reference> references(const std::string &page) {
 
 // Pages of the system.
 constexpr const char *system_pages[] = {
-    "msgctl(2)",  "msgget(2)",  "msgop(2)",    "close(2)",  "fclose(3)",    "fnmatch(3)",
-    "fopen(3)",   "free(3)",    "malloc(3)",   "popen(3)",  "printf(3)",    "syslog(3)",
-    "system(3)",  "tolower(3)", "tzset(3)",    "bridge(8)", "inet_addr(3)", "inet_pton(3)",
-    "sysvipc(7)", "ip(8)",      "netdevice(7)"};
+    "msgctl(2)",  "msgget(2)",  "msgop(2)",     "close(2)",  "fclose(3)",    "fnmatch(3)",
+    "fopen(3)",   "free(3)",    "malloc(3)",    "popen(3)",  "printf(3)",    "syslog(3)",
+    "system(3)",  "tolower(3)", "tzset(3)",     "bridge(8)", "inet_addr(3)", "inet_pton(3)",
+    "sysvipc(7)", "ip(8)",      "netdevice(7)", "ipcrm(1)"};
 
 bool is_system_page(const Reference &reference) {
     const std::string page = reference.name + "(" + reference.section + ")";
