@@ -3,8 +3,8 @@
 // zansim_load [MODULES [SECONDS [THREADS]]]
 //
 // Registers many modules with the zansim that is running and makes requests in
-// all their names, as fast as the answers come.  Prints the rate, and the memory
-// of zansim as it goes on: it must not grow.
+// all their names, as fast as the answers come.  Prints the rate and, from time to
+// time, the memory of zansim, which must not grow.  Fails if zansim ends meanwhile.
 #include <zan.h>
 
 #include <atomic>
@@ -14,10 +14,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
+#include <poll.h>
 #include <stdexcept>
 #include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/syscall.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -44,21 +47,23 @@ int read_id(const char *file) {
     return id;
 }
 
+// A number from the status of a process or thread; -1 if there is none.
+long status_number(pid_t pid, const std::string &field) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;) {
+        long number = 0;
+        if (word == field && status >> number)
+            return number;
+    }
+    return -1;
+}
+
+// The kernel names the thread that received last.
 pid_t reader_of(int queue) {
     msqid_ds state{};
     if (msgctl(queue, IPC_STAT, &state) != 0)
         fail("the daemon's queue");
-    return state.msg_lrpid;
-}
-
-long resident_kilobytes(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-        long kilobytes = 0;
-        if (word == "VmRSS:" && status >> kilobytes)
-            return kilobytes;
-    }
-    return -1;
+    return static_cast<pid_t>(status_number(state.msg_lrpid, "Tgid:"));
 }
 
 struct Daemon {
@@ -72,7 +77,7 @@ struct Module {
     std::string name;
 };
 
-// Their queues go with them: the kernel keeps a queue when the process is gone.
+// Owns the modules' queues, which the kernel would keep.
 class Modules {
 public:
     Modules() = default;
@@ -81,6 +86,7 @@ public:
     Modules &operator=(const Modules &) = delete;
 
     const Module &add() {
+        const std::lock_guard guard(mutex_);
         const int queue = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
         if (queue < 0)
             fail("msgget");
@@ -88,10 +94,13 @@ public:
         return modules_.back();
     }
 
-    // For who ends the process without the destructor.
-    void remove_queues() const {
-        for (const Module &module : modules_)
-            msgctl(module.queue, IPC_RMID, nullptr);
+    // Ends the process without waiting for other threads.  Only the first caller
+    // prints its reason: the others fail because the queues are gone.
+    [[noreturn]] void give_up(const std::string &reason) {
+        mutex_.lock(); // never unlocked
+        std::fprintf(stderr, "zansim_load: %s\n", reason.c_str());
+        remove_queues();
+        _exit(1);
     }
 
     std::size_t size() const { return modules_.size(); }
@@ -100,7 +109,46 @@ public:
     auto end() const { return modules_.end(); }
 
 private:
+    void remove_queues() const {
+        for (const Module &module : modules_)
+            msgctl(module.queue, IPC_RMID, nullptr);
+    }
+
+    std::mutex mutex_; // over the vector while modules are added, and over the end
     std::vector<Module> modules_;
+};
+
+// Gives up as soon as zansim ends: its clients may be waiting for answers on queues
+// that it left behind.
+class Watch {
+public:
+    Watch(const Daemon &daemon, Modules &modules)
+        : process_(static_cast<int>(syscall(SYS_pidfd_open, daemon.pid, 0))) {
+        if (process_ < 0)
+            fail("zansim, process " + std::to_string(daemon.pid));
+        if (pipe(stop_) != 0)
+            fail("pipe");
+        thread_ = std::thread([this, &modules] {
+            pollfd fds[] = {{process_, POLLIN, 0}, {stop_[0], POLLIN, 0}};
+            while (poll(fds, 2, -1) < 0 && errno == EINTR) {
+            }
+            if (fds[0].revents != 0)
+                modules.give_up("zansim has ended");
+        });
+    }
+    ~Watch() {
+        close(stop_[1]);
+        thread_.join();
+        close(stop_[0]);
+        close(process_);
+    }
+    Watch(const Watch &) = delete;
+    Watch &operator=(const Watch &) = delete;
+
+private:
+    int process_;
+    int stop_[2] = {-1, -1};
+    std::thread thread_;
 };
 
 // One thread's record; the payload area is cleared as far as it was used.
@@ -185,7 +233,7 @@ void work(const Daemon &daemon, const Modules &modules, std::size_t first, std::
 }
 
 void report(const char *when, const Daemon &daemon) {
-    std::printf("%-24s zansim has %ld kB resident\n", when, resident_kilobytes(daemon.pid));
+    std::printf("%-24s zansim has %ld kB resident\n", when, status_number(daemon.pid, "VmRSS:"));
     std::fflush(stdout);
 }
 
@@ -204,6 +252,7 @@ void run(int argc, char **argv) {
     report("before", daemon);
     const auto registering = Clock::now();
     Modules modules;
+    const Watch watch(daemon, modules);
     register_modules(daemon, count, modules);
     const std::chrono::duration<double> registered = Clock::now() - registering;
     std::printf("%d modules registered in %.2f s\n", count, registered.count());
@@ -217,9 +266,8 @@ void run(int argc, char **argv) {
             try {
                 work(daemon, modules, first, step, counters);
             } catch (const std::exception &error) {
-                std::fprintf(stderr, "zansim_load: %s\n", error.what());
-                modules.remove_queues();
-                _exit(1); // the other threads wait for answers that will not come
+                // The other threads may wait for answers that will not come.
+                modules.give_up(error.what());
             }
         });
     const auto start = Clock::now();
