@@ -505,36 +505,6 @@ TEST_F(Mix, AMessageToAllComesToNoLinkOfItsSender) {
 
 // ---- hostile peers ---------------------------------------------------------------
 
-// Many requests of a module that does not wait for their answers.
-class Flood : public LinkBase {
-protected:
-    static constexpr int requests = 300;
-
-    Flood() { autostart_ = false; }
-
-    // Each request for this table takes zansim a while, and is refused then.
-    void SetUp() override {
-        std::string instances;
-        for (int i = 0; i < 1000; ++i)
-            instances += (i == 0 ? "" : ",") + std::string(R"({"a": "1234567890", "b": "12345678",
-                "c": 1, "d": 2, "e": 3, "f": 4, "g": 5, "h": 6, "i": 7, "j": 8, "k": 9})");
-        start(tree_file("{\"table\": [" + instances + "]}"));
-    }
-};
-
-// As zansim counts what it has served, it tells how many came before a request: all, if
-// the flood left it no turn.
-TEST_F(Flood, OfALinkLeavesAQueueItsTurn) {
-    const auto link = agent("AGENT");
-    const int before = std::stoi(module().get("/zansim/requests").payload());
-    std::string flood;
-    for (int i = 0; i < requests; ++i)
-        flood += stream_bytes(link->request(class_cfg, cmd_array, "/table"), ByteOrder::network);
-    ASSERT_TRUE(link->send(flood));
-    link->receive();
-    EXPECT_LT(std::stoi(module().get("/zansim/requests").payload()) - before, requests);
-}
-
 class Hostile : public LinkBase {
 protected:
     // Whatever the peer has done, the others are served.
