@@ -58,7 +58,8 @@ std::optional<QueueState> queue_state(int id) {
     msqid_ds state{};
     if (msgctl(id, IPC_STAT, &state) != 0)
         return std::nullopt;
-    return QueueState{.used = static_cast<std::size_t>(state.__msg_cbytes),
+    return QueueState{.records = static_cast<std::size_t>(state.msg_qnum),
+                      .used = static_cast<std::size_t>(state.__msg_cbytes),
                       .capacity = static_cast<std::size_t>(state.msg_qbytes),
                       .last_sender = state.msg_lspid,
                       .last_receiver = state.msg_lrpid};

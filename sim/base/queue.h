@@ -13,7 +13,8 @@ namespace zan::sim {
 // System V queues as zansim uses them: nothing here waits but receive().
 
 struct QueueState {
-    std::size_t used = 0;     // bytes that wait in it
+    std::size_t records = 0;  // that wait in it
+    std::size_t used = 0;     // bytes of them
     std::size_t capacity = 0; // bytes it takes
     pid_t last_sender = 0;
     pid_t last_receiver = 0;

@@ -12,15 +12,16 @@ namespace zan::sim {
 namespace {
 
 // A registered module by its name; zansim answers under two names of its own.
-Result<int> pid_of(const Daemon &daemon, std::string_view name) {
+Result<int> pid_of(Daemon &daemon, std::string_view name) {
     if (name == "ZAN" || name == "ZAN_CFG")
         return static_cast<int>(getpid());
     const Modules::Entry *const entry = daemon.modules.find(name);
     if (entry == nullptr)
         return no_such_module(name);
-    if (entry->second.pid <= 0)
+    const int pid = daemon.process_of(*entry);
+    if (pid <= 0)
         return Error{unknown_module, "pid not known: " + escape(name)};
-    return entry->second.pid;
+    return pid;
 }
 
 } // namespace

@@ -173,7 +173,12 @@ Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
     trace_.sent(peer, record);
     if (record.payload.size() > ZAN_DATA_SIZE)
         return Delivery::too_long;
-    return account(peer, peer.link->answer(peer.address, record));
+    if (record.type == ZAN_CLASS_REGISTRATION)
+        note_collector(*peer.link); // of the answer before this one
+    const Delivery delivery = account(peer, peer.link->answer(peer.address, record));
+    if (record.type == ZAN_CLASS_REGISTRATION)
+        note_collector(*peer.link);
+    return delivery;
 }
 
 void Daemon::touch() {
@@ -251,14 +256,36 @@ Delivery Daemon::account(const Peer &peer, Delivery delivery) {
     return delivery;
 }
 
-// The queue of a process stays behind when it is killed.  Modules tell their process
-// themselves: the kernel has to agree.
+void Daemon::note_collector(Link &link) {
+    const auto collector = link.take_collector();
+    if (!collector)
+        return;
+    if (Module *const module = modules.find(Peer{&link, collector->address}))
+        module->collector = collector->pid;
+}
+
+int Daemon::process_of(const Modules::Entry &entry) {
+    const auto &[peer, module] = entry;
+    if (module.pid > 0)
+        return module.pid;
+    note_collector(*peer.link);
+    const int reader = peer.link->last_reader(peer.address);
+    const int process = reader != 0 ? reader : module.collector;
+    return process == 0 ? 0 : process_of_thread(process);
+}
+
+// The queue of a killed process remains.  A module may report any process id, so the
+// kernel has to know one, too; none of them may be alive.
 bool Daemon::has_died(const Peer &peer) {
     if (!peer.link->exists(peer.address))
         return true;
+    note_collector(*peer.link);
     const Module *const module = modules.find(peer);
     const int reader = peer.link->last_reader(peer.address);
-    return reader != 0 && !is_alive(reader) && (module == nullptr || !is_alive(module->pid));
+    const int collector = module == nullptr ? 0 : module->collector;
+    const int reported = module == nullptr ? 0 : module->pid;
+    return (reader != 0 || collector != 0) && !is_alive(reader) && !is_alive(collector) &&
+           !is_alive(reported);
 }
 
 void Daemon::look_after_askers(Clock::time_point now) {

@@ -126,6 +126,10 @@ public:
     // word, so that they do not add up.
     void enrol(const Peer &peer, Module module);
 
+    // The process of a module: as its requests report it, or else as the kernel
+    // knows it; 0 while unknown.
+    int process_of(const Modules::Entry &entry);
+
     // Grows with each change of the tree.
     std::uint64_t tree_version() const { return tree_version_; }
 
@@ -158,6 +162,7 @@ private:
     };
 
     bool has_died(const Peer &peer);
+    void note_collector(Link &link);
     Effect strike(const Received &received);
     void postpone(const Peer &peer, const Received &received, const Effect &effect);
     void carry_out(const Peer &peer, const Received &received, const Effect &effect);

@@ -15,7 +15,8 @@ namespace zan::sim {
 struct Module {
     std::string name;
     int instance = 0;
-    int pid = 0; // 0 while unknown
+    int pid = 0;       // as its requests report it; 0 while unknown
+    int collector = 0; // the process that received the registration answer; 0 if unknown
     bool agent = false;
 };
 

@@ -4,6 +4,7 @@
 #include "transport/record.h"
 
 #include <compare>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,6 +19,12 @@ enum class Delivery {
 };
 
 struct Module;
+
+// A process that received the answer to a registration.
+struct Collector {
+    int address; // that registered
+    int pid;
+};
 
 // A way on which modules reach zansim.  Sending never waits.
 class Link {
@@ -36,8 +43,12 @@ public:
     // Whether somebody can be reached at the address.
     virtual bool exists(int address) const = 0;
 
-    // The process that took a record there last; 0 when the kernel does not tell.
+    // The process that last received a record at the address; 0 if unknown.
     virtual int last_reader(int) const { return 0; }
+
+    // The process that received the latest registration answer, once it is known,
+    // and only the first time.
+    virtual std::optional<Collector> take_collector() { return std::nullopt; }
 
     // The module that a registration received just now makes known.
     virtual Module newcomer(const Record &registration) const = 0;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 namespace zan::sim {
 
@@ -59,6 +60,8 @@ void QueueLink::remove() {
 
 Delivery QueueLink::answer(int address, const Record &record) {
     if (record.type == ZAN_CLASS_REGISTRATION) {
+        const auto state = queue_state(answer_queue_);
+        only_unclaimed_ = state && state->records == 0 ? address : -1;
         unclaimed_[address] = Clock::now();
         if (unclaimed_.size() % unclaimed_batch == 0)
             take_back_unclaimed();
@@ -82,12 +85,20 @@ int QueueLink::last_reader(int address) const {
     return state ? state->last_receiver : 0;
 }
 
-// Its pid is its instance; the kernel knows who sent the request.
+// The last receiver is the module's process only if no other answer could have been
+// received since.
+std::optional<Collector> QueueLink::take_collector() {
+    if (only_unclaimed_ < 0)
+        return std::nullopt;
+    const auto state = queue_state(answer_queue_);
+    if (!state || state->records != 0 || outboxes_.contains(answer_queue_))
+        return std::nullopt;
+    return Collector{std::exchange(only_unclaimed_, -1), state->last_receiver};
+}
+
+// The pid of a registration is the module's instance.
 Module QueueLink::newcomer(const Record &registration) const {
-    const auto state = queue_state(request_queue_);
-    return {.name = registration.src,
-            .instance = registration.pid,
-            .pid = state ? state->last_sender : 0};
+    return {.name = registration.src, .instance = registration.pid};
 }
 
 Delivery QueueLink::deliver(int queue, Outbox::Lane lane, Packet packet, const Record &record) {
@@ -175,6 +186,7 @@ bool QueueLink::has_backlog() const {
 // Modules that died between registering and collecting the answer would fill the
 // queue that all registrations share.
 void QueueLink::take_back_unclaimed() {
+    only_unclaimed_ = -1; // zansim itself may become the last receiver
     const Clock::time_point now = Clock::now();
     std::erase_if(unclaimed_, [&](const auto &entry) {
         const auto &[queue, since] = entry;

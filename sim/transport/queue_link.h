@@ -42,6 +42,7 @@ public:
     Delivery notify(int address, const Record &record) override;
     bool exists(int address) const override;
     int last_reader(int address) const override;
+    std::optional<Collector> take_collector() override;
     Module newcomer(const Record &registration) const override;
 
     // Sends what waits for room.  The queues that turned out to be gone.
@@ -62,6 +63,7 @@ private:
     int answer_queue_ = -1;
     std::map<int, Outbox> outboxes_;
     std::map<int, Clock::time_point> unclaimed_; // when each queue was last answered
+    int only_unclaimed_ = -1;                    // the queue of the one answer on the answer queue
     std::atomic<bool> removed_ = false;
 };
 

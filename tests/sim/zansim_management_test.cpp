@@ -129,6 +129,20 @@ TEST_F(ManagementRequest, IsRefusedWhenTheServerDiesAndLeavesItsQueue) {
     EXPECT_TRUE(queue_exists(server.queue()));
 }
 
+TEST_F(ManagementRequest, IsRefusedWhenTheServerDiesBeforeItReceivesARequest) {
+    const RawModule server(zansim(), "ZAN_CWMP");
+    const pid_t process = fork();
+    if (process == 0) {
+        server.announce(cmd_register);
+        _exit(0);
+    }
+    EXPECT_EQ(waitpid(process, nullptr, 0), process);
+    module().send(module().request(class_cwmp, 5, "x"));
+    EXPECT_TRUE(
+        same_record(await_record(module().queue(), class_cwmp),
+                    module().answer(class_cwmp, 5, -120, "module cannot be reached: ZAN_CWMP")));
+}
+
 TEST_F(ManagementRequest, IsRefusedWhenTheAnswerTakesTooLong) {
     zan_unregister("client", 0);
     serve(tree_file("{}"), {"--cwmp-timeout", "1"});

@@ -1,7 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "sim/zansim.h"
 
+#include "support/patience.h"
+#include "support/worker.h"
+
+#include <sys/msg.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <atomic>
 
 namespace zan::test {
 
@@ -75,14 +82,71 @@ TEST_F(Registration, OfTheSameQueueAgainForgetsItsSubscriptions) {
     expect_value("/zansim/subscriptions", "0");
 }
 
-TEST_F(Registration, NamesTheProcessThatRegisteredUntilARequestNamesAnother) {
-    // The registration's own number is an instance; its sender is known to the kernel.
+TEST_F(Registration, PidIsTheCollectorOfTheAnswerUntilARequestContainsAnother) {
     const SizedRecord first = module().call(class_cfg, cmd_pid, "TESTER");
-    EXPECT_EQ(first.payload(), "4242"); // this very request told it
+    EXPECT_EQ(first.payload(), "4242"); // this very request contains it
     const auto silent = another_module("SILENT");
     EXPECT_EQ(module().call(class_cfg, cmd_pid, "SILENT").payload(), std::to_string(getpid()));
     silent->get("/sys/level");
     EXPECT_EQ(module().call(class_cfg, cmd_pid, "SILENT").payload(), "4242");
+}
+
+TEST_F(Registration, PidIsUnknownUntilTheAnswerIsCollected) {
+    const RawModule late(zansim(), "LATE");
+    late.send(Fields{.mtype = late.queue(), .type = class_registration, .src = "LATE"});
+    expect_refused(module().call(class_cfg, cmd_pid, "LATE"), class_cfg, cmd_pid, -108,
+                   "pid not known: LATE");
+    EXPECT_EQ(await_record(zansim().answer_queue(), late.queue()).record.result(), 1);
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "LATE").payload(), std::to_string(getpid()));
+}
+
+TEST_F(Registration, PidIsUnknownWhenAnswersAreCollectedInAnyOrder) {
+    const RawModule one(zansim(), "ONE");
+    const RawModule two(zansim(), "TWO");
+    for (const RawModule *const each : {&one, &two})
+        each->send(Fields{.mtype = each->queue(), .type = class_registration, .src = each->name()});
+    module().get("/sys/level"); // both registrations have been served
+    for (const RawModule *const each : {&one, &two})
+        EXPECT_EQ(await_record(zansim().answer_queue(), each->queue()).record.result(), 1);
+    for (const char *const name : {"ONE", "TWO"})
+        expect_refused(module().call(class_cfg, cmd_pid, name), class_cfg, cmd_pid, -108,
+                       std::string("pid not known: ") + name);
+}
+
+// The module's process is a child, while this process sends to zansim last.
+TEST_F(Registration, PidIsTheLastReceiverOfTheModulesQueue) {
+    const RawModule late(zansim(), "LATE");
+    late.send(Fields{.mtype = late.queue(), .type = class_registration, .src = "LATE"});
+    await_record(zansim().answer_queue(), late.queue());
+    const pid_t child = fork();
+    if (child == 0) {
+        await_record(late.queue(), class_message);
+        _exit(0);
+    }
+    Fields message = module().request(class_message, cmd_send_with_ack, "x");
+    message.dst = "LATE";
+    EXPECT_EQ(module().call(make_record(message)).record.result(), 1);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "LATE").payload(), std::to_string(child));
+}
+
+// The kernel notes the thread.
+TEST_F(Registration, PidIsTheProcessOfAThreadThatWaitedForARecord) {
+    const RawModule late(zansim(), "LATE");
+    std::atomic<bool> asked = false;
+    Worker receiver([&] {
+        char body[sizeof(long) + 35100];
+        EXPECT_GE(msgrcv(late.queue(), body, 35100, 0, 0), 0);
+        EXPECT_TRUE(eventually([&] { return asked.load(); })); // it exists meanwhile
+    });
+    EXPECT_TRUE(receiver.wait_until_blocked());
+    late.send(Fields{.mtype = late.queue(), .type = class_registration, .src = "LATE"});
+    await_record(zansim().answer_queue(), late.queue());
+    Fields message = module().request(class_message, cmd_send_with_ack, "x");
+    message.dst = "LATE";
+    EXPECT_EQ(module().call(make_record(message)).record.result(), 1);
+    EXPECT_EQ(module().call(class_cfg, cmd_pid, "LATE").payload(), std::to_string(getpid()));
+    asked = true;
 }
 
 TEST_F(Registration, RefusesThePidOfAModuleThatIsNot) {
