@@ -4,7 +4,7 @@
 .DEFAULT_GOAL := help
 FUZZ_SECONDS := 60
 FUZZ_TARGETS = $(notdir $(wildcard fuzz/corpus/*))
-.PHONY: help demo shell test test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly pictures clean
+.PHONY: help demo shell test test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly man pictures clean
 
 help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
@@ -74,6 +74,9 @@ fuzz: ## look for hostile input to each of FUZZ_TARGETS, FUZZ_SECONDS=60 long
 test-nightly: ## run what waits for a minute
 	scripts/bootstrap build test
 	scripts/run-tests dev nightly
+
+man: ## write the reference part of the manual pages from include/zan.h
+	scripts/man-pages
 
 pictures: ## draw the pictures of the documentation, the README's from a run of the demo
 	scripts/bootstrap build pictures
