@@ -34,7 +34,7 @@ bool is_element(std::string_view text) {
 
 // "A.B.1.C" or "/A/B:1/C" as elements.  In the dotted form a number is an instance
 // of the element before it.
-Result<Path> elements_of(std::string_view text) {
+Result<Path> path_elements(std::string_view text) {
     if (text.starts_with('/'))
         return parse_pattern(text);
     std::string path;
@@ -100,7 +100,7 @@ Result<std::string> convert_path(Daemon &, const Request &request) {
     const std::size_t kind = kinds.find(text[0]);
     if (kind == std::string_view::npos)
         return Error{bad_value, "no conversion of the kind " + escape(text.substr(0, 1))};
-    const auto elements = elements_of(text.substr(1));
+    const auto elements = path_elements(text.substr(1));
     if (!elements)
         return elements.error();
     return join(*elements, static_cast<PathForm>(kind));

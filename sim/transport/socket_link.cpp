@@ -24,7 +24,7 @@ constexpr int last_port = 65535;
 
 // What waits for a peer that does not read.  Its notifications take half of this;
 // beyond all of it no request of that peer is served.
-constexpr std::size_t most_waiting = 65536;
+constexpr std::size_t max_waiting_bytes = 65536;
 
 // As many as there are, but some descriptors are left for zansim's files.
 std::size_t most_connections() {
@@ -117,7 +117,7 @@ Delivery SocketLink::answer(int address, const Record &record) {
     if (connection == nullptr)
         return Delivery::gone;
     // Who is being served had room; other answers come whether or not there is any.
-    if (address != served_ && connection->waiting() > most_waiting) {
+    if (address != served_ && connection->waiting() > max_waiting_bytes) {
         connection->losses.add(trace_, name_of({this, address}), record.dst);
         return Delivery::dropped;
     }
@@ -129,7 +129,7 @@ Delivery SocketLink::notify(int address, const Record &record) {
     if (connection == nullptr)
         return Delivery::gone;
     const std::size_t size = ZAN_HEADER_SIZE + record.payload.size();
-    if (connection->waiting() != 0 && connection->waiting() + size > most_waiting / 2) {
+    if (connection->waiting() != 0 && connection->waiting() + size > max_waiting_bytes / 2) {
         connection->losses.add(trace_, name_of({this, address}), record.dst);
         return Delivery::dropped;
     }
@@ -217,7 +217,7 @@ void SocketLink::serve_connection(Daemon &daemon, int address, Connection &conne
 void SocketLink::serve_records(Daemon &daemon, int address, Connection &connection) {
     const Peer peer{this, address};
     for (;;) {
-        connection.stalled = connection.waiting() > most_waiting;
+        connection.stalled = connection.waiting() > max_waiting_bytes;
         if (connection.stalled || connection.gone)
             return;
         const auto received = connection.reader.next();

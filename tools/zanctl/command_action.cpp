@@ -94,7 +94,7 @@ void define_backup(CLI::App &app, Arguments &arguments) {
     add_action_options(app, arguments);
 }
 
-void define_reset(CLI::App &app, Arguments &arguments) {
+void define_factory_reset(CLI::App &app, Arguments &arguments) {
     app.add_option("NAME", arguments.action.name, "A name that the request carries")
         ->option_text("[]")
         ->check(check_file_name);
@@ -165,7 +165,7 @@ int run_backup(Session &session, const Arguments &arguments, Output &output) {
     return run_action(chosen(backups, arguments), session, arguments, output);
 }
 
-int run_reset(Session &session, const Arguments &arguments, Output &output) {
+int run_factory_reset(Session &session, const Arguments &arguments, Output &output) {
     return run_action(chosen(resets, arguments), session, arguments, output);
 }
 
@@ -180,18 +180,19 @@ int run_reboot(Session &session, const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command action_commands[] = {
     {"fad", "Files and actions: upgrade, save, reset, reboot"},
     {"fad upgrade", "Upgrade the firmware or the configuration", define_upgrade, run_upgrade},
     {"fad save", "Save the configuration or the log", define_save, run_save},
     {"fad backup", "Back the configuration up", define_backup, run_backup},
-    {"fad reset", "Reset the device to the factory's settings", define_reset, run_reset},
+    {"fad reset", "Reset the device to the factory's settings", define_factory_reset,
+     run_factory_reset},
     {"fad reboot", "Restart the device", define_reboot, run_reboot},
     {"fad shell", "Run a command line in the daemon's shell", define_shell, run_shell},
 };
 
 } // namespace
 
-const Family action_family = {"Actions", commands};
+const Family action_family = {"Actions", action_commands};
 
 } // namespace zan::ctl

@@ -194,7 +194,7 @@ int run_cwmp(Session &session, const Arguments &arguments, Output &output) {
     });
 }
 
-constexpr Command commands[] = {
+constexpr Command device_commands[] = {
     {"login", "Check a login, and print the daemon's number for it", define_login, run_login},
     {"convert", "Convert paths between the daemon's forms", define_convert, run_convert},
     {"ifname", "Print the names of interfaces", define_ifname, run_ifname},
@@ -204,6 +204,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family device_family = {"Device", commands};
+const Family device_family = {"Device", device_commands};
 
 } // namespace zan::ctl

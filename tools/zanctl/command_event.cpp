@@ -133,7 +133,7 @@ int run_decode(const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command event_commands[] = {
     {"event", "Encode and decode event messages"},
     {"event encode", "Print an event message as JSON, ready to be sent", define_encode, run_encode},
     {"event decode", "Print what an event message tells", define_decode, run_decode},
@@ -141,6 +141,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family event_family = {"Event messages, without a daemon", commands};
+const Family event_family = {"Event messages, without a daemon", event_commands};
 
 } // namespace zan::ctl

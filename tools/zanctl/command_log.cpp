@@ -13,7 +13,7 @@
 namespace zan::ctl {
 namespace {
 
-constexpr auto poll_interval = std::chrono::milliseconds(50);
+constexpr auto log_poll_interval = std::chrono::milliseconds(50);
 
 void define_nothing(CLI::App & /*app*/, Arguments & /*arguments*/) {}
 
@@ -161,7 +161,7 @@ int run_tail(const Arguments &arguments, Output &output) {
     for (unsigned printed = 0; interrupted() == 0;) {
         const std::optional<std::string> line = file.next_line();
         if (!line) {
-            std::this_thread::sleep_for(poll_interval);
+            std::this_thread::sleep_for(log_poll_interval);
             continue;
         }
         print(output, arguments, printable_line(*line),
@@ -172,7 +172,7 @@ int run_tail(const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command log_commands[] = {
     {"log", "Levels, destinations and messages of the modules' logs"},
     {"log list", "Print every module's level and destination, without a daemon", define_nothing,
      run_list},
@@ -184,6 +184,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family log_family = {"Logging", commands};
+const Family log_family = {"Logging", log_commands};
 
 } // namespace zan::ctl

@@ -101,7 +101,7 @@ int run_control(Session &session, const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command module_commands[] = {
     {"pid", "Print the process id of a module", define_module, run_pid},
     {"send", "Send a message to a module", define_send, run_send},
     {"broadcast", "Send a message to all modules", define_broadcast, run_broadcast},
@@ -111,6 +111,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family module_family = {"Modules", commands};
+const Family module_family = {"Modules", module_commands};
 
 } // namespace zan::ctl

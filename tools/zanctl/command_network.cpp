@@ -170,7 +170,7 @@ int run_mac_port(const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command network_commands[] = {
     {"route", "Ask for routes, as the library does"},
     {"route get", "Print the route that leads to an address", define_route_get, run_route_get},
     {"ifaddr", "Print the addresses of interfaces", define_ifaddr, run_ifaddr},
@@ -180,6 +180,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family network_family = {"The network, without a daemon", commands};
+const Family network_family = {"The network, without a daemon", network_commands};
 
 } // namespace zan::ctl

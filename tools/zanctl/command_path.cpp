@@ -97,7 +97,7 @@ int run_extract(const Arguments &arguments, Output &output) {
     return exit_done;
 }
 
-constexpr Command commands[] = {
+constexpr Command path_commands[] = {
     {"path", "Compare paths and take them apart, as the library does"},
     {"path match", "Tell whether two paths are equal", define_match, run_match},
     {"path part", "Tell whether a path is the beginning of another", define_part, run_part},
@@ -108,6 +108,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family path_family = {"Paths, without a daemon", commands};
+const Family path_family = {"Paths, without a daemon", path_commands};
 
 } // namespace zan::ctl

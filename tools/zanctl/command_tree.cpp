@@ -182,7 +182,7 @@ int run_apply(Session &session, const Arguments &arguments, Output &output) {
     });
 }
 
-constexpr Command commands[] = {
+constexpr Command tree_commands[] = {
     {"get", "Print values", define_get, run_get},
     {"set", "Write a value", define_set, run_set},
     {"count", "Print the number of instances of an object", define_paths, run_count},
@@ -202,6 +202,6 @@ constexpr Command commands[] = {
 
 } // namespace
 
-const Family tree_family = {"Configuration", commands};
+const Family tree_family = {"Configuration", tree_commands};
 
 } // namespace zan::ctl
