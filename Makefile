@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# A thin front over the scripts and CMake presets. "make help" lists it.
+# A thin front over ./zan, the scripts and the CMake presets. "make help" lists it.
 
 .DEFAULT_GOAL := help
 FUZZ_SECONDS := 60
@@ -10,38 +10,28 @@ help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
 
 demo: ## see modules work on a live configuration tree, and talk
-	scripts/bootstrap build
-	cmake --preset release >/dev/null && cmake --build --preset release -- --quiet
-	scripts/sandbox scripts/demo build/release
+	./zan demo
 
 shell: ## open a shell with zansim running and zanctl on the PATH
-	scripts/bootstrap build
-	cmake --preset release >/dev/null && cmake --build --preset release -- --quiet
-	scripts/sandbox scripts/shell build/release
+	./zan shell
 
 test: ## run every test under the address and undefined-behaviour sanitizers
-	scripts/bootstrap build test
-	scripts/run-tests dev
+	./zan test
 
 test-release: ## run every test on what users get
-	scripts/bootstrap build test
-	scripts/run-tests release-test
+	./zan test release
 
 test-thread: ## run the locking and thread tests under the thread sanitizer
-	scripts/bootstrap build test
-	scripts/run-tests thread
+	./zan test thread
 
 test-unprivileged: ## run demo and tests as in an unprivileged container
-	scripts/bootstrap build test
-	scripts/unprivileged env -u ZAN_SANDBOX_REQUIRED $(MAKE) --no-print-directory demo test
+	./zan test unprivileged
 
 test-target: ## run every test built for 32-bit little-endian MIPS, under emulation
-	scripts/bootstrap build test target
-	scripts/run-tests mipsel
+	./zan test target
 
 test-board: ## run them on emulated boards with a 32-bit MIPS kernel of their own
-	scripts/bootstrap build test target board
-	scripts/run-tests mipsel board
+	./zan test board
 
 check: ## check format, static analysis and scripts
 	scripts/bootstrap build test check bench
@@ -72,8 +62,7 @@ fuzz: ## look for hostile input to each of FUZZ_TARGETS, FUZZ_SECONDS=60 long
 	done
 
 test-nightly: ## run what waits for a minute
-	scripts/bootstrap build test
-	scripts/run-tests dev nightly
+	./zan test nightly
 
 man: ## write the reference part of the manual pages from include/zan.h
 	scripts/man-pages
