@@ -75,14 +75,34 @@ int await_other_answer(int type, int cmd, char *err, zan_resp *resp) {
     return record.msg.body.arg == 1 ? 0 : 1;
 }
 
-// How far a record that is received into a caller's storage is made to read as
-// zeros behind what it brings: as far as a dispatch, and a handler that trusts
-// `len`, can reach.
-int reach_of(zan_body &body, int received) {
-    zero_behind(body, received, ZAN_HEADER_SIZE);
+// Bytes of a record that `max` lets into the caller's storage, and so all that may be
+// written or read there.
+int storage_size(int max) {
+    return std::clamp<int>(max, 0, ZAN_BODY_SIZE);
+}
+
+// How far a record received into a caller's storage is made to read as zeros after
+// what it brought: as far as a dispatch, and a handler that trusts `len`, can reach.
+int reach_of(zan_body &body, int received, int size) {
+    zero_behind(body, received, std::min<int>(size, ZAN_HEADER_SIZE));
+    if (size < ZAN_HEADER_SIZE)
+        return size;
     const int read_by_dispatch = received + static_cast<int>(sizeof(int32_t));
-    const int read_by_handler = ZAN_HEADER_SIZE + payload_length(body, ZAN_DATA_SIZE);
-    return std::min<int>(std::max(read_by_dispatch, read_by_handler), ZAN_BODY_SIZE);
+    const int read_by_handler = ZAN_HEADER_SIZE + payload_length(body, size - ZAN_HEADER_SIZE);
+    return std::min(std::max(read_by_dispatch, read_by_handler), size);
+}
+
+// Whether a handler could read past storage of this size: every handler is handed a
+// whole header, and that of class 7 no length.
+bool handler_may_overrun(const zan_body &body, int size) {
+    return size < ZAN_HEADER_SIZE || (size < ZAN_BODY_SIZE && body.type == ZAN_CLASS_ACTION);
+}
+
+// Apart, for its 35 KB of stack.
+[[gnu::noinline]] int dispatch_copy(const zan_body &received_body, int received) {
+    zan_body body = {};
+    std::memcpy(static_cast<void *>(&body), &received_body, static_cast<std::size_t>(received));
+    return dispatch(body, ZAN_DATA_SIZE);
 }
 
 int report_receive_error(const char *format, const char *function) {
@@ -95,12 +115,24 @@ int report_receive_error(const char *format, const char *function) {
 constexpr char client_receive_error[] = "%s: receive msq message error, msgid: %d. Error:%s\n";
 constexpr char poll_receive_error[] = "%s:receive msq message error, msgid: %d. Error:%s\n";
 
+int dispatch_from_own(zan_msg &msg, int received) {
+    zero_behind(msg.body, received, ZAN_BODY_SIZE);
+    return dispatch(msg.body, ZAN_DATA_SIZE);
+}
+
+int dispatch_from_callers(zan_msg &msg, int received, int max) {
+    const int size = storage_size(max);
+    zan_body &body = msg.body;
+    zero_behind(body, received, reach_of(body, received, size));
+    return handler_may_overrun(body, size) ? dispatch_copy(body, received)
+                                           : dispatch(body, size - ZAN_HEADER_SIZE);
+}
+
 enum class Storage { callers, own };
 
-int dispatch_received(zan_msg *msg, int received, Storage storage) {
-    const int end = storage == Storage::own ? ZAN_BODY_SIZE : reach_of(msg->body, received);
-    zero_behind(msg->body, received, end);
-    return zan_process_data(&msg->body);
+int dispatch_received(zan_msg *msg, int received, int max, Storage storage) {
+    return storage == Storage::own ? dispatch_from_own(*msg, received)
+                                   : dispatch_from_callers(*msg, received, max);
 }
 
 int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
@@ -111,7 +143,7 @@ int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
         return errno == ENOMSG
                    ? 0
                    : report_receive_error(client_receive_error, "zan_client_recv_msq_no_wait");
-    return dispatch_received(msg, received, storage);
+    return dispatch_received(msg, received, max, storage);
 }
 
 int take_next(zan_msg *msg, int msgtyp, int max, Storage storage) {
@@ -121,7 +153,7 @@ int take_next(zan_msg *msg, int msgtyp, int max, Storage storage) {
     if (received < 0)
         return errno == EINTR ? 0
                               : report_receive_error(client_receive_error, "zan_client_recv_msq2");
-    return dispatch_received(msg, received, storage);
+    return dispatch_received(msg, received, max, storage);
 }
 
 } // namespace
