@@ -79,16 +79,19 @@ struct ValueChange {
 };
 
 int dispatch_value_changed(const zan_body &body, int room) {
-    const Handlers handlers = g_zan_api_callback;
-    if (handlers.value_changed != nullptr) {
+    int handled = 0;
+    if (const auto handler = g_zan_api_callback.value_changed; handler != nullptr) {
         ValueChange change(body, room);
-        handlers.value_changed(change.f1, change.f2, change.f3, change.f6, change.f4);
+        handler(change.f1, change.f2, change.f3, change.f6, change.f4);
+        handled = 1;
     }
-    if (handlers.value_changed2 != nullptr) {
+    // Read only now: the first handler may have set or removed the second.
+    if (const auto handler = g_zan_api_callback.value_changed2; handler != nullptr) {
         ValueChange change(body, room);
-        handlers.value_changed2(change.f1, change.f2, change.f3, change.f6, change.f4, change.f5);
+        handler(change.f1, change.f2, change.f3, change.f6, change.f4, change.f5);
+        handled = 1;
     }
-    return handlers.value_changed != nullptr || handlers.value_changed2 != nullptr ? 1 : 0;
+    return handled;
 }
 
 int dispatch_event(const zan_body &body, int room) {

@@ -236,6 +236,29 @@ TEST_F(Dispatch, OneValueChangedHandlerIsEnough) {
     EXPECT_THAT(calls, ElementsAre("value2 [one] [two] [three] [six] 4 5"));
 }
 
+TEST_F(Dispatch, TheFirstValueChangedHandlerMayInstallTheSecond) {
+    zan_set_value_changed_handler([](char *, char *, char *, char *, int) {
+        calls.emplace_back("first");
+        zan_set_value_changed_handler2(on_value2);
+        return 0;
+    });
+    EXPECT_EQ(dispatch_change("one two three 4 5 six"), 1);
+    EXPECT_THAT(calls, ElementsAre("first", "value2 [one] [two] [three] [six] 4 5"));
+}
+
+TEST_F(Dispatch, TheFirstValueChangedHandlerMayRemoveBoth) {
+    zan_set_value_changed_handler([](char *, char *, char *, char *, int) {
+        calls.emplace_back("first");
+        zan_set_value_changed_handler(nullptr);
+        zan_set_value_changed_handler2(nullptr);
+        return 0;
+    });
+    zan_set_value_changed_handler2(on_value2);
+    EXPECT_EQ(dispatch_change("one two three 4 5 six"), 1);
+    EXPECT_THAT(calls, ElementsAre("first"));
+    EXPECT_EQ(dispatch_change("one two three 4 5 six"), 0);
+}
+
 TEST_F(Dispatch, EachValueChangedHandlerHasTextsOfItsOwn) {
     zan_set_value_changed_handler([](char *f1, char *f2, char *f3, char *f6, int) {
         for (char *text : {f1, f2, f3, f6})
