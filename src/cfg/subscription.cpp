@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Telling the daemon which value changes and events this module wants.
+#include "msg/lock.h"
 #include "msg/request.h"
 
 #include <algorithm>
@@ -32,16 +33,16 @@ constexpr Command unregister_event =
     subscription("zan_notify_unregister_event", ZAN_NOTIFY_UNREGISTER_EVENT);
 
 // `len` counts the whole path even where its copy was cut.
-int subscribe(const Command &command, std::string_view payload, std::size_t len) {
-    return exchange_locked({.command = command,
-                            .payload = payload,
-                            .len = static_cast<int>(std::min<std::size_t>(len, INT_MAX / 2))});
+Request subscription_request(const Command &command, std::string_view payload, std::size_t len) {
+    return {.command = command,
+            .payload = payload,
+            .len = static_cast<int>(std::min<std::size_t>(len, INT_MAX / 2))};
 }
 
 int subscribe_to_event(const Command &command, int32_t event) {
     char code[sizeof event];
     std::memcpy(code, &event, sizeof event);
-    return subscribe(command, {code, sizeof code}, sizeof code);
+    return exchange_locked(subscription_request(command, {code, sizeof code}, sizeof code));
 }
 
 } // namespace
@@ -50,15 +51,20 @@ int subscribe_to_event(const Command &command, int32_t event) {
 using namespace zan;
 
 int zan_notify_register_value_changed(const char *path, unsigned int option, int flag) {
-    if (path == nullptr || option >= option_limit)
+    if (path == nullptr)
+        return ZAN_ERR;
+    // Before the option is checked, as on every device in the field: a refused call, too,
+    // waits for the lock and lets SIGTERM through when it returns.
+    const ApiLock lock;
+    if (option >= option_limit)
         return ZAN_ERR;
     char payload[settings_size + registered_path_bound];
     payload[0] = static_cast<char>(flag);
     payload[1] = static_cast<char>(option);
     const auto copied =
         static_cast<std::size_t>(zan_strcpy(payload + settings_size, path, registered_path_bound));
-    return subscribe(register_value_changed, {payload, settings_size + copied},
-                     settings_size + std::strlen(path));
+    return exchange(subscription_request(register_value_changed, {payload, settings_size + copied},
+                                         settings_size + std::strlen(path)));
 }
 
 int zan_notify_unregister_value_changed(const char *path) {
@@ -66,7 +72,8 @@ int zan_notify_unregister_value_changed(const char *path) {
         return ZAN_ERR;
     char payload[unregistered_path_bound];
     const auto copied = static_cast<std::size_t>(zan_strcpy(payload, path, sizeof payload));
-    return subscribe(unregister_value_changed, {payload, copied}, std::strlen(path));
+    return exchange_locked(
+        subscription_request(unregister_value_changed, {payload, copied}, std::strlen(path)));
 }
 
 int zan_notify_register_event(int event) {

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "cfg/config_test.h"
 #include "support/sandbox.h"
+#include "support/worker.h"
 
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 
@@ -91,6 +93,29 @@ TEST_F(RegisterValue, RefusesALargerOptionAndSendsNothing) {
     EXPECT_EQ(zan_notify_register_value_changed("/a", UINT_MAX, 0), -1);
     EXPECT_TRUE(sent_nothing());
     EXPECT_EQ(output.stop(), "");
+}
+
+// The option is checked under the lock: a refused call, too, waits for its turn.
+TEST_F(RegisterValue, WaitsForTheApiLockBeforeItRefusesAnOption) {
+    int result = 0;
+    zan_api_lock();
+    Worker caller([&] { result = zan_notify_register_value_changed("/a", 256, 0); });
+    EXPECT_TRUE(caller.wait_until_blocked());
+    zan_api_unlock();
+    ASSERT_TRUE(caller.wait_until_done());
+    EXPECT_EQ(result, -1);
+    EXPECT_TRUE(LockProbe(zan_api_lock, zan_api_unlock).is_free());
+}
+
+TEST_F(RegisterValue, LetsSigtermThroughAfterItRefusesAnOption) {
+    sigset_t sigterm;
+    sigemptyset(&sigterm);
+    sigaddset(&sigterm, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &sigterm, nullptr);
+    EXPECT_EQ(zan_notify_register_value_changed("/a", 256, 0), -1);
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGTERM), 0);
 }
 
 TEST_F(RegisterValue, SendsTheLowByteOfTheFlag) {
