@@ -19,13 +19,14 @@ constexpr Command control = control_command("zan_ctl_request", "cmdline", contro
 
 constexpr std::size_t number_size = 256;
 
-int read_over_link(const Formatted &path, char *value, int size) {
-    if (value == nullptr)
-        return ZAN_ERR;
-    if (zan_mesh_status() == 0) {
+bool mesh_is_ready() {
+    const bool ready = zan_mesh_status() != 0;
+    if (!ready)
         std::printf("%s: fail by mesh not ready\n", get_over_link.function);
-        return ZAN_ERR_MESH;
-    }
+    return ready;
+}
+
+int read_over_link(const Formatted &path, char *value, int size) {
     const ApiLock lock;
     zan_body &body = api_record().msg.body;
     begin_request(body, text_request(get_over_link, path.text()));
@@ -46,6 +47,8 @@ int read_over_link(const Formatted &path, char *value, int size) {
 using namespace zan;
 
 int ctl_getstr(char *value, int size, const char *fmt, ...) {
+    if (!mesh_is_ready())
+        return ZAN_ERR_MESH;
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
     return read_over_link(path, value, size);
 }
@@ -54,7 +57,7 @@ int ctl_getint(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt);
     char number[number_size] = {};
     // The message names the queue's function.
-    if (read_over_link(path.formatted_again(), number, sizeof number) != 1)
+    if (!mesh_is_ready() || read_over_link(path.formatted_again(), number, sizeof number) != 1)
         std::printf("cfg_getint failed for %s\n", path.text());
     return to_int(number);
 }

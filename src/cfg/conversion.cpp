@@ -22,7 +22,7 @@ constexpr int kinds = 10; // one digit of the payload
 // A text that fits is bounded once more, by the default; one that does not is cut
 // without a warning.
 void copy_converted(char *value, int size, const char *text) {
-    if (text == nullptr || size < 1)
+    if (value == nullptr || text == nullptr || size < 1)
         return;
     const auto room = static_cast<std::size_t>(size);
     if (std::strlen(text) < room) {
@@ -36,7 +36,7 @@ void copy_converted(char *value, int size, const char *text) {
 } // namespace
 
 int convert_path(char *value, int size, int kind, const char *path) {
-    if (value == nullptr || kind < 0 || kind >= kinds)
+    if (kind < 0 || kind >= kinds)
         return ZAN_ERR;
     char payload[ZAN_PATH_SIZE];
     std::snprintf(payload, sizeof payload, "%d%s", kind, path);

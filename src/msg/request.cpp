@@ -74,8 +74,6 @@ int exchange_locked(const Request &request) {
 }
 
 int exchange_for_text(const Request &request, char *value, int size) {
-    if (value == nullptr)
-        return ZAN_ERR;
     const ApiLock lock;
     Answer answer;
     const int result = exchange(request, &answer);

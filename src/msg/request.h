@@ -60,7 +60,7 @@ int exchange(const Request &request, Answer *answer = nullptr);
 
 // The whole request: lock, exchange, copy of the answer's text, unlock.
 int exchange_locked(const Request &request);
-// ZAN_ERR without a buffer to copy to.
+// A null buffer is asked for and not copied to.
 int exchange_for_text(const Request &request, char *value, int size);
 
 } // namespace zan

@@ -219,11 +219,38 @@ TEST_F(ControlValue, MayTravelBehindOtherRecords) {
     EXPECT_EQ(peer.wait_for_records(2).back().size(), 100U);
 }
 
-TEST_F(ControlValue, NeedsABufferAndAPath) {
-    EXPECT_EQ(ctl_getstr(nullptr, 10, "/a"), -1);
+TEST_F(ControlValue, IsRequestedWithoutABufferToo) {
+    mesh_is_ready();
+    daemon_answers("value");
+    StdoutCapture out;
+    EXPECT_EQ(ctl_getstr(nullptr, 10, "/a"), 1);
+    EXPECT_EQ(out.stop(), "");
+    expect_asked_for("/a");
+    mesh_is_ready();
+    daemon_answers("no such node", -7);
+    EXPECT_EQ(ctl_getstr(nullptr, 10, "/a"), -7);
+}
+
+TEST_F(ControlValue, AsksTheMeshGateBeforeItChecksArguments) {
+    mesh_is_ready(false);
+    StdoutCapture without_buffer;
+    EXPECT_EQ(ctl_getstr(nullptr, 10, "/a"), -2010);
+    EXPECT_EQ(without_buffer.stop(), not_ready);
+    mesh_is_ready(false);
+    StdoutCapture without_path;
+    EXPECT_EQ(ctl_getstr(value, sizeof value, nullptr), -2010);
+    EXPECT_EQ(without_path.stop(), not_ready);
+    EXPECT_EQ(peer.unfinished(), "");
+}
+
+TEST_F(ControlValue, NeedsAPath) {
+    mesh_is_ready();
     EXPECT_EQ(ctl_getstr(value, sizeof value, nullptr), -1);
+    EXPECT_EQ(daemon.records().size(), 4U) << "the mesh gate alone";
+    daemon.forget_records();
     EXPECT_EQ(ctl_getint(nullptr), 0);
     EXPECT_THAT(daemon.records(), IsEmpty());
+    EXPECT_EQ(peer.unfinished(), "");
 }
 
 // ---- numbers ---------------------------------------------------------------------------

@@ -138,8 +138,18 @@ TEST_F(ConvertPath, LeavesTheBufferWithoutAnAnswer) {
     EXPECT_STREQ(value, "before");
 }
 
-TEST_F(ConvertPath, NeedsABufferAndAPath) {
-    EXPECT_EQ(zan_convert_path(nullptr, 64, 1, "/a"), -1);
+TEST_F(ConvertPath, SendsItsRequestWithoutABufferToo) {
+    for (const int size : {64, 3, 0, -1}) {
+        SCOPED_TRACE(size);
+        answers(answer("converted"));
+        EXPECT_EQ(zan_convert_path(nullptr, size, 1, "/a"), 1);
+        EXPECT_TRUE(same_record(sent(), request(cmd_convert_path, "1/a")));
+    }
+    answers(negative(-7, "no such path"));
+    EXPECT_EQ(zan_convert_path(nullptr, 64, 1, "/a"), -7);
+}
+
+TEST_F(ConvertPath, NeedsAPath) {
     EXPECT_EQ(zan_convert_path(value, sizeof value, 1, nullptr), -1);
     EXPECT_TRUE(sent_nothing());
 }
@@ -182,8 +192,15 @@ TEST_F(InterfaceName, IsLeftWhenTheDaemonRefuses) {
     EXPECT_STREQ(value, "before");
 }
 
-TEST_F(InterfaceName, NeedsABufferAndAPath) {
-    EXPECT_EQ(zan_cfg_get_ifname(nullptr, 64, "/a"), -1);
+TEST_F(InterfaceName, SendsItsRequestWithoutABufferToo) {
+    answers(answer("eth0.1"));
+    EXPECT_EQ(zan_cfg_get_ifname(nullptr, 64, "/a"), 1);
+    EXPECT_TRUE(same_record(sent(), request(cmd_ifname, "/a")));
+    answers(negative(-7, "none"));
+    EXPECT_EQ(zan_cfg_get_ifname(nullptr, 64, "/a"), -7);
+}
+
+TEST_F(InterfaceName, NeedsAPath) {
     EXPECT_EQ(zan_cfg_get_ifname(value, sizeof value, nullptr), -1);
     EXPECT_TRUE(sent_nothing());
 }

@@ -79,9 +79,18 @@ TEST_P(Get, CutsAPathAt1023Characters) {
     }
 }
 
-TEST_P(Get, RefusesNullAndSendsNothing) {
+TEST_P(Get, SendsItsRequestWithoutABufferToo) {
     StdoutCapture output;
-    EXPECT_EQ(GetParam().get(nullptr, 64, "/a/b"), -1);
+    answers(answer("value"));
+    EXPECT_EQ(GetParam().get(nullptr, 64, "/a/b"), 1);
+    EXPECT_TRUE(same_record(sent(), request(GetParam().cmd, "/a/b")));
+    answers(negative(-7, "no such node"));
+    EXPECT_EQ(GetParam().get(nullptr, 0, "/a/b"), -7);
+    EXPECT_EQ(output.stop(), "");
+}
+
+TEST_P(Get, RefusesANullPathAndSendsNothing) {
+    StdoutCapture output;
     EXPECT_EQ(GetParam().get(value, sizeof value, nullptr), -1);
     EXPECT_STREQ(value, "before");
     EXPECT_TRUE(sent_nothing());
