@@ -3,6 +3,7 @@
 #include "cfg/formatted.h"
 #include "msg/lock.h"
 #include "msg/request.h"
+#include "msg/request_record.h"
 
 #include <cstdint>
 
@@ -12,10 +13,6 @@ namespace {
 constexpr Command get_attr = {"cfg_getattr", ZAN_CFG_GET_ATTR, "tmp_path"};
 constexpr Command set_attr = {"cfg_setattr", ZAN_CFG_SET_ATTR, "tmp_path"};
 
-// Where the attributes read last are: in the record that the next request of the
-// process takes.
-constinit Answer rdata = {};
-
 } // namespace
 } // namespace zan
 
@@ -24,12 +21,13 @@ using namespace zan;
 intptr_t cfg_getattr(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt);
     const ApiLock lock;
-    rdata = {};
-    ReceiveRecord &record = api_record();
-    if (send_request(record.msg, text_request(get_attr, path.text())) < 0)
-        return ZAN_ERR_SEND;
-    match_answer(record, get_attr.type, get_attr.cmd, nullptr, &rdata);
-    return reinterpret_cast<intptr_t>(rdata.text);
+    return with_request_record([&](ReceiveRecord &record) -> intptr_t {
+        if (send_request(record.msg, text_request(get_attr, path.text())) < 0)
+            return ZAN_ERR_SEND;
+        Answer answer;
+        match_answer(record, get_attr.type, get_attr.cmd, nullptr, &answer);
+        return reinterpret_cast<intptr_t>(answer.text != nullptr ? keep_text(answer) : nullptr);
+    });
 }
 
 int cfg_setattr(const char *attr, const char *fmt, ...) {

@@ -5,6 +5,7 @@
 #include "cfg/formatted.h"
 #include "msg/identity.h"
 #include "msg/lock.h"
+#include "msg/request_record.h"
 #include "msg/stream.h"
 #include "util/number.h"
 
@@ -26,13 +27,19 @@ bool mesh_is_ready() {
     return ready;
 }
 
+int send_over_link(const Request &request) {
+    return with_request_record([&](ReceiveRecord &record) {
+        zan_body &body = record.msg.body;
+        begin_request(body, request);
+        const int msgsz = ZAN_HEADER_SIZE + body.len;
+        convert_byte_order(body);
+        return zan_ipc_send(g_ipc_handle, &body, msgsz);
+    });
+}
+
 int read_over_link(const Formatted &path, char *value, int size) {
     const ApiLock lock;
-    zan_body &body = api_record().msg.body;
-    begin_request(body, text_request(get_over_link, path.text()));
-    const int msgsz = ZAN_HEADER_SIZE + body.len;
-    convert_byte_order(body);
-    const int sent = zan_ipc_send(g_ipc_handle, &body, msgsz);
+    const int sent = send_over_link(text_request(get_over_link, path.text()));
     if (sent <= 0)
         return sent;
     Answer answer;

@@ -3,7 +3,6 @@
 #include "cfg/conversion.h"
 
 #include "cfg/formatted.h"
-#include "msg/lock.h"
 #include "msg/request.h"
 #include "util/text.h"
 
@@ -22,7 +21,7 @@ constexpr int kinds = 10; // one digit of the payload
 // A text that fits is bounded once more, by the default; one that does not is cut
 // without a warning.
 void copy_converted(char *value, int size, const char *text) {
-    if (value == nullptr || text == nullptr || size < 1)
+    if (value == nullptr || size < 1)
         return;
     const auto room = static_cast<std::size_t>(size);
     if (std::strlen(text) < room) {
@@ -40,11 +39,8 @@ int convert_path(char *value, int size, int kind, const char *path) {
         return ZAN_ERR;
     char payload[ZAN_PATH_SIZE];
     std::snprintf(payload, sizeof payload, "%d%s", kind, path);
-    const ApiLock lock;
-    Answer answer;
-    const int result = exchange(text_request(converted_path, payload), &answer);
-    copy_converted(value, size, answer.text);
-    return result;
+    return exchange_locked(text_request(converted_path, payload),
+                           [&](const Answer &answer) { copy_converted(value, size, answer.text); });
 }
 
 } // namespace zan

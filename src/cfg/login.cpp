@@ -51,12 +51,8 @@ int zan_loginauth(zan_login_req *req) {
         text.append(separator, req->item5);
     const ApiLock lock;
     req->result = 0;
-    Answer answer;
-    const int result =
-        exchange({.command = login, .payload = text.text(), .len = text.counted()}, &answer);
-    if (answer.text != nullptr)
-        req->result = to_int(answer.text);
-    return result;
+    return exchange({.command = login, .payload = text.text(), .len = text.counted()},
+                    [&](const Answer &answer) { req->result = to_int(answer.text); });
 }
 
 int cfg_getcount_login_account(void) {

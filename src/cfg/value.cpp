@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Single values of the configuration tree.
 #include "cfg/formatted.h"
-#include "msg/lock.h"
 #include "msg/request.h"
 #include "util/number.h"
 #include "util/text.h"
@@ -81,10 +80,10 @@ int cfg_get_module_pid(const char *module) {
         return ZAN_ERR;
     char name[default_bound];
     zan_strcpy(name, module, sizeof name);
-    const ApiLock lock;
-    Answer answer;
+    int pid = 0;
     // The report names the module as the caller gave it, the record what fits.
     const int result =
-        exchange({.command = get_module_pid, .payload = name, .subject = module}, &answer);
-    return result == 1 && answer.text != nullptr ? to_int(answer.text) : result;
+        exchange_locked({.command = get_module_pid, .payload = name, .subject = module},
+                        [&](const Answer &answer) { pid = to_int(answer.text); });
+    return result == 1 ? pid : result;
 }

@@ -2,6 +2,7 @@
 #include "msg/answer.h"
 
 #include "msg/dispatch.h"
+#include "msg/request_record.h"
 #include "util/errno_guard.h"
 
 #include <algorithm>
@@ -9,11 +10,14 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <pthread.h>
 
 namespace zan {
 namespace {
 
-constinit ReceiveRecord g_api_record = {};
+// The text of an answer by reference that outlives its record.
+constinit char g_kept_text[ZAN_DATA_SIZE + 1] = {};
+constinit pthread_mutex_t g_kept_text_lock = PTHREAD_MUTEX_INITIALIZER;
 
 constexpr int commands_answered_with_text[] = {
     ZAN_CFG_GET,       ZAN_CFG_GET_ATTR, ZAN_CFG_LOGIN,       ZAN_CFG_CONVERT_PATH,
@@ -55,13 +59,15 @@ void copy_answer(const Answer &answer, zan_resp &resp) {
 }
 
 int await_configuration_answer(int cmd, char *err, zan_resp *resp) {
-    Answer answer;
-    const int result = match_answer(api_record(), ZAN_CLASS_CFG, cmd, err, &answer);
-    if (resp != nullptr && answer.text != nullptr) {
-        resp->ptr = answer.text;
-        resp->len = answer.len;
-    }
-    return result;
+    return with_request_record([&](ReceiveRecord &record) {
+        Answer answer;
+        const int result = match_answer(record, ZAN_CLASS_CFG, cmd, err, &answer);
+        if (resp != nullptr && answer.text != nullptr) {
+            resp->ptr = keep_text(answer);
+            resp->len = answer.len;
+        }
+        return result;
+    });
 }
 
 int await_other_answer(int type, int cmd, char *err, zan_resp *resp) {
@@ -158,8 +164,12 @@ int take_next(zan_msg *msg, int msgtyp, int max, Storage storage) {
 
 } // namespace
 
-ReceiveRecord &api_record() {
-    return g_api_record;
+char *keep_text(const Answer &answer) {
+    const auto size = static_cast<std::size_t>(answer.len) + 1;
+    pthread_mutex_lock(&g_kept_text_lock);
+    std::memcpy(g_kept_text, answer.text, size);
+    pthread_mutex_unlock(&g_kept_text_lock);
+    return g_kept_text;
 }
 
 int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer) {

@@ -13,15 +13,12 @@ struct Answer {
     int len = 0;
 };
 
-// The record of the request that is in flight: the request is built in it and
-// the answer received into it.  It belongs to the holder of the API lock, and
-// the answer in it stays readable until the next request.  Being static it
-// costs no stack, and only the pages that requests and answers reach.
-ReceiveRecord &api_record();
-
 // zan_client_recv_msq_response on the given storage.  `answer`, when not null, is
 // filled for the commands that answer with text.
 int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer);
+
+// Copies an answer's text to where it stays until the next call, from any thread.
+char *keep_text(const Answer &answer);
 
 // Takes and dispatches one waiting record of the own queue; -1, when there is no
 // own queue, is printed under the name of `function`: always, or unless errno

@@ -3,6 +3,7 @@
 
 #include "msg/identity.h"
 #include "msg/lock.h"
+#include "msg/request_record.h"
 
 #include <cstdio>
 #include <ctime>
@@ -60,25 +61,28 @@ int post(const Request &request) {
     return send_request(msg, request);
 }
 
-int exchange(const Request &request, Answer *answer) {
-    ReceiveRecord &record = api_record();
-    const int sent = send_request(record.msg, request);
-    if (sent < 0)
-        return sent;
-    return match_answer(record, request.command.type, request.command.cmd, nullptr, answer);
+int exchange(const Request &request, const AnswerReader &read) {
+    return with_request_record([&](ReceiveRecord &record) {
+        const int sent = send_request(record.msg, request);
+        if (sent < 0)
+            return sent;
+        const Command &command = request.command;
+        Answer answer;
+        const int result = match_answer(record, command.type, command.cmd, nullptr, &answer);
+        if (answer.text != nullptr)
+            read(answer);
+        return result;
+    });
 }
 
-int exchange_locked(const Request &request) {
+int exchange_locked(const Request &request, const AnswerReader &read) {
     const ApiLock lock;
-    return exchange(request);
+    return exchange(request, read);
 }
 
 int exchange_for_text(const Request &request, char *value, int size) {
-    const ApiLock lock;
-    Answer answer;
-    const int result = exchange(request, &answer);
-    zan_strcpy(value, answer.text, size);
-    return result;
+    return exchange_locked(request,
+                           [&](const Answer &answer) { zan_strcpy(value, answer.text, size); });
 }
 
 } // namespace zan

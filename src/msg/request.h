@@ -53,14 +53,36 @@ int send_request(zan_msg &msg, const Request &request);
 // The same on storage of its own, 35 KB of stack.
 int post(const Request &request);
 
-// Sends the request and waits for its answer: 1, ZAN_ERR_SEND after the report,
-// or what the wait returned.  The caller holds the API lock until it is done with
-// the answer.
-int exchange(const Request &request, Answer *answer = nullptr);
+// What becomes of an answer's text, while the record that holds it still belongs to the
+// request.  Not called when there is no text.
+class AnswerReader {
+public:
+    // Leaves the text unread.
+    AnswerReader() = default;
+    // Calls read(answer); refers to it, and so lives no longer than the expression.
+    template<typename Read>
+    AnswerReader(const Read &read) // NOLINT(google-explicit-constructor): for lambdas
+        : read_(&read), call_([](const void *function, const Answer &answer) {
+              (*static_cast<const Read *>(function))(answer);
+          }) {}
 
-// The whole request: lock, exchange, copy of the answer's text, unlock.
-int exchange_locked(const Request &request);
-// A null buffer is asked for and not copied to.
+    void operator()(const Answer &answer) const {
+        if (call_ != nullptr)
+            call_(read_, answer);
+    }
+
+private:
+    const void *read_ = nullptr;
+    void (*call_)(const void *, const Answer &) = nullptr;
+};
+
+// Sends the request and waits for its answer: 1, ZAN_ERR_SEND after the report,
+// or what the wait returned.  The caller holds the API lock.
+int exchange(const Request &request, const AnswerReader &read = {});
+
+// The whole request: lock, exchange, unlock.
+int exchange_locked(const Request &request, const AnswerReader &read = {});
+// Copies the answer's text to the buffer, if there is one.
 int exchange_for_text(const Request &request, char *value, int size);
 
 } // namespace zan
