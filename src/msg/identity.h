@@ -14,8 +14,8 @@ inline constexpr int no_link = -1;
 // g_module_name, which a module can leave without a terminator.
 std::string_view module_name();
 
-// getpid() without a system call for every record: asked for once, and again in
-// a forked child.
+// Asks the system every time: a cached value would be the parent's in a child of clone(),
+// _Fork() or vfork(), which run no handlers.
 int own_pid();
 
 } // namespace zan

@@ -6,7 +6,10 @@
 #include "support/patience.h"
 #include "support/worker.h"
 
+#include <sched.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <climits>
@@ -492,20 +495,54 @@ TEST_F(Requests, OfTwoThreadsFollowEachOther) {
     EXPECT_TRUE(same_record(records[1], request(cmd_delete, "/second")));
 }
 
-TEST_F(Requests, OfAForkedChildCarryItsOwnProcessId) {
-    EXPECT_EQ(cfg_del("/parent"), 1);
+// Ways to make a child, each ending in make_request() and _exit() there.
+pid_t child_of_fork(void (*make_request)()) {
     const pid_t child = fork();
     if (child == 0)
-        _exit(cfg_del("/child") == 1 ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(cfg_del("/parent again"), 1);
-    const auto records = daemon.records();
-    ASSERT_EQ(records.size(), 3U);
-    EXPECT_EQ(records[0].record.pid(), getpid());
-    EXPECT_EQ(records[1].record.pid(), child);
-    EXPECT_EQ(records[2].record.pid(), getpid());
+        make_request();
+    return child;
+}
+
+pid_t child_of_plain_fork(void (*make_request)()) {
+    const pid_t child = _Fork();
+    if (child == 0)
+        make_request();
+    return child;
+}
+
+pid_t child_of_clone(void (*make_request)()) {
+    const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0));
+    if (child == 0)
+        make_request();
+    return child;
+}
+
+// As vfork() makes them: in the parent's memory, the parent waiting.
+pid_t child_in_the_same_memory(void (*make_request)()) {
+    static char stack[256 * 1024];
+    const auto main = [](void *request) -> int {
+        reinterpret_cast<void (*)()>(request)();
+        return 0;
+    };
+    return clone(main, stack + sizeof stack, CLONE_VM | CLONE_VFORK | SIGCHLD,
+                 reinterpret_cast<void *>(make_request));
+}
+
+TEST_F(Requests, OfAChildCarryItsOwnProcessId) {
+    EXPECT_EQ(cfg_del("/parent"), 1);
+    for (const auto start :
+         {child_of_fork, child_of_plain_fork, child_of_clone, child_in_the_same_memory}) {
+        daemon.forget_records();
+        const pid_t child = start([] { _exit(cfg_del("/child") == 1 ? 0 : 1); });
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(cfg_del("/parent again"), 1);
+        const auto records = daemon.records();
+        ASSERT_EQ(records.size(), 2U);
+        EXPECT_EQ(records[0].record.pid(), child);
+        EXPECT_EQ(records[1].record.pid(), getpid());
+    }
 }
 
 TEST_F(Requests, WorkWithoutALock) {
