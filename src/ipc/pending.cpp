@@ -15,7 +15,10 @@ constexpr int resend_failed = -3;
 
 // A peer that is gone is an error to report, not a signal that ends the module.
 int transfer(const Destination &to, const void *data, std::size_t size) {
-    return static_cast<int>(sendto(to.fd, data, size, MSG_NOSIGNAL, to.address, to.address_size));
+    const ssize_t sent = to.address == nullptr
+                             ? send(to.fd, data, size, MSG_NOSIGNAL)
+                             : sendto(to.fd, data, size, MSG_NOSIGNAL, to.address, to.address_size);
+    return static_cast<int>(sent);
 }
 
 enum class Resend { done, incomplete, failed };

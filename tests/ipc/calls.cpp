@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <deque>
@@ -21,6 +22,17 @@ thread_local std::vector<std::chrono::milliseconds> pauses;
 std::function<void(int)> connect_action;
 std::function<void()> unlink_action;
 
+constinit std::atomic<int> connected_sends = 0;
+constinit std::atomic<int> addressed_sends = 0;
+
+std::size_t taken_of(std::size_t size) {
+    if (taken.empty())
+        return size;
+    size = std::min(size, taken.front());
+    taken.pop_front();
+    return size;
+}
+
 bool allocation_refused() {
     return allocations_until_refusal > 0 && --allocations_until_refusal == 0;
 }
@@ -33,6 +45,14 @@ void refuse_allocation(int which) {
 
 void take_only(std::initializer_list<std::size_t> bytes) {
     taken = bytes;
+}
+
+int connected_sends_made() {
+    return connected_sends;
+}
+
+int addressed_sends_made() {
+    return addressed_sends;
 }
 
 void refuse_option(int option) {
@@ -77,11 +97,14 @@ ssize_t __real_sendto(int fd, const void *data, size_t size, int flags, const so
                       socklen_t to_size);
 ssize_t __wrap_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *to,
                       socklen_t to_size) {
-    if (!taken.empty()) {
-        size = std::min(size, taken.front());
-        taken.pop_front();
-    }
-    return __real_sendto(fd, data, size, flags, to, to_size);
+    ++addressed_sends;
+    return __real_sendto(fd, data, taken_of(size), flags, to, to_size);
+}
+
+ssize_t __real_send(int fd, const void *data, size_t size, int flags);
+ssize_t __wrap_send(int fd, const void *data, size_t size, int flags) {
+    ++connected_sends;
+    return __real_send(fd, data, taken_of(size), flags);
 }
 
 int __real_setsockopt(int fd, int level, int option, const void *value, socklen_t size);

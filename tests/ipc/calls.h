@@ -20,6 +20,10 @@ void refuse_allocation(int which);
 // The next sends take no more than so many bytes each, the later ones everything.
 void take_only(std::initializer_list<std::size_t> bytes);
 
+// Calls of send() and of sendto() so far.
+int connected_sends_made();
+int addressed_sends_made();
+
 // Every setsockopt of this option is refused as unknown, as an older kernel does.
 void refuse_option(int option);
 

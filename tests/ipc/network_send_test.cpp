@@ -81,6 +81,26 @@ TEST_F(Link, CarriesBytesInSilence) {
     EXPECT_EQ(read_bytes(daemon.get(), 1124), message);
 }
 
+TEST_F(Link, SendsToItsPeerWithoutAnAddress) {
+    EXPECT_EQ(send(module, "message"), 7);
+    EXPECT_EQ(connected_sends_made(), 1);
+    EXPECT_EQ(addressed_sends_made(), 0);
+    const sockaddr_in peer = ipv4("127.0.0.1", 2679);
+    EXPECT_EQ(zan_socket_send_to(module, "message", 7, &peer), 7);
+    EXPECT_EQ(connected_sends_made(), 1);
+    EXPECT_EQ(addressed_sends_made(), 1);
+}
+
+TEST_F(Link, ResendsToItsPeerWithoutAnAddress) {
+    take_only({4});
+    StdoutCapture out;
+    EXPECT_EQ(send(module, "message"), 4);
+    EXPECT_EQ(send(module, "next"), 4);
+    EXPECT_EQ(connected_sends_made(), 3);
+    EXPECT_EQ(addressed_sends_made(), 0);
+    EXPECT_EQ(read_bytes(daemon.get(), 11), "messagenext");
+}
+
 TEST_F(Link, KeepsWhatAFullSocketDidNotTake) {
     StdoutCapture out;
     const std::size_t sent = send_too_much();
