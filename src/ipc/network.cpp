@@ -141,9 +141,12 @@ int create_daemon_end() {
 sockaddr_in daemon_address() {
     char text[address_text_size] = {};
     zan_get_socket_ip(text);
+    // Before it is trimmed: a line of blanks is an address that cannot be reached.
+    if (text[0] == '\0')
+        std::memcpy(text, default_daemon_address, sizeof default_daemon_address);
     zan_trimr(text);
     in_addr host{};
-    if (inet_aton(text[0] != '\0' ? text : default_daemon_address, &host) == 0)
+    if (inet_aton(text, &host) == 0)
         host.s_addr = INADDR_NONE;
     return address_of(host.s_addr, g_zan_port);
 }

@@ -290,11 +290,20 @@ TEST_F(DaemonAddress, IsTheRoutersOwnWithoutAnAddressFile) {
 TEST_F(DaemonAddress, IsTheRoutersOwnWithAnEmptyAddressFile) {
     give_loopback("192.168.0.1");
     const Descriptor listener = tcp_listener(default_port, "0.0.0.0");
-    for (const char *contents : {"", "\n"}) {
+    write_file(address_file, "");
+    const Descriptor module(zan_socket_create("probe"));
+    ASSERT_GE(module.get(), 0);
+    EXPECT_EQ(peer_address(module.get()), "192.168.0.1:2679");
+}
+
+TEST_F(DaemonAddress, OfABlankLineIsNotReached) {
+    give_loopback("192.168.0.1");
+    const Descriptor listener = tcp_listener(default_port, "0.0.0.0");
+    for (const char *contents : {"\n", "  \n", " "}) {
         write_file(address_file, contents);
-        const Descriptor module(zan_socket_create("probe"));
-        ASSERT_GE(module.get(), 0);
-        EXPECT_EQ(peer_address(module.get()), "192.168.0.1:2679");
+        StdoutCapture out;
+        EXPECT_EQ(zan_socket_create("probe"), -1) << contents;
+        EXPECT_EQ(out.stop(), cannot_connect(default_port)) << contents;
     }
 }
 
