@@ -24,6 +24,11 @@ int convert_whole(const char *text, char **end, int base, Value *value, Convert 
     const auto wide = base_known ? convert(text, &stop, base) : 0;
     const bool fits =
         wide >= std::numeric_limits<Value>::min() && wide <= std::numeric_limits<Value>::max();
+    if (!base_known)
+        errno = EINVAL;
+    // A 32-bit conversion would have reported it.
+    if (!fits)
+        errno = ERANGE;
     // Some C libraries report EINVAL for a text without digits; the empty text
     // is a number here.
     const bool failed = errno != 0 && !(errno == EINVAL && *text == '\0');
@@ -34,18 +39,23 @@ int convert_whole(const char *text, char **end, int base, Value *value, Convert 
     return success ? 0 : -1;
 }
 
+// What the standard conversion gives where it has 32 bits, errno included.
+template<typename Value, typename Wide> Value clamp_to_32_bits(Wide value) {
+    const auto nearest = std::clamp<Wide>(value, std::numeric_limits<Value>::min(),
+                                          std::numeric_limits<Value>::max());
+    if (nearest != value)
+        errno = ERANGE;
+    return static_cast<Value>(nearest);
+}
+
 } // namespace
 
 int to_int(const char *text) {
-    const long value = std::strtol(text, nullptr, 10);
-    return static_cast<int>(std::clamp<long>(value, std::numeric_limits<int32_t>::min(),
-                                             std::numeric_limits<int32_t>::max()));
+    return clamp_to_32_bits<std::int32_t>(std::strtol(text, nullptr, 10));
 }
 
 std::uint32_t to_uint32(const char *text, int base) {
-    const unsigned long value = std::strtoul(text, nullptr, base);
-    return static_cast<std::uint32_t>(
-        std::min<unsigned long>(value, std::numeric_limits<uint32_t>::max()));
+    return clamp_to_32_bits<std::uint32_t>(std::strtoul(text, nullptr, base));
 }
 
 bool take_int(std::string_view &text, int *value, std::size_t width) {

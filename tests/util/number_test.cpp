@@ -44,6 +44,41 @@ template<typename Value, typename Convert> void check(const Row<Value> &row, Con
     EXPECT_EQ(convert(row.text, nullptr, row.base, &value), row.result) << "with errno set before";
 }
 
+template<typename Value, typename Convert>
+int errno_after(Convert convert, const char *text, int base = 10) {
+    Value value;
+    errno = EBADF;
+    convert(text, nullptr, base, &value);
+    return errno;
+}
+
+// The same on every machine: a 64-bit one converts numbers that the target cannot.
+TEST(NumberErrno, IsErangeForANumberThatDoesNotFit32Bits) {
+    for (const char *text : {"2147483648", "-2147483649", "99999999999", "-99999999999",
+                             "99999999999999999999", "99999999999x"})
+        EXPECT_EQ(errno_after<std::int32_t>(zan_strtol, text), ERANGE) << text;
+    for (const char *text : {"4294967296", " 99999999999", "99999999999999999999", "99999999999x"})
+        EXPECT_EQ(errno_after<std::uint32_t>(zan_strtoul, text), ERANGE) << text;
+}
+
+TEST(NumberErrno, IsClearedByAConversionInRange) {
+    for (const char *text : {"2147483647", "-2147483648", "12x", "x"})
+        EXPECT_EQ(errno_after<std::int32_t>(zan_strtol, text), 0) << text;
+    for (const char *text : {"4294967295", "12x", "x"})
+        EXPECT_EQ(errno_after<std::uint32_t>(zan_strtoul, text), 0) << text;
+}
+
+TEST(NumberErrno, IsEinvalForABaseThatDoesNotExist) {
+    for (const int base : {-10, 1, 37}) {
+        EXPECT_EQ(errno_after<std::int32_t>(zan_strtol, "1", base), EINVAL) << base;
+        EXPECT_EQ(errno_after<std::uint32_t>(zan_strtoul, "1", base), EINVAL) << base;
+    }
+}
+
+TEST(NumberErrno, IsLeftAloneByANegativeUnsignedNumber) {
+    EXPECT_EQ(errno_after<std::uint32_t>(zan_strtoul, " -99999999999"), EBADF);
+}
+
 class Strtol : public testing::TestWithParam<Row<std::int32_t>> {};
 
 TEST_P(Strtol, Converts) {
