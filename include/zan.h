@@ -131,6 +131,14 @@ enum zan_class {
 #define ZAN_MODULE_CWMP "ZAN_CWMP"
 #define ZAN_MODULE_ACTION "ZAN_FAD"
 
+/* Where the daemon writes the ids of its queues, as decimal text: that for requests
+ * and that for the answers to registrations. */
+#define ZAN_QUEUE_FILE "/tmp/zan_qid"
+#define ZAN_REGISTRATION_QUEUE_FILE "/tmp/zan_req_qid"
+
+/* The key file of a module's queue, a format for name and instance. */
+#define ZAN_KEY_FILE "/tmp/%s_%d.msq"
+
 /* Commands of ZAN_CLASS_CFG. */
 enum zan_cfg_cmd {
     ZAN_CFG_GET = 1,
@@ -214,6 +222,7 @@ enum zan_longest {
     ZAN_LONGEST_LOGIN = 1022,        /* the items, and the newlines between them */
     ZAN_LONGEST_ATTRIBUTES = 1022,   /* path, a space and the attributes */
     ZAN_LONGEST_PRINT = 1023,        /* path, a space and the text after it */
+    ZAN_LONGEST_SET = 2046,          /* a flag of one character, path, a space and the value */
     ZAN_LONGEST_CHANGED_VALUE = 1023 /* what a value-changed handler gets */
 };
 

@@ -17,14 +17,13 @@ constexpr Command get_module_pid = {"cfg_get_module_pid", ZAN_CFG_MODULE_PID, "m
 
 constexpr std::size_t number_size = 256;
 constexpr std::size_t count_path_size = 256;
-constexpr std::size_t set_payload_bound = 2047;
 
 int get_text(const Command &command, const Formatted &path, char *value, int size) {
     return exchange_for_text(text_request(command, path.text()), value, size);
 }
 
 int set_text(const Formatted &path, const char *value) {
-    char payload[set_payload_bound];
+    char payload[ZAN_LONGEST_SET + 1];
     // The digit in front is a flag that is always 0; the daemon splits path and
     // value at the first blank.
     std::snprintf(payload, sizeof payload, "%d%s %s", 0, path.text(), value);

@@ -20,7 +20,7 @@ struct KeyFile {
     char path[64];
 
     KeyFile(const char *name, int instance) {
-        zan_sprintf(path, sizeof path, "%s/%s_%d.msq", "/tmp", name, instance);
+        zan_sprintf(path, sizeof path, ZAN_KEY_FILE, name, instance);
     }
 };
 

@@ -118,11 +118,11 @@ int zan_unregister_msq(const char *name, int instance) {
 using namespace zan;
 
 int zan_get_msq_qid(void) {
-    return read_queue_id("zan_get_msq_qid", "/tmp/zan_qid");
+    return read_queue_id("zan_get_msq_qid", ZAN_QUEUE_FILE);
 }
 
 int zan_get_reg_msq_qid(void) {
-    return read_queue_id("zan_get_reg_msq_qid", "/tmp/zan_req_qid");
+    return read_queue_id("zan_get_reg_msq_qid", ZAN_REGISTRATION_QUEUE_FILE);
 }
 
 int zan_register(const char *name, int instance) {
