@@ -19,6 +19,8 @@
 // Header-only, C++17 and Linux; needs <zan.h>, its library and threads.  Works without
 // exceptions and RTTI and throws nothing itself.
 //
+// A mesh agent is a zan::Agent, with the same calls over TCP.
+//
 // A module may be used from all threads.  It has helper threads of its own, in which all
 // signals are blocked: one from the first request on, which keeps deadlines, one from the
 // first subscription, message with acknowledgement or action on, which receives, and one from
@@ -37,6 +39,7 @@
 #ifndef ZAN_HPP
 #define ZAN_HPP
 
+#include <zan/agent.hpp>
 #include <zan/module.hpp>
 #include <zan/result.hpp>
 #include <zan/text.hpp>
