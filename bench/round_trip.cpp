@@ -5,11 +5,13 @@
 #include "ratio_report.h"
 
 #include "zan.h"
+#include "zan.hpp"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -108,6 +110,18 @@ void library_round_trip(benchmark::State &state, std::size_t size) {
     }
 }
 
+zan::Module *module;
+
+void cpp_round_trip(benchmark::State &state, std::size_t size) {
+    const std::string path = path_for(size);
+    for (auto _ : state) {
+        zan::Result<std::string> value = module->get(path);
+        if (!value || value->size() != size)
+            state.SkipWithError("get failed");
+        benchmark::DoNotOptimize(value->data());
+    }
+}
+
 template<typename Benchmark> void add(const std::string &name, Benchmark run, std::size_t size) {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(size)).c_str(), run, size)
         ->MinTime(seconds_each)
@@ -130,12 +144,18 @@ int main(int argc, char **argv) {
 
     if (zan_register("bench", 0) < 0)
         return 1;
+    std::optional<zan::Module> registered(std::in_place, "bench_hpp");
+    if (!*registered)
+        return 1;
+    module = &*registered;
     for (const std::size_t size : answer_sizes) {
         add("raw queues", raw_round_trip, size);
         add("raw, SIGTERM held, copied", raw_round_trip_with_duties, size);
         add("cfg_getstr", library_round_trip, size);
+        add("zan::Module::get", cpp_round_trip, size);
     }
     const int status = zan::bench::run_interleaved(argc, argv, "raw queues");
+    registered.reset();
     zan_unregister("bench", 0);
     for (const int queue : {request_queue, answer_queue, raw_queue})
         msgctl(queue, IPC_RMID, nullptr);
