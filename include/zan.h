@@ -131,12 +131,12 @@ enum zan_class {
 #define ZAN_MODULE_CWMP "ZAN_CWMP"
 #define ZAN_MODULE_ACTION "ZAN_FAD"
 
-/* Where the daemon writes the ids of its queues, as decimal text: that for requests
- * and that for the answers to registrations. */
+/* The files in which the daemon stores the ids of its request queue and of its
+ * queue for registration answers, as decimal text. */
 #define ZAN_QUEUE_FILE "/tmp/zan_qid"
 #define ZAN_REGISTRATION_QUEUE_FILE "/tmp/zan_req_qid"
 
-/* The key file of a module's queue, a format for name and instance. */
+/* The key file of a module's queue: a format for its name and instance. */
 #define ZAN_KEY_FILE "/tmp/%s_%d.msq"
 
 /* Commands of ZAN_CLASS_CFG. */
@@ -457,7 +457,8 @@ ZAN_API int zan_get_reg_msq_qid(void);
 /* Requests to ZAN_MODULE_CFG. A path is formatted from fmt and cut at 1023
  * characters. An instance number follows a colon, as in "/sys/user:1/name".
  * Pass a path that is not a literal as an argument to "%s". They use no heap
- * and less than 8 KB of stack.
+ * and less than 8 KB of stack, or 36 KB more if another request is in flight,
+ * which only happens while the API lock is not initialised or not held.
  *
  * Returns: 1; ZAN_ERR for a null argument or a failed wait; ZAN_ERR_SEND if the
  *     request cannot be sent, as when there is no daemon; or the daemon's
@@ -549,8 +550,8 @@ ZAN_API int cfg_print(int mode, const char *extra, const char *fmt, ...) ZAN_PRI
  * Returns: the address of their text; 0 if there is no answer or the daemon
  *     refuses; or ZAN_ERR_SEND. intptr_t is int on the target.
  * Prints: "cfg_getattr: tmp_path=PATH" in place of the line with the path.
- * Hazard: the text is not copied. The next request of the process, from any
- *     thread, overwrites it. Copy it at once, and let no other thread make
+ * Hazard: the text is in one buffer of the process, which a later request of
+ *     any thread may overwrite. Copy it at once, and let no other thread make
  *     requests meanwhile. */
 ZAN_API intptr_t cfg_getattr(const char *fmt, ...) ZAN_PRINTF(1, 2);
 
