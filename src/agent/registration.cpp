@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A module as a mesh agent: the gate, and registration over the daemon link.
+// Registration of a module as a mesh agent, over the daemon link.
 #include "msg/identity.h"
 #include "msg/lock.h"
 #include "msg/record.h"
@@ -7,9 +7,6 @@
 #include "util/pause.h"
 
 #include <cstdio>
-#include <cstring>
-
-#define ZAN_EASYMESH "/InternetGatewayDevice/X_ORVANE_EasyMesh"
 
 namespace zan {
 namespace {
@@ -52,31 +49,12 @@ void close_link() {
 
 using namespace zan;
 
-int zan_mesh_status(void) {
-    const int optimizing = cfg_getint(ZAN_EASYMESH "/Status/TopologyOptimize");
-    const int initializing = cfg_getint(ZAN_EASYMESH "/ReInitWifiFlag");
-    const int enabled = cfg_getint(ZAN_EASYMESH "/Enable");
-    char role[16] = {};
-    cfg_getstr(role, sizeof role, ZAN_EASYMESH "/DeviceRole");
-    if (enabled == 0 || std::strcmp(role, "Agent") != 0) {
-        std::printf("%s:mesh_enable=%d role=%s\n", "zan_mesh_status", enabled, role);
-        return 0;
-    }
-    if (optimizing == 0 && initializing == 0)
-        return 1;
-    if (optimizing != 0)
-        std::printf("%s:Topology is optimizing..\n", "zan_mesh_status");
-    else
-        std::printf("%s:Mapd is initializing...\n", "zan_mesh_status");
-    return 0;
-}
-
 int zan_register_agent(const char *name, int pid) {
     if (name == nullptr)
         return ZAN_ERR;
     if (zan_mesh_status() == 0)
         return refuse("zan_register_agent", name, pid);
-    // Nobody has locked it here: modules in the field depend on its release all the same.
+    // A release without a lock: modules in the field depend on it.
     zan_api_unlock();
     zan_strcpy(g_agent_name, name, sizeof g_agent_name);
     if (g_ipc_handle > 0)
@@ -104,8 +82,8 @@ int zan_unregister_agent(const char *name, int pid) {
         return refuse("zan_unregister_agent", name, pid);
     const ApiLock lock;
     zan_body body;
-    // It stays in host order, other than the registration: every device in the field
-    // sends it so, and the daemon reads both.
+    // Unlike the registration it stays in host order: every device in the field sends it
+    // so, and the daemon reads both.
     build(body, ZAN_UNREGISTER, name, pid);
     if (zan_ipc_send(g_ipc_handle, &body, record_size) < 0)
         return ZAN_ERR_SEND;
