@@ -57,7 +57,7 @@ int zan_fad_send(int cmd, int wait, int param, int code, const char *name) {
     const int sent = send_request(record.msg, {.command = command, .payload = bytes_of(action)});
     if (sent < 0)
         return sent;
-    return wait != 0 ? match_answer(record, command.type, cmd, nullptr, nullptr) : 1;
+    return wait != 0 ? await_answer(record, command.type, cmd, nullptr, nullptr) : 1;
 }
 
 int zan_upgrade_firmware(int wait, int param, const char *filename) {
@@ -107,7 +107,7 @@ int zan_save_log(void) {
 }
 
 int zan_fad_recv_msq(void) {
-    return poll_own_queue("zan_fad_recv_msq", 0, Enomsg::printed);
+    return dispatch_pending("zan_fad_recv_msq", 0, Enomsg::printed);
 }
 
 int zan_report_event_result(int event, int result) {

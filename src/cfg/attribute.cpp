@@ -25,7 +25,7 @@ intptr_t cfg_getattr(const char *fmt, ...) {
         if (send_request(record.msg, text_request(get_attr, path.text())) < 0)
             return ZAN_ERR_SEND;
         Answer answer;
-        match_answer(record, get_attr.type, get_attr.cmd, nullptr, &answer);
+        await_answer(record, get_attr.type, get_attr.cmd, nullptr, &answer);
         return reinterpret_cast<intptr_t>(answer.text != nullptr ? keep_text(answer) : nullptr);
     });
 }

@@ -15,7 +15,7 @@ namespace zan {
 namespace {
 
 constexpr Command get_over_link = {"ctl_getstr", ZAN_CFG_GET};
-constexpr Line control_report[] = {Line::failure_subject};
+constexpr ReportLine control_report[] = {ReportLine::failure_subject};
 constexpr Command control = control_command("zan_ctl_request", "cmdline", control_report);
 
 constexpr std::size_t number_size = 256;

@@ -10,7 +10,7 @@ namespace zan {
 inline constexpr int command_line_size = ZAN_LONGEST_COMMAND_LINE + 1;
 
 constexpr Command control_command(const char *function, const char *label,
-                                  std::span<const Line> report) {
+                                  std::span<const ReportLine> report) {
     return {.function = function,
             .cmd = ZAN_CONTROL_COMMAND_LINE,
             .label = label,

@@ -9,7 +9,7 @@
 namespace zan {
 namespace {
 
-constexpr Line firewall_report[] = {Line::subject, Line::failure};
+constexpr ReportLine firewall_report[] = {ReportLine::subject, ReportLine::failure};
 
 constexpr char tool[] = "firewall_cntl";
 constexpr char tool_on_bridge[] = "firewall_cntl -b";
@@ -74,5 +74,5 @@ int zan_firewall_l2b_notify(const char *p, const char *i, int m) {
 }
 
 int zan_firewall_recv_msq(void) {
-    return await_own_queue();
+    return dispatch_next();
 }

@@ -28,7 +28,8 @@ bool is_free() {
            g_ipc_enable_lock.load(std::memory_order_relaxed) == 0;
 }
 
-template<typename Operation> int when_free(Operation operation, const char *complaint = nullptr) {
+template<typename Operation>
+int with_busy_flag(Operation operation, const char *complaint = nullptr) {
     for (int attempt = 0; attempt < busy_attempts; ++attempt) {
         if (is_free()) {
             g_ipc_lock.store(1, std::memory_order_relaxed);
@@ -57,27 +58,27 @@ int zan_ipc_create(const char *name, int) {
 }
 
 int zan_ipc_send(int fd, const void *data, int len) {
-    return when_free([=] { return zan_socket_send(fd, data, len); }, "zan_ipc_send");
+    return with_busy_flag([=] { return zan_socket_send(fd, data, len); }, "zan_ipc_send");
 }
 
 int zan_ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to) {
-    return when_free([=] { return zan_socket_send_to(fd, data, len, to); });
+    return with_busy_flag([=] { return zan_socket_send_to(fd, data, len, to); });
 }
 
 int zan_ipc_recv(int fd, void *buf, int len) {
-    return when_free([=] { return zan_socket_recv(fd, buf, len); });
+    return with_busy_flag([=] { return zan_socket_recv(fd, buf, len); });
 }
 
 int zan_ipc_try_recv(int fd, void *buf, int len) {
-    return when_free([=] { return zan_socket_try_recv(fd, buf, len); });
+    return with_busy_flag([=] { return zan_socket_try_recv(fd, buf, len); });
 }
 
 int zan_ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
-    return when_free([=] { return zan_socket_recv_from(fd, buf, len, from); });
+    return with_busy_flag([=] { return zan_socket_recv_from(fd, buf, len, from); });
 }
 
 int zan_ipc_delete(int fd) {
-    return when_free([=] { return zan_socket_delete(fd); });
+    return with_busy_flag([=] { return zan_socket_delete(fd); });
 }
 
 int ipc_create_server(const char *module) {
@@ -89,7 +90,7 @@ int ipc_create_client(void) {
 }
 
 int ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to) {
-    return when_free([=] {
+    return with_busy_flag([=] {
         if (len < 0) {
             errno = EINVAL;
             return -1;
@@ -100,11 +101,11 @@ int ipc_send_to(int fd, const void *data, int len, const struct sockaddr_in *to)
 }
 
 int ipc_recv(int fd, void *buf, int len) {
-    return when_free([=] { return zan_socket_recv(fd, buf, len); });
+    return with_busy_flag([=] { return zan_socket_recv(fd, buf, len); });
 }
 
 int ipc_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
-    return when_free([=] { return ipc_socket_recv_from(fd, buf, len, from); });
+    return with_busy_flag([=] { return ipc_socket_recv_from(fd, buf, len, from); });
 }
 
 int ipc_get_module_addr(const char *module, struct sockaddr_in *addr) {

@@ -77,7 +77,7 @@ private:
     va_list arguments_;
 };
 
-struct Line {
+struct LogLine {
     int level;
     TimeText time;
     LogName name;
@@ -87,28 +87,28 @@ struct Line {
 // ---- console and terminals
 
 // What stands around a line there.
-struct Form {
+struct Decoration {
     const char *begin;
     const char *end;
 };
-constexpr Form plain = {"", " \n"};
-constexpr Form red = {"\033[1;31m", "\033[m\n"};
-constexpr Form green = {"\033[1;32m", "\033[m\n"};
-constexpr Form blue = {"\033[1;34m", "\033[m\n"};
+constexpr Decoration plain = {"", " \n"};
+constexpr Decoration red = {"\033[1;31m", "\033[m\n"};
+constexpr Decoration green = {"\033[1;32m", "\033[m\n"};
+constexpr Decoration blue = {"\033[1;34m", "\033[m\n"};
 
-constexpr Form terminal_form(int level) {
+constexpr Decoration terminal_decoration(int level) {
     if (level < ZAN_LOG_WARNING)
         return red;
     return level == ZAN_LOG_NOTICE ? green : plain;
 }
 
-constexpr Form console_form(int level) {
-    return level == ZAN_LOG_INFO ? blue : terminal_form(level);
+constexpr Decoration console_decoration(int level) {
+    return level == ZAN_LOG_INFO ? blue : terminal_decoration(level);
 }
 
-void write_line(FILE *stream, const Line &line, const Form &form) {
-    std::fprintf(stream, "%s%s:%s\t%s%s", form.begin, line.time.text, line.name.text, line.text,
-                 form.end);
+void write_line(FILE *stream, const LogLine &line, const Decoration &decoration) {
+    std::fprintf(stream, "%s%s:%s\t%s%s", decoration.begin, line.time.text, line.name.text,
+                 line.text, decoration.end);
 }
 
 FILE *console() {
@@ -123,7 +123,7 @@ FILE *console() {
     return stream;
 }
 
-void write_to_terminals(const Line &line) {
+void write_to_terminals(const LogLine &line) {
     for (int n = 0; n < terminals; ++n) {
         char path[12];
         zan_sprintf(path, sizeof path, "/dev/pts/%d", n);
@@ -132,7 +132,7 @@ void write_to_terminals(const Line &line) {
         FILE *const terminal = std::fopen(path, "w+b");
         if (terminal == nullptr)
             continue;
-        write_line(terminal, line, terminal_form(line.level));
+        write_line(terminal, line, terminal_decoration(line.level));
         zan_fclose(terminal);
     }
 }
@@ -166,7 +166,7 @@ const char *name_of(int level) {
     return known ? level_names[level] : "Unknown";
 }
 
-void append_to_file(const Line &line, const char *module) {
+void append_to_file(const LogLine &line, const char *module) {
     char path[64];
     zan_sprintf(path, sizeof path, "/var/log/%s", module != nullptr ? module : "(null)");
     FILE *const file = std::fopen(path, "ab");
@@ -195,9 +195,9 @@ zan_log_entry *find_entry(zan_log_entry *table, const char *module) {
         return;
     }
     const bool all = dest == ZAN_LOG_ALL;
-    const Line line = {level, current_time(), LogName(entry), text.characters};
+    const LogLine line = {level, current_time(), LogName(entry), text.characters};
     if (all || dest == ZAN_LOG_CONSOLE)
-        write_line(console(), line, console_form(level));
+        write_line(console(), line, console_decoration(level));
     if (all || dest == ZAN_LOG_TERMINALS)
         write_to_terminals(line);
     if (all)

@@ -61,7 +61,7 @@ void copy_answer(const Answer &answer, zan_resp &resp) {
 int await_configuration_answer(int cmd, char *err, zan_resp *resp) {
     return with_request_record([&](ReceiveRecord &record) {
         Answer answer;
-        const int result = match_answer(record, ZAN_CLASS_CFG, cmd, err, &answer);
+        const int result = await_answer(record, ZAN_CLASS_CFG, cmd, err, &answer);
         if (resp != nullptr && answer.text != nullptr) {
             resp->ptr = keep_text(answer);
             resp->len = answer.len;
@@ -73,7 +73,7 @@ int await_configuration_answer(int cmd, char *err, zan_resp *resp) {
 int await_other_answer(int type, int cmd, char *err, zan_resp *resp) {
     ReceiveRecord record;
     Answer answer;
-    const int result = match_answer(record, type, cmd, err, &answer);
+    const int result = await_answer(record, type, cmd, err, &answer);
     if (result < 0 || type != ZAN_CLASS_CWMP)
         return result;
     if (resp != nullptr)
@@ -90,7 +90,7 @@ int storage_size(int max) {
 // How far a record received into a caller's storage is made to read as zeros after
 // what it brought: as far as a dispatch, and a handler that trusts `len`, can reach.
 int reach_of(zan_body &body, int received, int size) {
-    zero_behind(body, received, std::min<int>(size, ZAN_HEADER_SIZE));
+    zero_after(body, received, std::min<int>(size, ZAN_HEADER_SIZE));
     if (size < ZAN_HEADER_SIZE)
         return size;
     const int read_by_dispatch = received + static_cast<int>(sizeof(int32_t));
@@ -122,14 +122,14 @@ constexpr char client_receive_error[] = "%s: receive msq message error, msgid: %
 constexpr char poll_receive_error[] = "%s:receive msq message error, msgid: %d. Error:%s\n";
 
 int dispatch_from_own(zan_msg &msg, int received) {
-    zero_behind(msg.body, received, ZAN_BODY_SIZE);
+    zero_after(msg.body, received, ZAN_BODY_SIZE);
     return dispatch(msg.body, ZAN_DATA_SIZE);
 }
 
 int dispatch_from_callers(zan_msg &msg, int received, int max) {
     const int size = storage_size(max);
     zan_body &body = msg.body;
-    zero_behind(body, received, reach_of(body, received, size));
+    zero_after(body, received, reach_of(body, received, size));
     return handler_may_overrun(body, size) ? dispatch_copy(body, received)
                                            : dispatch(body, size - ZAN_HEADER_SIZE);
 }
@@ -172,7 +172,7 @@ char *keep_text(const Answer &answer) {
     return g_kept_text;
 }
 
-int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer) {
+int await_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer) {
     int len = 0;
     const int received = await_record(record, type, cmd, &len);
     if (received < 0)
@@ -187,7 +187,7 @@ int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *an
     return 1;
 }
 
-int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg) {
+int dispatch_pending(const char *function, int msgtyp, Enomsg enomsg) {
     zan_msg msg;
     const int result = take_waiting(&msg, msgtyp, ZAN_BODY_SIZE, Storage::own);
     if (result < 0 && (errno != ENOMSG || enomsg == Enomsg::printed))
@@ -195,7 +195,7 @@ int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg) {
     return result;
 }
 
-int await_own_queue() {
+int dispatch_next() {
     zan_msg msg;
     return take_next(&msg, 0, ZAN_BODY_SIZE, Storage::own);
 }
@@ -233,9 +233,9 @@ int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max) {
 }
 
 int zan_recv_msq(void) {
-    return poll_own_queue("zan_recv_msq", ZAN_CLASS_MESSAGE);
+    return dispatch_pending("zan_recv_msq", ZAN_CLASS_MESSAGE);
 }
 
 int zan_recv_notify_msq(void) {
-    return poll_own_queue("zan_recv_notify_msq", ZAN_CLASS_NOTIFY);
+    return dispatch_pending("zan_recv_notify_msq", ZAN_CLASS_NOTIFY);
 }

@@ -15,7 +15,7 @@ struct Answer {
 
 // zan_client_recv_msq_response on the given storage.  `answer`, when not null, is
 // filled for the commands that answer with text.
-int match_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer);
+int await_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *answer);
 
 // Copies an answer's text to where it stays until the next call, from any thread.
 char *keep_text(const Answer &answer);
@@ -24,9 +24,9 @@ char *keep_text(const Answer &answer);
 // own queue, is printed under the name of `function`: always, or unless errno
 // happens to say ENOMSG.
 enum class Enomsg { silent, printed };
-int poll_own_queue(const char *function, int msgtyp, Enomsg enomsg = Enomsg::silent);
+int dispatch_pending(const char *function, int msgtyp, Enomsg enomsg = Enomsg::silent);
 
 // The same of any type, but waits for the record; an interruption gives 0.
-int await_own_queue();
+int dispatch_next();
 
 } // namespace zan

@@ -33,9 +33,9 @@ int zan_cwmp_recv(int cmd, zan_resp *resp) {
 }
 
 int zan_cwmp_recv_msq(void) {
-    return poll_own_queue("zan_cwmp_recv_msq", ZAN_CLASS_MESSAGE);
+    return dispatch_pending("zan_cwmp_recv_msq", ZAN_CLASS_MESSAGE);
 }
 
 int zan_cwmp_recv_notify_msq(void) {
-    return poll_own_queue("zan_cwmp_recv_notify_msq", ZAN_CLASS_NOTIFY);
+    return dispatch_pending("zan_cwmp_recv_notify_msq", ZAN_CLASS_NOTIFY);
 }

@@ -54,7 +54,7 @@ int send_over_queue(const Message &message, const char *module, const void *data
         return result; // the lock stays held
     }
     if (acknowledged == Acknowledged::yes)
-        result = match_answer(record, message.type, ZAN_MESSAGE_ACK, nullptr, nullptr);
+        result = await_answer(record, message.type, ZAN_MESSAGE_ACK, nullptr, nullptr);
     zan_msq_unlock();
     return result;
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The receive thread, in its locking and its lock-free form.
+// The receive thread, in its locking and its lock-free kind.
 #include "msg/lock.h"
 #include "msg/record.h"
 #include "util/errno_guard.h"
@@ -54,7 +54,7 @@ public:
     zan_msg msg = {};
 
     void dispatch(int received) {
-        zero_behind(msg.body, received, dirty_end_);
+        zero_after(msg.body, received, dirty_end_);
         // A handler may have written anywhere into its record.
         dirty_end_ = zan_process_data(&msg.body) != 0 ? ZAN_BODY_SIZE : received;
     }
@@ -125,19 +125,19 @@ void receive_without_lock(int mtype) {
     }
 }
 
-struct Form {
+struct ThreadKind {
     const char *name;
     void (*receive)(int mtype);
 };
-constexpr Form locking = {"zan_thread_create", receive_under_lock};
-constexpr Form lock_free = {"zan_thread_create_wo_lock", receive_without_lock};
+constexpr ThreadKind locking = {"zan_thread_create", receive_under_lock};
+constexpr ThreadKind lock_free = {"zan_thread_create_wo_lock", receive_without_lock};
 
-template<const Form &form> void *thread_main(void *argument) {
+template<const ThreadKind &kind> void *thread_main(void *argument) {
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     const int mtype = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-    std::printf("%s: mtype=%d g_msq_qid=%d-------------------->\n", form.name, mtype, g_msq_qid);
+    std::printf("%s: mtype=%d g_msq_qid=%d-------------------->\n", kind.name, mtype, g_msq_qid);
     if (g_msq_qid >= 0)
-        form.receive(mtype);
+        kind.receive(mtype);
     mark_ended();
     return nullptr;
 }

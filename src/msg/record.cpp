@@ -61,10 +61,10 @@ void set_payload(zan_body &body, const char *payload, std::size_t size, int len)
         std::memcpy(body.data, payload, copied);
     body.len = len;
     const int payload_end = ZAN_HEADER_SIZE + static_cast<int>(copied);
-    zero_behind(body, payload_end, std::min<int>(len, ZAN_DATA_SIZE) + ZAN_HEADER_SIZE);
+    zero_after(body, payload_end, std::min<int>(len, ZAN_DATA_SIZE) + ZAN_HEADER_SIZE);
 }
 
-void zero_behind(zan_body &body, int received, int end) {
+void zero_after(zan_body &body, int received, int end) {
     if (received < end)
         std::memset(bytes_of(body) + received, 0, static_cast<std::size_t>(end - received));
 }

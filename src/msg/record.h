@@ -62,7 +62,7 @@ void set_payload(zan_body &body, const char *payload, std::size_t size, int len)
 
 // After a receive of `received` bytes: what the record does not bring reads as
 // zeros up to `end`, counted like `received` from `type` on.
-void zero_behind(zan_body &body, int received, int end);
+void zero_after(zan_body &body, int received, int end);
 
 // Turns the seven words that travel on sockets in network order from one order
 // into the other; `time` and `spare` always travel in the sender's own.

@@ -11,21 +11,21 @@
 namespace zan {
 namespace {
 
-void report_line(const Request &request, Line line) {
+void report_line(const Request &request, ReportLine line) {
     const Command &command = request.command;
     switch (line) {
-    case Line::failure:
+    case ReportLine::failure:
         std::printf("%s:zan_msg_send fail!\n", command.function);
         break;
-    case Line::failure_subject:
+    case ReportLine::failure_subject:
         std::printf("%s:zan_msg_send fail! %s=%s\n", command.function, command.label,
                     request.subject);
         break;
-    case Line::subject:
+    case ReportLine::subject:
         if (command.label != nullptr)
             std::printf("%s: %s=%s\n", command.function, command.label, request.subject);
         break;
-    case Line::pid:
+    case ReportLine::pid:
         std::printf("%s: pid=%d\n", command.function, own_pid());
         break;
     }
@@ -51,7 +51,7 @@ int send_request(zan_msg &msg, const Request &request) {
     const int sent = zan_msg_send(g_zan_qid, &msg, ZAN_HEADER_SIZE + request.len);
     if (sent >= 0)
         return sent;
-    for (const Line line : request.command.report)
+    for (const ReportLine line : request.command.report)
         report_line(request, line);
     return ZAN_ERR_SEND;
 }
@@ -68,7 +68,7 @@ int exchange(const Request &request, const AnswerReader &read) {
             return sent;
         const Command &command = request.command;
         Answer answer;
-        const int result = match_answer(record, command.type, command.cmd, nullptr, &answer);
+        const int result = await_answer(record, command.type, command.cmd, nullptr, &answer);
         if (answer.text != nullptr)
             read(answer);
         return result;

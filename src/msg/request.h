@@ -11,14 +11,15 @@
 namespace zan {
 
 // A line of the report that a failed send prints.
-enum class Line {
+enum class ReportLine {
     failure,         // "FUNCTION:zan_msg_send fail!"
     failure_subject, // "FUNCTION:zan_msg_send fail! LABEL=SUBJECT"
     subject,         // "FUNCTION: LABEL=SUBJECT", when there is a label
     pid,             // "FUNCTION: pid=PID"
 };
-inline constexpr Line usual_report[] = {Line::failure, Line::subject, Line::pid};
-inline constexpr Line short_report[] = {Line::failure};
+inline constexpr ReportLine usual_report[] = {ReportLine::failure, ReportLine::subject,
+                                              ReportLine::pid};
+inline constexpr ReportLine short_report[] = {ReportLine::failure};
 
 // What the requests of one function have in common.
 struct Command {
@@ -28,7 +29,7 @@ struct Command {
     int type = ZAN_CLASS_CFG;
     const char *destination = ZAN_MODULE_CFG;
     bool timed = false; // carries the time of sending
-    std::span<const Line> report = usual_report;
+    std::span<const ReportLine> report = usual_report;
 };
 
 struct Request {

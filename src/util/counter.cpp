@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "util/kernel_table.h"
 #include "util/number.h"
-#include "util/table.h"
 #include "util/text.h"
 #include "zan.h"
 
@@ -42,7 +42,7 @@ struct Field {
 };
 
 // Numbers go on from line to line: the first one that matches supplies the values.
-void read_counters(Table &table, const char *name, const std::array<Field, 4> &fields) {
+void read_counters(KernelTable &table, const char *name, const std::array<Field, 4> &fields) {
     char line[line_size];
     int number = 0;
     while (table.read_line(line)) {
@@ -90,7 +90,7 @@ void read_labelled(const char *line, const char *label, std::uint32_t *output) {
 }
 
 int read_multicast(const char *path, std::uint32_t *received, std::uint32_t *transmitted) {
-    Table statistics(path);
+    KernelTable statistics(path);
     if (!statistics.valid())
         return 0;
     char line[line_size];
@@ -109,7 +109,7 @@ using namespace zan;
 int get_inf_rx3tx(const char *ifname, uint32_t *rx_packets, uint32_t *rx_bytes,
                   uint32_t *tx_packets, uint32_t *tx_bytes, uint32_t *rx_multicast,
                   uint32_t *tx_multicast) {
-    Table devices("/proc/net/dev");
+    KernelTable devices("/proc/net/dev");
     char name[name_size];
     if (!devices.valid() || !resolve_interface(ifname, name))
         return 0;

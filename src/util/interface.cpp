@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "util/ipv6_line.h"
-#include "util/table.h"
+#include "util/kernel_table.h"
 #include "zan.h"
 
 #include <arpa/inet.h>
@@ -82,7 +82,7 @@ int ipv6_address(const char *ifname, char *text) {
     const QuerySocket query;
     if (!query.valid())
         return -1;
-    Table table("/proc/net/if_inet6");
+    KernelTable table("/proc/net/if_inet6");
     if (!table.valid())
         return 0;
     char line[ipv6_line_size];
@@ -134,7 +134,7 @@ int get_addr_by_inf(int family, const char *ifname, struct sockaddr *addr, int *
 int get_infname_by_ip(char *ifname, const char *ip) {
     if (ifname == nullptr || ip == nullptr)
         return 0;
-    Table table("/proc/net/dev");
+    KernelTable table("/proc/net/dev");
     if (!table.valid())
         return 0;
     char line[256];

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "util/ipv6_line.h"
-#include "util/table.h"
+#include "util/kernel_table.h"
 #include "zan.h"
 
 #include <arpa/inet.h>
@@ -110,7 +110,7 @@ using namespace zan;
 int get_route_ip(const char *dest, char *ifaddr, char *gateway) {
     if (dest == nullptr || ifaddr == nullptr)
         return 0;
-    Table table(route_table);
+    KernelTable table(route_table);
     if (!table.valid())
         return 0;
     *ifaddr = '\0';
@@ -130,7 +130,7 @@ int get_route_ip(const char *dest, char *ifaddr, char *gateway) {
 }
 
 int get_route6_ip(const char *dest, char *ifaddr) {
-    Table table("/proc/net/ipv6_route");
+    KernelTable table("/proc/net/ipv6_route");
     if (!table.valid())
         return 0;
     if (ifaddr != nullptr)
@@ -153,7 +153,7 @@ int get_route6_ip(const char *dest, char *ifaddr) {
 }
 
 int get_default_gw(char *ifname, uint32_t *gateway) {
-    Table table(route_table);
+    KernelTable table(route_table);
     if (!table.valid())
         return 0;
     char line[route_line_size];

@@ -7,15 +7,15 @@
 namespace zan {
 
 // A text table of the kernel's, open for as long as the object lives.
-class Table {
+class KernelTable {
 public:
-    explicit Table(const char *path) : file_(std::fopen(path, "re")) {}
-    ~Table() {
+    explicit KernelTable(const char *path) : file_(std::fopen(path, "re")) {}
+    ~KernelTable() {
         if (file_ != nullptr)
             std::fclose(file_);
     }
-    Table(const Table &) = delete;
-    Table &operator=(const Table &) = delete;
+    KernelTable(const KernelTable &) = delete;
+    KernelTable &operator=(const KernelTable &) = delete;
 
     bool valid() const { return file_ != nullptr; }
 
