@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// System actions, which the daemon's file-and-action module carries out.  They take
-// no lock: the answer to one can be read, and dropped, by the wait of another action
-// or by anything that receives their class or any type.
+// System actions, which the daemon's file-and-action module executes.  They take no lock.
+// HAZARD: the wait of another action, or any receive of their class or of any type, can
+// take the answer.
 #include "cfg/formatted.h"
 #include "msg/request.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Back to the defaults, and from the stored configuration to the running system.
+// Resets to the defaults, and applies the stored configuration to the running system.
 #include "cfg/formatted.h"
 #include "msg/identity.h"
 #include "msg/request.h"
@@ -15,8 +15,8 @@ constexpr Command apply_firewall_event = {"cfg_apply_firewall_event", ZAN_CFG_AP
 
 constexpr int being_written = 1;
 
-// Asked before the lock is taken: writing may begin right after the answer.  When
-// it cannot be read, nobody writes.
+// Read before the lock is taken: writing may begin right after the answer.  If the state
+// cannot be read, no writer is assumed.
 bool is_being_written_remotely() {
     return cfg_getint("/runtime/app/tr069/config_state") == being_written;
 }

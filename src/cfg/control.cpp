@@ -63,7 +63,7 @@ int ctl_getstr(char *value, int size, const char *fmt, ...) {
 int ctl_getint(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt);
     char number[number_size] = {};
-    // The message names the queue's function.
+    // The message names cfg_getint, as on every device in the field.
     if (!mesh_is_ready() || read_over_link(path.formatted_again(), number, sizeof number) != 1)
         std::printf("cfg_getint failed for %s\n", path.text());
     return to_int(number);

@@ -18,7 +18,7 @@ constexpr Command interface_name = {"zan_cfg_get_ifname", ZAN_CFG_IFNAME};
 
 constexpr int kinds = 10; // one digit of the payload
 
-// A text that fits is bounded once more, by the default; one that does not is cut
+// A text that fits is also limited by the default bound; one that does not fit is cut
 // without a warning.
 void copy_converted(char *value, int size, const char *text) {
     if (value == nullptr || size < 1)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What kind of device this is: read once, and kept for the life of the process.
+// Facts about the device, read once and kept for the life of the process.
 #include "cfg/conversion.h"
 #include "cfg/formatted.h"
 
@@ -15,8 +15,8 @@ enum Fact { model, type, customer_id };
 constexpr const char *fact_paths[] = {"/runtime/hw/model", "/runtime/hw/type",
                                       "/runtime/hw/customer_id"};
 
-// 0 is never kept, and so asked for every time.  Threads that miss the same fact
-// store the same value.
+// 0 is never kept, and so requested every time.  Threads that miss the same fact store
+// the same value.
 constinit std::atomic<int32_t> g_tmp_hw_id_info[3] = {};
 constinit std::atomic<bool> g_tmp_hw_id_init = false;
 
@@ -47,7 +47,7 @@ constexpr WanType wan_types[] = {{"Ethernet", 1}, {"xPON", 2}};
 
 constexpr int interface_path_kind = 2;
 
-// A path is converted to the interface's name; it is a format once more.
+// A path is converted to the interface's name; it is used as a format again.
 void interface_name_of(char (&converted)[ZAN_PATH_SIZE], const char *name) {
     if (std::strchr(name, '/') == nullptr)
         std::snprintf(converted, sizeof converted, "%s", name);

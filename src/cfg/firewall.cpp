@@ -14,7 +14,7 @@ constexpr ReportLine firewall_report[] = {ReportLine::subject, ReportLine::failu
 constexpr char tool[] = "firewall_cntl";
 constexpr char tool_on_bridge[] = "firewall_cntl -b";
 
-// Left out of the line when it is null.
+// Left out of the line if the value is null.
 struct Option {
     char letter;
     const char *value;

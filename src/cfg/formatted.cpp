@@ -15,7 +15,7 @@ void copy_bounded(char *text, const char *source, std::size_t bound) {
     text[length] = '\0';
 }
 
-// What the formatter makes of an argument of "%s".
+// What the formatter prints for an argument of "%s".
 const char *shown(const char *argument) {
     return argument != nullptr ? argument : "(null)";
 }

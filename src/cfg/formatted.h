@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The text that a variadic function's arguments make: a path, above all.
+// Text formatted from a variadic function's arguments, usually a path.
 #pragma once
 
 #include "zan.h"
@@ -14,12 +14,12 @@ class Formatted {
 public:
     Formatted(const char *format, va_list arguments, std::size_t bound = ZAN_PATH_SIZE);
 
-    // Some functions hand their formatted path on as a format, for which there are no
-    // arguments: see format_without_arguments.
+    // Some functions use their formatted path as a format again, without arguments: see
+    // format_without_arguments.
     static Formatted without_arguments(const char *format) { return Formatted(format); }
     Formatted formatted_again() const { return Formatted(text_); }
 
-    // Drops the character when the text fills its storage.
+    // Drops the character if the text fills its storage.
     void append(char c);
 
     const char *text() const { return text_; }
@@ -32,8 +32,8 @@ private:
 
 } // namespace zan
 
-// Opens a variadic function that ends in `fmt, ...`: defines `name`, the text they
-// make, or returns `refusal` for a null fmt.  A bound may follow.
+// Defines `name`, the text formatted from `fmt, ...`, or returns `refusal` for a null fmt.
+// A bound may follow.
 #define ZAN_FORMAT_OR_RETURN(refusal, name, fmt, ...)                                              \
     if ((fmt) == nullptr)                                                                          \
         return (refusal);                                                                          \

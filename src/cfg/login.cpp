@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Checking a login, and the accounts there are.
+// Login checks, and the user accounts.
 #include "msg/lock.h"
 #include "msg/request.h"
 #include "util/number.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr Command login = {"zan_loginauth", ZAN_CFG_LOGIN};
 
-// The items, one per line.  What does not fit is left out, but counted.
+// The items, one per line.  Text that does not fit is left out, but counted.
 class LoginText {
 public:
     void append(const char *separator, const char *item) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Telling the daemon which value changes and events this module wants.
+// Subscriptions to value changes and events.
 #include "msg/lock.h"
 #include "msg/request.h"
 
@@ -53,8 +53,8 @@ using namespace zan;
 int zan_notify_register_value_changed(const char *path, unsigned int option, int flag) {
     if (path == nullptr)
         return ZAN_ERR;
-    // Before the option is checked, as on every device in the field: a refused call, too,
-    // waits for the lock and lets SIGTERM through when it returns.
+    // Before the option is checked, as on every device in the field: a refused call waits
+    // for the lock, too, and unblocks SIGTERM when it returns.
     const ApiLock lock;
     if (option >= option_limit)
         return ZAN_ERR;

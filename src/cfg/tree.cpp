@@ -13,7 +13,7 @@ constexpr Command set_file = {"cfg_setfile", ZAN_CFG_SET_FILE, "loadfile"};
 constexpr Command dump = {"cfg_dump", ZAN_CFG_DUMP, "dumpfile"};
 constexpr Command print = {"cfg_print", ZAN_CFG_PRINT, "tmp_path"};
 
-// The report names the file as the caller gave it, the record what fits.
+// The report names the file as the caller passed it; the record holds what fits.
 int request_with_file(const Command &command, const char *file, int arg = 0) {
     if (file == nullptr)
         return ZAN_ERR;

@@ -24,8 +24,8 @@ int get_text(const Command &command, const Formatted &path, char *value, int siz
 
 int set_text(const Formatted &path, const char *value) {
     char payload[ZAN_LONGEST_SET + 1];
-    // The digit in front is a flag that is always 0; the daemon splits path and
-    // value at the first blank.
+    // The leading digit is a flag that is always 0; the daemon splits path and value at the
+    // first space.
     std::snprintf(payload, sizeof payload, "%d%s %s", 0, path.text(), value);
     return exchange_locked({.command = set, .payload = payload, .subject = path.text()});
 }
@@ -67,7 +67,7 @@ int cfg_setint(int value, const char *fmt, ...) {
 
 int cfg_getcount(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt, count_path_size);
-    // Behind an object it asks for the number of its instances.
+    // After an object's path it requests the number of instances.
     path.append('#');
     char number[number_size] = {};
     get_text(get, path.formatted_again(), number, sizeof number);

@@ -41,7 +41,7 @@ void copy_cut(const Buffer &to, const char *text) {
     to.start[length] = '\0';
 }
 
-// Null when memory runs out: an event that lost a member would be another event.
+// Null if memory runs out: an event without one of its members would be another event.
 JsonText print_object(Keys keys, const char *const *values) {
     const JsonTree object(cJSON_CreateObject());
     if (object == nullptr)
@@ -89,7 +89,7 @@ using namespace zan;
 #define ZAN_FOR_4(X) ZAN_FOR_3(X), X(4)
 #define ZAN_FOR_5(X) ZAN_FOR_4(X), X(5)
 #define ZAN_FOR_6(X) ZAN_FOR_5(X), X(6)
-// A row with more keys is told of by the assertion below.
+// The assertion below reports a row with more keys.
 #define ZAN_SEVENTH(k1, k2, k3, k4, k5, k6, result, ...) result
 #define ZAN_FOR_EACH(X, ...)                                                                       \
     ZAN_SEVENTH(__VA_ARGS__, ZAN_FOR_6, ZAN_FOR_5, ZAN_FOR_4, ZAN_FOR_3, ZAN_FOR_2, ZAN_FOR_1, )(X)

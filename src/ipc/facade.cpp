@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Which channel is used, and the busy flag that keeps the calls of one process
-// from overlapping.
+// Selects the channel and keeps the calls of one process apart with a busy flag.
 #include "util/pause.h"
 #include "zan.h"
 
@@ -17,9 +16,8 @@ constexpr int busy_attempts = 6;
 constexpr int busy_pause_us = 200'000;
 constexpr int still_busy = -1;
 
-// Tested and set in two steps: best effort, not mutual exclusion.  Atomic only so
-// that two threads may do it at all, and that a call sees what the one before it
-// left behind.
+// Tested and set in two steps: best effort, not mutual exclusion.  Atomic only so that
+// threads may do it concurrently and a call sees what the previous one wrote.
 constinit std::atomic<unsigned char> g_ipc_lock = 0;
 constinit std::atomic<unsigned char> g_ipc_enable_lock = 1;
 

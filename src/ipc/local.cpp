@@ -22,7 +22,7 @@ constexpr int datagram_backlog = 5;
 constexpr int server_number = 0;
 
 constinit PendingList pending = {};
-// The datagram socket made last, and its file, removed with it.
+// The datagram socket created last, and its file, which is removed with it.
 constinit int g_lsocket_fd = -1;
 constinit char g_lsocket_file[256] = {};
 
@@ -50,8 +50,8 @@ int refuse(const char *reason) {
     return -1;
 }
 
-// Takes the socket's file over when nobody listens behind it any more.  On
-// failure the socket stays open.
+// Replaces the socket's file if no process listens on it.  On failure the socket stays
+// open.
 int bind_over_stale(int fd, const SocketFile &file) {
     const sockaddr_un address = file.address();
     if (bind(fd, generic(&address), sizeof address) == 0)
@@ -72,8 +72,8 @@ int finish(int fd) {
 int serve(int fd, const SocketFile &file, int backlog) {
     if (bind_over_stale(fd, file) != 0)
         return -1;
-    // A datagram socket cannot; on the devices in the field it is asked to all the same,
-    // and nobody looks at the outcome.
+    // A datagram socket cannot listen: the result is ignored, as on every device in the
+    // field.
     listen(fd, backlog);
     return finish(fd);
 }

@@ -38,7 +38,7 @@ constinit PendingList pending = {};
 constinit int g_zan_port = default_daemon_port;
 constinit int g_ipc_port = first_module_port;
 
-// A file under /tmp that tells where a socket is found.
+// A file under /tmp with the port or address of a socket.
 struct AddressFile {
     char path[256];
 
@@ -60,7 +60,7 @@ struct AddressFile {
         return written ? 1 : 0;
     }
 
-    // False when there is no such file; an empty one gives an empty line.
+    // False if there is no such file; an empty one gives an empty line.
     bool read_line(char (&line)[first_line_size]) const {
         line[0] = '\0';
         FILE *file = std::fopen(path, "r");
@@ -100,8 +100,8 @@ const sockaddr *generic(const sockaddr_in *address) {
     return reinterpret_cast<const sockaddr *>(address);
 }
 
-// Binds at the first free port from *port upward, and leaves that there.  False
-// when none is left: ports may be free again when the next search starts.
+// Binds to the first free port from *port upward and stores it there.  False if none is
+// free; *port stays, because ports may be free again at the next search.
 bool bind_upward(int fd, in_addr_t host, int *port) {
     for (int candidate = *port; candidate <= last_port; ++candidate) {
         const sockaddr_in address = address_of(host, candidate);
@@ -113,8 +113,8 @@ bool bind_upward(int fd, in_addr_t host, int *port) {
     return false;
 }
 
-// Only behind bind(), as on every device in the field: before it, two UDP servers would
-// share a port where the second is to take the next one.
+// Only after bind(), as on every device in the field: before it, two UDP servers would
+// share a port, and the second must take the next one.
 void reuse_address(int fd) {
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -141,7 +141,7 @@ int create_daemon_end() {
 sockaddr_in daemon_address() {
     char text[address_text_size] = {};
     zan_get_socket_ip(text);
-    // Before it is trimmed: a line of blanks is an address that cannot be reached.
+    // Before it is trimmed: a line of spaces is an address that cannot be reached.
     if (text[0] == '\0')
         std::memcpy(text, default_daemon_address, sizeof default_daemon_address);
     zan_trimr(text);
@@ -257,7 +257,7 @@ int zan_socket_try_recv(int fd, void *buf, int len) {
 
 int zan_socket_recv_from(int fd, void *buf, int len, struct sockaddr_in *from) {
     const timeval timeout = {receive_timeout_s, 0};
-    // The caller gets what the printing returned, and always has.
+    // The caller gets the result of the printing, as on every device in the field.
     if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0)
         return std::printf("socket option  SO_RCVTIMEO not support\n");
     const int received = ipc_socket_recv_from(fd, buf, len, from);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr int resend_failed = -3;
 
-// A peer that is gone is an error to report, not a signal that ends the module.
+// A peer that is gone is reported as an error, not by a signal that ends the module.
 int transfer(const Destination &to, const void *data, std::size_t size) {
     const ssize_t sent = to.address == nullptr
                              ? send(to.fd, data, size, MSG_NOSIGNAL)

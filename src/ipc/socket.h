@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What both socket channels do with a socket.
+// Operations that both socket channels share.
 #pragma once
 
 #include <sys/socket.h>
@@ -8,13 +8,13 @@ namespace zan {
 
 inline constexpr int daemon_backlog = 65;
 
-// The name under which a create makes the daemon's end of a link, in any case.
+// Whether a create with this name makes the daemon's end of a link; case is ignored.
 bool names_daemon(const char *name);
 
 // Sets SO_SNDTIMEO; false after printing the failure.
 bool set_send_timeout(int fd, int milliseconds);
 
-// Receives without waiting for anything but data; the calls' own results.
+// recv() and recvfrom(), which refuse a negative length with EINVAL.
 int receive(int fd, void *buf, int len, int flags);
 int receive_from(int fd, void *buf, int len, sockaddr *from, socklen_t from_size);
 

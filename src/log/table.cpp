@@ -18,7 +18,7 @@ namespace {
 constexpr int creation_flags = IPC_CREAT | 0777;
 static_assert(creation_flags == 1023);
 
-// For people who look for the segment with ipcs.
+// Lets people find the segment with ipcs.
 void write_key_file(key_t key) {
     FILE *file = std::fopen("/tmp/ipc_used", "w+");
     if (file == nullptr)
@@ -31,7 +31,7 @@ void write_key_file(key_t key) {
 int create_segment(key_t key) {
     int id = shmget(key, log_table_bytes, creation_flags);
     if (id == 0) {
-        // Everybody takes 0 for a failure: a new segment gets another id.
+        // Every caller takes 0 for a failure: a new segment gets another id.
         shmctl(0, IPC_RMID, nullptr);
         id = shmget(key, log_table_bytes, creation_flags);
     }

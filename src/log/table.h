@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The log table: one segment of shared memory that every module of the device
-// attaches, so that all see the settings of all.  No lock guards it, and any
-// process may write anything to it at any time: an entry is read with that in mind.
+// attaches.  No lock guards it, and any process may write anything to it at any time:
+// readers must not trust what they find.
 #pragma once
 
 #include "zan.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Where a message goes, and how it looks there.
+// The outputs of a message, and its form on each.
 #include "log/registration.h"
 #include "log/table.h"
 #include "util/errno_guard.h"
@@ -61,7 +61,7 @@ public:
 
     char characters[4096];
 
-    // As it was before somebody changed it.
+    // Formats the text again, after a change.
     void reset() {
         va_list arguments;
         va_copy(arguments, arguments_);
@@ -86,7 +86,7 @@ struct LogLine {
 
 // ---- console and terminals
 
-// What stands around a line there.
+// Text before and after a line.
 struct Decoration {
     const char *begin;
     const char *end;
@@ -147,8 +147,7 @@ void write_to_syslog(const Text &text) {
 
 // ...or, where it goes everywhere, by what syslog shows when it is given the text as
 // its format.  Handed over as one, a "%n" in a message would write to memory.  "%m"
-// stays as it is: the error that it would tell is that of the moment, not the
-// message's.
+// stays as it is: it would show the current error, not the message's.
 void write_to_syslog_twice(Text &text) {
     format_without_arguments(text.characters, sizeof text.characters, text.characters);
     syslog(syslog_priority, "%s", text.characters);

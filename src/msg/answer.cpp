@@ -31,8 +31,8 @@ bool answers_with_text(int type, int cmd) {
                      cmd) != std::end(commands_answered_with_text);
 }
 
-// Receives until (type, cmd) comes; the length of its payload, or of the one
-// before when it brings none, is left in *len.
+// Receives until (type, cmd) arrives.  Stores the length of its payload in *len; a record
+// without a payload keeps the length of the previous one.
 int await_record(ReceiveRecord &record, int type, int cmd, int *len) {
     zan_body &body = record.msg.body;
     begin_record(record.msg, 0, 0, 0);
@@ -117,7 +117,7 @@ int report_receive_error(const char *format, const char *function) {
     return 0;
 }
 
-// They differ in a blank.
+// They differ in a space.
 constexpr char client_receive_error[] = "%s: receive msq message error, msgid: %d. Error:%s\n";
 constexpr char poll_receive_error[] = "%s:receive msq message error, msgid: %d. Error:%s\n";
 

@@ -24,8 +24,8 @@ bool sendable(const char *module, const void *data, int len) {
     return module != nullptr && len >= 0 && (data != nullptr || len == 0);
 }
 
-// Returns the bytes to send.  A long destination name runs over into the source
-// and what is behind it; what is set here comes after.
+// Returns the bytes to send.  A long destination name runs over into the source and the
+// fields after it, which are therefore set later.
 int build(zan_body &body, const Message &message, const char *source, const char *module,
           const void *data, int len) {
     begin_body(body, message.type, message.cmd);

@@ -23,7 +23,7 @@ struct Handlers {
 };
 constinit Handlers g_zan_api_callback = {};
 
-// Reads a notification's text field by field, as "%s %s %s %d %d %s" does, but
+// Reads a notification's text field by field, like sscanf with "%s %s %s %d %d %s", but
 // within the text and within each field's bound.
 class FieldReader {
 public:
@@ -57,8 +57,8 @@ private:
     std::string_view text_;
 };
 
-// What a value-changed handler is called with, by position.  A handler may write
-// into its texts, so each has its own.
+// The arguments of a value-changed handler, by position.  A handler may write into its
+// texts, so each has its own.
 struct ValueChange {
     char f1[32];
     char f2[1024];
@@ -121,7 +121,7 @@ int dispatch_message(zan_body &body, int room) {
     return 1;
 }
 
-// Neither the report of an event, 1, nor the restart, 9: no device in the field hands
+// Without 1, the report of an event, and 9, the restart: no device in the field passes
 // them on.
 constexpr bool is_task_manager_command(int cmd) {
     return (cmd >= 2 && cmd <= 8) || (cmd >= 10 && cmd <= 17);

@@ -5,12 +5,10 @@
 
 namespace zan {
 
-// zan_process_data for a record with `room` bytes of payload behind its header,
-// followed by a NUL or the end of a whole record.
+// zan_process_data for a record with `room` bytes of storage after its header.
 int dispatch(zan_body &body, int room);
 
-// The record's `len`, kept within the `room` bytes of storage behind `data`:
-// it is what a sender wrote.
+// The record's `len`, which its sender chose, limited to `room` bytes of storage.
 int payload_length(const zan_body &body, int room);
 
 } // namespace zan

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Who this process is to the daemon: the queue ids and names of zan.h.
+// How the daemon knows this process: the queue ids and names of zan.h.
 #pragma once
 
 #include "zan.h"

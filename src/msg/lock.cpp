@@ -9,9 +9,8 @@
 namespace zan {
 namespace {
 
-// Some paths release a lock without owning it, others leave it held.  To unlock a
-// free mutex and to destroy a held one are both undefined, so whether anybody holds
-// it is known here.
+// Some paths release a lock that they do not own, others leave it held.  Unlocking a free
+// mutex and destroying a held one are undefined, so the state is kept here.
 class Mutex {
 public:
     void init() {
@@ -52,8 +51,8 @@ constinit std::atomic<int> g_msq_lock_init = 0;
 
 using namespace zan;
 
-// Here the number in the message is that of the line.  Those of lock and unlock, 194
-// and 229, are part of the text: every device in the field prints them.
+// The number in this message is that of the line.  Those of lock and unlock, 194 and 229,
+// are part of the text: every device in the field prints them.
 void zan_api_lock_init(void) {
     if (g_api_lock_init != 0)
         return;

@@ -43,7 +43,7 @@ int open_queue(const char *function, const char *name, int instance, int proj_id
     return qid >= 0 ? qid : fail(function);
 }
 
-// The storage behind a zan_msg is one record, whatever the caller says.
+// A zan_msg holds one record, whatever the caller says.
 std::size_t receive_size(int max) {
     return static_cast<std::size_t>(std::min<int>(max, ZAN_BODY_SIZE));
 }
@@ -109,7 +109,7 @@ int zan_msg_recv(int qid, int msgtyp, zan_msg *msg, int max) {
         std::printf("zan_msg_recv qid=%d ERROR:%s\n", qid, error.text());
         return -1;
     }
-    // One retry only: a module that is signalled again and again must come back.
+    // One retry only, so that a module that gets signals continuously returns.
     std::printf("EINTR[%d]:retry...\n", qid);
     pause_for_us(interrupted_pause_us);
     received = msgrcv(qid, msg, receive_size(max), msgtyp, 0);

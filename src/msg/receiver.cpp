@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The receive thread, in its locking and its lock-free kind.
+// The receive thread, in its locking and its lock-free form.
 #include "msg/lock.h"
 #include "msg/record.h"
 #include "util/errno_guard.h"
@@ -18,8 +18,8 @@ namespace {
 constexpr int idle_pause_us = 100'000;
 constexpr int tolerated_errors = 3;
 
-// The one receive thread.  Its end and a cancel exclude each other: a thread
-// that has ended cannot be cancelled any more.
+// The one receive thread.  The lock keeps its end and a cancel apart: a thread that has
+// ended must not be cancelled.
 constinit pthread_mutex_t thread_state_lock = PTHREAD_MUTEX_INITIALIZER;
 constinit bool thread_running = false;
 pthread_t myThread;
@@ -32,8 +32,8 @@ void mark_ended() {
     pthread_mutex_unlock(&thread_state_lock);
 }
 
-// A cancel takes effect only where this guard says: a thread that ended inside
-// a handler or with the queue lock held would take both with it.
+// A cancel takes effect only within this guard, so that the thread never ends inside a
+// handler or with the queue lock held.
 class CancelPoint {
 public:
     CancelPoint() { pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr); }
@@ -47,8 +47,8 @@ void end_if_cancelled() {
     pthread_testcancel();
 }
 
-// The thread's record: what a handler sees behind a record reads as zeros,
-// however long the records before it were.
+// The thread's record.  The bytes after a received record read as zeros to a handler,
+// however long the previous records were.
 class Inbox {
 public:
     zan_msg msg = {};
@@ -67,7 +67,7 @@ class ErrorCount {
 public:
     void reset() { count_ = 0; }
 
-    // Prints the error; false when it was one too many.
+    // Prints the error; false if it was one too many.
     bool tolerate() {
         const ErrnoGuard error;
         std::printf("API: receive msq message error, msgid: %d. Error:%s count=%d\n", g_msq_qid,
@@ -83,8 +83,7 @@ void receive_under_lock(int mtype) {
     Inbox inbox;
     ErrorCount errors;
     for (;;) {
-        // While records wait there is no pause: a thread that ended only there would
-        // take them all first.
+        // While records wait there is no pause, and a cancel must not wait for one.
         end_if_cancelled();
         {
             const QueueLock lock;
@@ -157,12 +156,12 @@ int start_thread(void *(*main)(void *), int mtype) {
         return report_attribute_error("Setting pthread attribution error, errno: %s.\n", error);
     }
 
-    // The type goes by value: nothing of this call's has to outlive it.
+    // Passed by value, so that nothing of this call has to outlive it.
     void *const argument = reinterpret_cast<void *>(static_cast<intptr_t>(mtype));
     pthread_t started;
     pthread_mutex_lock(&thread_state_lock);
     error = pthread_create(&started, &myThreadAttr, main, argument);
-    // A thread started before stays the one to cancel when this one is not.
+    // If this thread was not created, an earlier one stays the one to cancel.
     if (error == 0) {
         myThread = started;
         thread_running = true;

@@ -20,7 +20,7 @@ char *bytes_of(zan_body &body) {
 } // namespace
 
 void ReceiveRecord::end_text(int len) {
-    // Counted from the whole record: the terminator may stand behind `data`.
+    // Counted from the whole record: the terminator may follow `data`.
     char *data = reinterpret_cast<char *>(this) + offsetof(ReceiveRecord, msg) +
                  offsetof(zan_msg, body) + offsetof(zan_body, data);
     data[len] = '\0';

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The record: its layout, and how one is begun, addressed and read back.
+// The record: its layout, and the functions that build and read one.
 #pragma once
 
 #include "zan.h"
@@ -30,8 +30,8 @@ static_assert(sizeof(void *) != 4 ||
                sizeof(zan_resp) == 35008));
 static_assert(std::is_trivially_copyable_v<zan_msg> && std::is_standard_layout_v<zan_msg>);
 
-// A record that is received into.  A payload that fills the area leaves no room
-// for a terminator, so one byte more is kept behind it.
+// Storage to receive a record into.  A payload that fills the area leaves no room for a
+// terminator, so one more byte follows it.
 struct ReceiveRecord {
     zan_msg msg;
     char text_end;
@@ -39,14 +39,14 @@ struct ReceiveRecord {
     void end_text(int len);
 };
 
-// Zeroes the header and sets what every record has.  The payload area is left
+// Zeroes the header and sets the fields that every record has.  The payload area stays
 // as it is: only the bytes that are sent must be set.
 void begin_record(zan_msg &msg, int mtype, int type, int cmd);
 void begin_body(zan_body &body, int type, int cmd);
 
-// Copies a name into dst or src.  The copy is bounded by the default bound, not
-// by the field: a name of 32 characters or more runs over into the fields
-// behind, inside the record.  Set those fields afterwards.
+// Copies a name into dst or src.  The copy is limited by the default bound, not by the
+// field: a name of 32 characters or more runs over into the following fields, inside the
+// record.  Set those fields afterwards.
 void set_destination(zan_body &body, const char *name);
 void set_source(zan_body &body, const char *name);
 
@@ -55,17 +55,16 @@ void set_source(zan_body &body, const char *name);
 void set_source_to_self(zan_body &body);
 void set_source_within_field(zan_body &body, std::string_view name);
 
-// Copies a payload and sets len, which may count more than the payload: the
-// rest reads as zeros.  What the area cannot hold is left out of the copy; the
-// send refuses such a record.
+// Copies a payload and sets len, which may count more than the payload: the rest reads
+// as zeros.  A payload longer than the area is cut; the send refuses such a record.
 void set_payload(zan_body &body, const char *payload, std::size_t size, int len);
 
-// After a receive of `received` bytes: what the record does not bring reads as
-// zeros up to `end`, counted like `received` from `type` on.
+// Zeroes the bytes after a record of `received` bytes up to `end`; both are counted from
+// `type` on.
 void zero_after(zan_body &body, int received, int end);
 
-// Turns the seven words that travel on sockets in network order from one order
-// into the other; `time` and `spare` always travel in the sender's own.
+// Converts the seven words that are in network order on sockets, in either direction;
+// `time` and `spare` are always in the sender's order.
 void convert_byte_order(zan_body &body);
 
 } // namespace zan

@@ -28,7 +28,7 @@ int read_queue_id(const char *function, const char *path) {
 }
 
 int send_registration(int cmd, int qid, const char *name, int pid) {
-    // The name may run over into the payload area.
+    // A long name runs over into the payload area.
     zan_msg msg;
     begin_record(msg, qid, ZAN_CLASS_REGISTRATION, cmd);
     set_source(msg.body, name);
@@ -37,8 +37,8 @@ int send_registration(int cmd, int qid, const char *name, int pid) {
     return zan_msg_send(g_zan_qid, &msg, ZAN_HEADER_SIZE) < 0 ? ZAN_ERR_SEND : 0;
 }
 
-// One attempt, on a queue of its own that is stored in *own and kept even when
-// the attempt fails.  `label` names *own in the message about clashing ids.
+// One attempt, on a new queue that is stored in *own and kept even if the attempt fails.
+// `label` names *own in the message about clashing ids.
 int register_queue(const char *name, int instance, int proj_id, int *own, const char *label) {
     g_zan_qid = zan_get_msq_qid();
     g_reg_msq_qid = zan_get_reg_msq_qid();
@@ -63,14 +63,14 @@ int zan_register_msq_by_id(const char *name, int instance, int proj_id) {
 
 enum class FailedQueue { remove, keep };
 
-// A queue left by a killed module makes the creation under its key fail: the
-// next project id makes another key.
+// A queue left by a killed module makes the creation with its key fail; the next project
+// id gives another key.
 int retry_registration(const char *label, const char *name, int instance, FailedQueue failed) {
     int result = ZAN_ERR_QUEUE_IDS;
     for (int proj_id = 1; proj_id <= retries; ++proj_id) {
         std::printf("%s:register fail! Retry %d[%d]...\n", label, retries + 1 - proj_id, proj_id);
         result = zan_register_msq_by_id(name, instance, proj_id);
-        // Queue id 0 will do for a first attempt only, as on every device in the field.
+        // Queue id 0 is accepted in the first attempt only, as on every device in the field.
         if (result > 0)
             break;
         if (failed == FailedQueue::remove)
@@ -83,9 +83,9 @@ bool ids_known(int qid) {
     return g_zan_qid >= 0 && qid >= 0 && g_reg_msq_qid >= 0;
 }
 
-// Takes the queue off the daemon and, when the daemon agrees, removes it.  The
-// caller holds the API lock and releases it afterwards; when the queue cannot be
-// removed the lock is released here as well.
+// Unregisters the queue and, if the daemon agrees, removes it.  The caller holds the API
+// lock and releases it afterwards.  HAZARD: if the queue cannot be removed, the lock is
+// released here, too.
 int unregister_queue(const char *name, int instance, int qid) {
     const int sent = send_registration(ZAN_UNREGISTER, qid, name, instance);
     if (sent < 0)

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The one path that every request to the daemon takes; what differs between
-// requests is data.
+// The one path that every request to the daemon takes; requests differ in data only.
 #pragma once
 
 #include "msg/answer.h"
@@ -10,7 +9,7 @@
 
 namespace zan {
 
-// A line of the report that a failed send prints.
+// A line that a failed send prints.
 enum class ReportLine {
     failure,         // "FUNCTION:zan_msg_send fail!"
     failure_subject, // "FUNCTION:zan_msg_send fail! LABEL=SUBJECT"
@@ -21,9 +20,9 @@ inline constexpr ReportLine usual_report[] = {ReportLine::failure, ReportLine::s
                                               ReportLine::pid};
 inline constexpr ReportLine short_report[] = {ReportLine::failure};
 
-// What the requests of one function have in common.
+// The constant part of a function's requests.
 struct Command {
-    const char *function; // begins every diagnostic line
+    const char *function; // at the start of every diagnostic line
     int cmd;
     const char *label = nullptr;
     int type = ZAN_CLASS_CFG;
@@ -35,12 +34,12 @@ struct Command {
 struct Request {
     const Command &command;
     std::string_view payload = {};
-    int len = static_cast<int>(payload.size()); // of the record; the rest are zeros
+    int len = static_cast<int>(payload.size()); // of the record; bytes after the payload are 0
     const char *subject = nullptr;              // of the report
     int arg = 0;
 };
 
-// A request whose payload is a text, and the report's subject as well.
+// A request whose payload is a text, which is also the subject of the report.
 inline Request text_request(const Command &command, const char *text) {
     return {.command = command, .payload = text, .subject = text};
 }
@@ -51,11 +50,11 @@ void begin_request(zan_body &body, const Request &request);
 // Sends without waiting for an answer: the send's result, which is 0, or
 // ZAN_ERR_SEND after the report.
 int send_request(zan_msg &msg, const Request &request);
-// The same on storage of its own, 35 KB of stack.
+// The same on its own storage, 35 KB of stack.
 int post(const Request &request);
 
-// What becomes of an answer's text, while the record that holds it still belongs to the
-// request.  Not called when there is no text.
+// Reads an answer's text while the record that holds it still belongs to the request.
+// Not called if there is no text.
 class AnswerReader {
 public:
     // Leaves the text unread.

@@ -37,9 +37,9 @@ template<typename Use> [[gnu::noinline]] auto with_stack_record(Use &use) {
     return use(record);
 }
 
-// Calls `use` with a record that nothing else uses meanwhile: the static one, or, when
-// another request is in flight because the API lock is not in force, one on the stack.
-// What `use` leaves in the record is gone when this returns.
+// Calls `use` with a record that no other request uses: the static one, or one on the
+// stack if another request is in flight because the API lock is not in force.  The
+// record's contents are lost when this returns.
 template<typename Use> auto with_request_record(Use use) {
     const StaticRecord record;
     return record.get() != nullptr ? use(*record.get()) : with_stack_record(use);

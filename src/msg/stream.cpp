@@ -25,8 +25,8 @@ constexpr int answer_timeout_ms = 60'000;
 
 // ---- Reassembly ------------------------------------------------------------
 
-// Grows with the largest record and is kept.  One byte more than the usable size
-// is allocated, for the terminator behind a payload.
+// Grows with the largest record and is never freed.  One byte more than the usable size
+// is allocated, for the terminator after a payload.
 constinit char *g_recv_buffer = nullptr;
 constinit int g_recv_buffer_size = 0;
 constinit int g_recv_pos = 0; // bytes held of the current record
@@ -36,7 +36,7 @@ zan_body &received_body() {
     return *reinterpret_cast<zan_body *>(g_recv_buffer);
 }
 
-// `len` is the peer's word: the payload is never taken to reach outside the buffer.
+// The peer chose `len`: the payload is limited to the buffer.
 int payload_held() {
     return std::clamp(g_data_len, 0, g_recv_buffer_size - ZAN_HEADER_SIZE);
 }
@@ -93,7 +93,7 @@ struct SetAside {
 constinit SetAside *g_msg_queue = nullptr;
 constinit SetAside **g_msg_queue_end = &g_msg_queue;
 
-// A copy of the received record with a NUL behind it; null without memory.
+// A copy of the received record with a NUL after it; null if memory runs out.
 HeapText copy_received(int payload) {
     const auto size = ZAN_HEADER_SIZE + static_cast<std::size_t>(payload);
     HeapText copy(static_cast<char *>(std::malloc(size + 1)));
@@ -126,7 +126,7 @@ SetAside *take_first() {
     return node;
 }
 
-// Dispatches what was set aside; false when there was nothing.
+// Dispatches the records set aside; false if there were none.
 bool deliver_set_aside() {
     const bool any = g_msg_queue != nullptr;
     while (g_msg_queue != nullptr) {
@@ -166,8 +166,8 @@ int await_record(int type, int cmd, char *err, Answer *answer) {
         g_data_len = 0;
         const zan_body &body = received_body();
         if (body.type != type || body.cmd != cmd) {
-            // Late answers of configuration requests are of no use to anybody, nor
-            // is the record that only wakes the module.
+            // Late answers to configuration requests are useless, and so is the record that
+            // only wakes the module.
             if (body.type != ZAN_CLASS_CFG && body.cmd != ZAN_CFG_EMPTY)
                 set_aside(payload);
             continue;
@@ -192,8 +192,8 @@ void restart_stream() {
 int await_stream_answer(int type, int cmd, char *err, Answer *answer) {
     const int result = await_record(type, cmd, err, answer);
     const bool agent_leaves = type == ZAN_CLASS_REGISTRATION && cmd == ZAN_UNREGISTER;
-    // Nothing may come any more that would make the module poll: the daemon is
-    // asked for a record that does.
+    // Perhaps nothing more arrives that would make the module poll: request a record that
+    // does.
     if (!agent_leaves && g_msg_queue != nullptr && zan_request_empty_message() <= 0)
         zan_request_empty_message();
     return result;
@@ -212,7 +212,7 @@ int zan_api_recv_data(int fd) {
         return nothing_read();
     g_recv_pos += received;
     if (g_recv_pos >= ZAN_HEADER_SIZE) {
-        // A header that came in pieces stays as it came.
+        // A header that came in pieces is not converted.
         if (from_start)
             convert_byte_order(received_body());
         g_data_len = received_body().len;

@@ -7,8 +7,8 @@
 
 namespace zan {
 
-// A new link begins with a new record: what an earlier one left half received is
-// dropped.  What was set aside stays for the next poll.
+// Starts a new link with a new record: a partly received one is dropped.  Records set
+// aside stay for the next poll.
 void restart_stream();
 
 // zan_client_recv_response; `answer` is filled for a value that was read.

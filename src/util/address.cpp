@@ -22,7 +22,7 @@ constexpr bool is_byte(int field) {
 }
 
 // Digits and exactly three dots.  An empty field ends the reading: it and the
-// fields behind it are 0, so that "1.2.3." is 1.2.3.0 and "1..2.3" is 1.0.0.0.
+// fields after it are 0, so that "1.2.3." is 1.2.3.0 and "1..2.3" is 1.0.0.0.
 std::optional<Fields> dotted_fields(std::string_view text) {
     Fields fields{};
     std::size_t dots = 0;

@@ -54,7 +54,7 @@ int port_interface(const Descriptor &socket, const char *bridge, unsigned char p
     return interfaces[port];
 }
 
-// The port behind which the bridge has learnt the address.
+// The port on which the bridge learnt the address.
 struct LearntPort {
     int entries; // of the forwarding database that were read
     unsigned char number;

@@ -58,7 +58,7 @@ void read_counters(KernelTable &table, const char *name, const std::array<Field,
     }
 }
 
-// The ports of the switch, each with statistics of its own.
+// The ports of the switch, each with its own statistics.
 struct SwitchPort {
     const char *interface;
     const char *statistics;
@@ -115,7 +115,7 @@ int get_inf_rx3tx(const char *ifname, uint32_t *rx_packets, uint32_t *rx_bytes,
         return 0;
     read_counters(devices, name,
                   {{{0, rx_bytes}, {1, rx_packets}, {8, tx_bytes}, {9, tx_packets}}});
-    if (std::strcmp(name, "eth1") == 0) // behind no port of the switch
+    if (std::strcmp(name, "eth1") == 0) // on no port of the switch
         return 1;
     const char *const path = statistics_of(name);
     return path != nullptr ? read_multicast(path, rx_multicast, tx_multicast) : 0;

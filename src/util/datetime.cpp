@@ -131,7 +131,7 @@ Offset offset_of(std::string_view suffix) {
     return {hours, hours < 0 ? -std::int64_t{minutes} : minutes};
 }
 
-// Nothing when the C library cannot tell.
+// Nothing if the C library cannot convert it.
 std::optional<std::int64_t> from_local(std::tm parts) {
     // Only a conversion that succeeds sets it; -1 may be the last second of 1969.
     parts.tm_wday = -1;
@@ -183,7 +183,7 @@ char *time_string(char *buf, unsigned int size, int32_t t) {
     std::tm parts{};
     if (buf == nullptr || size == 0 || gmtime_r(&seconds, &parts) == nullptr)
         return buf;
-    // What a text that does not fit leaves behind has no end.
+    // A text that does not fit leaves one without a terminator.
     if (std::strftime(buf, size, "%Y-%m-%dT%H:%M:%S", &parts) == 0)
         buf[0] = '\0';
     return buf;

@@ -6,7 +6,7 @@
 
 namespace zan {
 
-// Keeps errno as a system call left it while the failure is dealt with.
+// Preserves errno while a failure is handled.
 class ErrnoGuard {
 public:
     ErrnoGuard() = default;

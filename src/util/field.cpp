@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Fields stand back to back, at any address: numbers are copied, never pointed at.
+// Fields follow each other at any address: numbers are copied, because they may be
+// unaligned.
 #include "zan.h"
 
 #include <algorithm>

@@ -22,7 +22,7 @@ public:
         if (fd_ < 0)
             std::printf("error socket\n");
     }
-    // 0 stands for "none" in this library: a socket that got it stays open.
+    // 0 means "none" in this library: a socket with that descriptor stays open.
     ~QuerySocket() {
         if (fd_ > 0)
             close(fd_);
@@ -73,7 +73,7 @@ int ipv4_address(const char *ifname, sockaddr *addr, int *addrlen, char *text) {
 }
 
 // No other address is the interface's, be it link-local, of a private network, or as
-// global as 2a00::1: modules are told addresses of 2000::/8 only.
+// global as 2a00::1: modules get addresses of 2000::/8 only.
 bool begins_with_20(const in6_addr &address) {
     return address.s6_addr[0] == 0x20;
 }

@@ -9,11 +9,11 @@ namespace zan {
 
 inline constexpr int ipv6_line_size = 1024;
 
-// Zeros for what the line does not have.
+// Bytes that the line does not have are zero.
 in6_addr address_of_line(const char *line);
 
-// What stands behind the last blank, cut off from the line's end; null without a
-// blank.
+// The text after the last space, without the newline, which is cut off the line; null
+// without a space.
 char *interface_of_line(char *line);
 
 } // namespace zan

@@ -6,7 +6,7 @@
 
 namespace zan {
 
-// A text table of the kernel's, open for as long as the object lives.
+// A text table of the kernel, open for as long as the object lives.
 class KernelTable {
 public:
     explicit KernelTable(const char *path) : file_(std::fopen(path, "re")) {}
@@ -19,8 +19,7 @@ public:
 
     bool valid() const { return file_ != nullptr; }
 
-    // The next line with its end; one that does not fit comes in pieces, each as a
-    // line of its own.
+    // Reads the next line with its newline.  A longer line comes in pieces, each as a line.
     template<std::size_t size> bool read_line(char (&line)[size]) {
         return std::fgets(line, static_cast<int>(size), file_) != nullptr;
     }

@@ -14,8 +14,8 @@ int to_int(const char *text);
 // The same without a sign, in the base (0: by prefix).
 std::uint32_t to_uint32(const char *text, int base);
 
-// Takes the number off the text as scanf does for "%d": behind white space, and of at
-// most `width` characters.  One that does not fit is the nearest that does, on every
+// Removes the number at the start of the text, as scanf does for "%d": after white space,
+// and of at most `width` characters.  One that does not fit is the nearest that does, on every
 // machine.  False, with *value as it was and only the white space taken, when there is
 // none.
 bool take_int(std::string_view &text, int *value, std::size_t width = std::string_view::npos);

@@ -16,7 +16,8 @@ constexpr bool ends_element(char c) {
     return c == '.' || c == '/' || c == ':';
 }
 
-// Where an element begins, counted from 0 at the left: behind as many separators.
+// Where an element begins: after as many separators as its number, counted from 0 at the
+// left.
 std::optional<std::size_t> element_from_left(std::string_view path, int number) {
     std::size_t at = 0;
     for (; number > 0; --number) {

@@ -27,7 +27,7 @@ constinit int open_max_bound = 0;
 struct ChildTable {
     pid_t *pids = nullptr;
     int length = 0;
-    int used = 0; // entries from here on were never set: no need to look at them
+    int used = 0; // entries from here on were never set
 
     bool allocate() {
         if (pids != nullptr)
@@ -57,8 +57,8 @@ constinit ChildTable children;
         dup2(used_end, standard_fd);
         close(used_end);
     }
-    // Streams of earlier commands, still open in the parent.  One that stood on
-    // the standard descriptor itself has just been replaced.
+    // Streams of earlier commands, still open in the parent.  One on the standard
+    // descriptor itself has just been replaced.
     for (int fd = 0; fd < children.used; ++fd) {
         if (children.pids[fd] > 0 && fd != standard_fd)
             close(fd);
@@ -88,7 +88,7 @@ FILE *start_command(const char *command, const char *mode) {
         return nullptr;
     const int kept = reading ? ends[0] : ends[1];
     const Descriptor given(reading ? ends[1] : ends[0]);
-    // Before the command: nothing could take back one that runs already.
+    // Before the command, which could not be undone once it runs.
     FILE *const stream = open_kept_end(kept, mode);
     if (stream == nullptr)
         return nullptr;
@@ -172,7 +172,7 @@ int zan_popen(const char *command, char *buf, int size) {
         std::perror("Error");
         return 0;
     }
-    // fgets ends the text in a buffer of one byte without a look at the stream.
+    // With a buffer of one byte fgets returns the empty text without reading the stream.
     if (buf != nullptr && size > 0 && has_output(stream) &&
         std::fgets(buf, size, stream) != nullptr)
         buf[std::strcspn(buf, "\n")] = '\0';

@@ -7,8 +7,8 @@
 
 namespace zan {
 
-// Callers that do not know the size of a destination pass 0: a size below 5
-// stands for this bound.
+// Callers that do not know the size of a destination pass 0: a size below 5 means this
+// bound.
 inline constexpr int default_bound = 1024;
 
 constexpr std::size_t bound_of(int size) {
@@ -35,9 +35,9 @@ inline void skip_space(std::string_view &text) {
         text.remove_prefix(1);
 }
 
-// What a text says as a format that has no arguments: "%%" stands for "%", and any
-// other "%" stays as it is, for want of an argument.  So does "%m", which takes none:
-// the error of the moment is nothing that the text's writer meant.  Cut at size-1
+// Formats a text that has no arguments: "%%" becomes "%", and any other "%" stays as it
+// is, because there is no argument.  So does "%m", which takes none: the current error
+// is not what the text's writer meant.  Cut at size-1
 // characters; out may be the text itself.
 void format_without_arguments(char *out, std::size_t size, const char *format);
 
