@@ -134,14 +134,9 @@ int dispatch_from_callers(zan_msg &msg, int received, int max) {
                                            : dispatch(body, size - ZAN_HEADER_SIZE);
 }
 
-enum class Storage { callers, own };
-
-int dispatch_received(zan_msg *msg, int received, int max, Storage storage) {
-    return storage == Storage::own ? dispatch_from_own(*msg, received)
-                                   : dispatch_from_callers(*msg, received, max);
-}
-
-int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
+// `dispatch` is called with the bytes received.
+template<typename Dispatch>
+int take_waiting(zan_msg *msg, int msgtyp, int max, const Dispatch &dispatch) {
     if (g_msq_qid < 0)
         return -1;
     const int received = zan_msg_recv_no_wait(g_msq_qid, msgtyp, msg, max);
@@ -149,17 +144,18 @@ int take_waiting(zan_msg *msg, int msgtyp, int max, Storage storage) {
         return errno == ENOMSG
                    ? 0
                    : report_receive_error(client_receive_error, "zan_client_recv_msq_no_wait");
-    return dispatch_received(msg, received, max, storage);
+    return dispatch(received);
 }
 
-int take_next(zan_msg *msg, int msgtyp, int max, Storage storage) {
+template<typename Dispatch>
+int take_next(zan_msg *msg, int msgtyp, int max, const Dispatch &dispatch) {
     if (g_msq_qid < 0)
         return -1;
     const int received = zan_msg_recv(g_msq_qid, msgtyp, msg, max);
     if (received < 0)
         return errno == EINTR ? 0
                               : report_receive_error(client_receive_error, "zan_client_recv_msq2");
-    return dispatch_received(msg, received, max, storage);
+    return dispatch(received);
 }
 
 } // namespace
@@ -189,7 +185,8 @@ int await_answer(ReceiveRecord &record, int type, int cmd, char *err, Answer *an
 
 int dispatch_pending(const char *function, int msgtyp, Enomsg enomsg) {
     zan_msg msg;
-    const int result = take_waiting(&msg, msgtyp, ZAN_BODY_SIZE, Storage::own);
+    const int result = take_waiting(&msg, msgtyp, ZAN_BODY_SIZE,
+                                    [&](int received) { return dispatch_from_own(msg, received); });
     if (result < 0 && (errno != ENOMSG || enomsg == Enomsg::printed))
         report_receive_error(poll_receive_error, function);
     return result;
@@ -197,7 +194,8 @@ int dispatch_pending(const char *function, int msgtyp, Enomsg enomsg) {
 
 int dispatch_next() {
     zan_msg msg;
-    return take_next(&msg, 0, ZAN_BODY_SIZE, Storage::own);
+    return take_next(&msg, 0, ZAN_BODY_SIZE,
+                     [&](int received) { return dispatch_from_own(msg, received); });
 }
 
 } // namespace zan
@@ -225,11 +223,13 @@ int zan_client_recv_reg_msq(int qid, char *err) {
 }
 
 int zan_client_recv_msq_no_wait(zan_msg *msg, int msgtyp, int max) {
-    return take_waiting(msg, msgtyp, max, Storage::callers);
+    return take_waiting(msg, msgtyp, max,
+                        [=](int received) { return dispatch_from_callers(*msg, received, max); });
 }
 
 int zan_client_recv_msq2(zan_msg *msg, int msgtyp, int max) {
-    return take_next(msg, msgtyp, max, Storage::callers);
+    return take_next(msg, msgtyp, max,
+                     [=](int received) { return dispatch_from_callers(*msg, received, max); });
 }
 
 int zan_recv_msq(void) {
