@@ -1,15 +1,15 @@
 # SPDX-License-Identifier: MIT
 # shellcheck shell=sh
 #
-# For scripts/demo and scripts/shell: the programs of a build directory on the
-# PATH and zansim serving examples/device.json, inside scripts/sandbox.
+# Common code of scripts/demo and scripts/shell: puts the programs of a build
+# directory on the PATH and starts zansim on examples/device.json, in scripts/sandbox.
 #
-# The calling script's argument is the build directory.  ZAN_EMULATOR is what
-# runs programs built for another machine, ZAN_PATIENCE how many seconds anything
-# may take.
+# The argument of the calling script is the build directory. ZAN_EMULATOR is the
+# command that runs programs built for another machine. ZAN_PATIENCE is the timeout of
+# each wait in seconds.
 #
-# Provides: project, the root of the sources; work, a directory removed at the
-# end; zansim_pid; trace, the file with zansim's trace.
+# Sets project (the root of the sources), work (a directory that is removed at the
+# end), zansim_pid, and trace (the file with zansim's trace).
 
 caller=${0##*/}
 build=${1-}
@@ -22,10 +22,10 @@ complain() {
 project=$(cd "$(dirname "$0")/.." && pwd)
 [ -n "$build" ] || complain "usage: scripts/sandbox scripts/$caller BUILD-DIRECTORY"
 [ -n "${ZAN_SANDBOX-}" ] ||
-    complain "run it in surroundings of its own: scripts/sandbox scripts/$caller $build"
-build=$(cd "$build" && pwd) || complain "$build is no build directory"
+    complain "run it in a sandbox: scripts/sandbox scripts/$caller $build"
+build=$(cd "$build" && pwd) || complain "not a directory: $build"
 
-# The tools' names are commands in the scripts, whatever runs them.
+# Wraps the programs in scripts, so that their names work under an emulator too.
 provide_programs() {
     mkdir "$work/bin"
     for program in sim/zansim tools/zanctl examples/first_module examples/watcher \
