@@ -29,7 +29,8 @@
 // The C interface beside it, in one process:
 //   - allowed at any time: everything that makes no request, that is the event codecs, the
 //     socket links between modules (ipc_...), and all of strings, addresses, interfaces,
-//     paths, fields, time, hashing, processes and files;
+//     paths, fields, time, hashing, processes and files, and zan_log(); zan_log_init() cannot read
+//     the tree and takes the level and destination that it is given;
 //   - requests, sends and receives of the C interface (cfg_..., ctl_..., zan_send..., actions,
 //     firewall, subscriptions, zan_recv...) fail at once, with ZAN_ERR_SEND or ZAN_ERR and a
 //     line on standard output that names the call: they know of no queue, because a zan::Module
