@@ -124,7 +124,7 @@ TEST_P(EveryAction, IsWaitedForOnlyWhenAsked) {
 
 TEST_F(ActionTest, TheLogIsSavedWithoutWaiting) {
     daemon.on(class_action, 15, never());
-    raw_send(g_msq_qid, {.mtype = 7, .type = 7, .cmd = 15, .result = -1});
+    raw_send(g_msq_qid, {.mtype = 7, .type = class_action, .cmd = 15, .result = -1});
     leave_traces();
     EXPECT_EQ(zan_save_log(), 1);
     EXPECT_TRUE(same_record(sent(), to_fad(15, 0, 0, "")));
@@ -277,8 +277,9 @@ TEST_F(Later, IsTakenFromTheQueueInTurnInSilence) {
     answers(4, {{.result = -3, .payload = "busy"}});
     EXPECT_EQ(zan_save_config(0, 0), 1);
     EXPECT_TRUE(eventually([] { return queue_length(g_msq_qid) == 1; }));
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
-    raw_send(g_msq_qid, {.mtype = 1, .type = 1, .cmd = 1, .payload = "a stray answer"});
+    raw_send(g_msq_qid, {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = "hello"});
+    raw_send(g_msq_qid,
+             {.mtype = 1, .type = class_cfg, .cmd = cmd_get, .payload = "a stray answer"});
     EXPECT_EQ(zan_fad_recv_msq(), 1);
     EXPECT_EQ(zan_fad_recv_msq(), 1);
     EXPECT_EQ(zan_fad_recv_msq(), 0);
@@ -288,7 +289,7 @@ TEST_F(Later, IsTakenFromTheQueueInTurnInSilence) {
 }
 
 TEST_F(Later, IsTakenWithoutALock) {
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
+    raw_send(g_msq_qid, {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = "hello"});
     const BothLocks locks;
     EXPECT_EQ(zan_fad_recv_msq(), 1);
     EXPECT_THAT(calls(), ElementsAre("message hello"));
@@ -296,7 +297,8 @@ TEST_F(Later, IsTakenWithoutALock) {
 
 TEST_F(Later, OfARecordOfFullLengthIsTakenWhole) {
     ZAN_SKIP_WITHOUT_LONG_RECORDS();
-    raw_send(g_msq_qid, {.mtype = 7, .type = 7, .cmd = 4, .payload = std::string(35000, 't')});
+    raw_send(g_msq_qid,
+             {.mtype = 7, .type = class_action, .cmd = 4, .payload = std::string(35000, 't')});
     zan_set_taskmgr_msg_handler([](char *data, int) {
         calls().push_back(std::string(data, 35000));
         return 0;

@@ -56,7 +56,7 @@ TEST_F(Attributes, StayReadableUntilTheNextRequest) {
     zan_report_event_result(1, 2);
     zan_do_cwmp_request(1, "data", 4);
     zan_firewall_request("rule", "port");
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
+    raw_send(g_msq_qid, {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = "hello"});
     zan_recv_msq();
     zan_fad_recv_msq();
     // From another thread, too, as long as it makes no request.

@@ -210,7 +210,7 @@ TEST_F(ControlValue, MayTravelBehindOtherRecords) {
     const auto bytes = [](const Fields &fields) {
         return stream_bytes(fields, ByteOrder::network);
     };
-    peer.reply(bytes({.type = 4, .cmd = 4, .payload = "hello"}) +
+    peer.reply(bytes({.type = class_message, .cmd = cmd_send, .payload = "hello"}) +
                bytes({.type = class_cfg, .cmd = cmd_set, .result = -3}) +
                bytes({.type = class_cfg, .cmd = cmd_get, .payload = "value"}));
     EXPECT_EQ(ctl_getstr(value, sizeof value, "/a"), 1);

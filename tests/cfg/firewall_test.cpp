@@ -134,17 +134,18 @@ TEST_F(FirewallReceive, WaitsForTheNextRecordOfAnyType) {
     int result = -1;
     Worker waiter([&] { result = zan_firewall_recv_msq(); });
     EXPECT_TRUE(waiter.wait_until_blocked());
-    raw_send(g_msq_qid, {.mtype = 9, .type = 9, .cmd = 3, .payload = "late"});
+    raw_send(g_msq_qid,
+             {.mtype = 9, .type = class_broadcast, .cmd = cmd_send_all, .payload = "late"});
     ASSERT_TRUE(waiter.wait_until_done());
     EXPECT_EQ(result, 1);
     EXPECT_THAT(g_messages, ElementsAre("late"));
-    raw_send(g_msq_qid, {.mtype = 1, .type = 1, .cmd = 1});
+    raw_send(g_msq_qid, {.mtype = 1, .type = class_cfg, .cmd = cmd_get});
     EXPECT_EQ(zan_firewall_recv_msq(), 0);
     EXPECT_EQ(queue_length(g_msq_qid), 0);
 }
 
 TEST_F(FirewallReceive, TakesNoLock) {
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "hello"});
+    raw_send(g_msq_qid, {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = "hello"});
     const BothLocks locks;
     EXPECT_EQ(zan_firewall_recv_msq(), 1);
     EXPECT_THAT(g_messages, ElementsAre("hello"));
@@ -152,14 +153,17 @@ TEST_F(FirewallReceive, TakesNoLock) {
 
 // Its storage is its own: what a record does not bring reads as zeros to its end.
 TEST_F(FirewallReceive, ShowsZerosBehindWhatCame) {
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = "ab", .len = 35000});
+    raw_send(g_msq_qid,
+             {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = "ab", .len = 35000});
     EXPECT_EQ(zan_firewall_recv_msq(), 1);
     EXPECT_THAT(g_messages, ElementsAre("ab" + std::string(34998, '\0')));
 }
 
 TEST_F(FirewallReceive, TakesARecordOfFullLengthWhole) {
     ZAN_SKIP_WITHOUT_LONG_RECORDS();
-    raw_send(g_msq_qid, {.mtype = 4, .type = 4, .cmd = 4, .payload = std::string(35000, 'm')});
+    raw_send(
+        g_msq_qid,
+        {.mtype = 4, .type = class_message, .cmd = cmd_send, .payload = std::string(35000, 'm')});
     EXPECT_EQ(zan_firewall_recv_msq(), 1);
     EXPECT_THAT(g_messages, ElementsAre(std::string(35000, 'm')));
 }

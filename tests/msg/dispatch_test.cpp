@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/capture.h"
+#include "support/commands.h"
 #include "support/raw.h"
 
 #include <zan.h>
@@ -84,7 +85,7 @@ protected:
     }
 
     int dispatch_change(const std::string &line) {
-        return dispatch({.type = 5, .cmd = 7, .payload = line});
+        return dispatch({.type = class_notify, .cmd = cmd_value_changed, .payload = line});
     }
 
     // A block of its own, so that the address sanitizer sees a step past it.
@@ -93,7 +94,7 @@ protected:
 
 // ---- classes ------------------------------------------------------------------
 
-TEST_F(Dispatch, ConfigurationAndControlRecordsAreIgnored) {
+TEST_F(Dispatch, IgnoresConfigurationAndControlRecords) {
     set_all_handlers();
     StdoutCapture out;
     for (const int type : {1, 8})
@@ -103,7 +104,7 @@ TEST_F(Dispatch, ConfigurationAndControlRecordsAreIgnored) {
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST_F(Dispatch, OtherClassesAreReported) {
+TEST_F(Dispatch, ReportsUnknownClasses) {
     set_all_handlers();
     for (const int type : {2, 3, 6, 0, -1, 10, 11, INT32_MAX, INT32_MIN}) {
         StdoutCapture out;
@@ -113,30 +114,30 @@ TEST_F(Dispatch, OtherClassesAreReported) {
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST_F(Dispatch, WithoutHandlersNothingIsHandled) {
+TEST_F(Dispatch, HandlesNothingWithoutHandlers) {
     StdoutCapture out;
-    EXPECT_EQ(dispatch({.type = 4, .cmd = 4, .payload = "x"}), 0);
-    EXPECT_EQ(dispatch({.type = 9, .cmd = 3, .payload = "x"}), 0);
+    EXPECT_EQ(dispatch({.type = class_message, .cmd = cmd_send, .payload = "x"}), 0);
+    EXPECT_EQ(dispatch({.type = class_broadcast, .cmd = cmd_send_all, .payload = "x"}), 0);
     EXPECT_EQ(dispatch_change("a b c 1 2 d"), 0);
-    EXPECT_EQ(dispatch({.type = 5, .cmd = 8, .payload = "1234"}), 0);
-    EXPECT_EQ(dispatch({.type = 7, .cmd = 2, .payload = "x"}), 0);
+    EXPECT_EQ(dispatch({.type = class_notify, .cmd = cmd_event, .payload = "1234"}), 0);
+    EXPECT_EQ(dispatch({.type = class_action, .cmd = 2, .payload = "x"}), 0);
     EXPECT_EQ(out.stop(), "");
 }
 
-TEST_F(Dispatch, ARemovedHandlerIsNotCalled) {
+TEST_F(Dispatch, DoesNotCallARemovedHandler) {
     set_all_handlers();
     zan_set_message_handler(nullptr);
-    EXPECT_EQ(dispatch({.type = 4, .cmd = 4, .payload = "x"}), 0);
+    EXPECT_EQ(dispatch({.type = class_message, .cmd = cmd_send, .payload = "x"}), 0);
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST_F(Dispatch, NoRecordIsNotHandled) {
+TEST_F(Dispatch, IgnoresANullRecord) {
     EXPECT_EQ(zan_process_data(nullptr), 0);
 }
 
 // ---- direct messages ----------------------------------------------------------
 
-TEST_F(Dispatch, DirectMessagesOfAnyCommandReachTheMessageHandler) {
+TEST_F(Dispatch, PassesMessagesOfAnyCommandToTheHandler) {
     set_all_handlers();
     for (const int type : {4, 9})
         for (const int cmd : {0, 1, 2, 3, 4, -1, 99}) {
@@ -147,14 +148,14 @@ TEST_F(Dispatch, DirectMessagesOfAnyCommandReachTheMessageHandler) {
         }
 }
 
-TEST_F(Dispatch, TheMessageHandlerSeesTheWholeRecord) {
+TEST_F(Dispatch, PassesTheWholeRecordToTheMessageHandler) {
     static zan_body seen;
     zan_set_message_handler([](char *, int, zan_body *record) {
         seen = *record;
         return 0;
     });
-    const Fields fields{.type = 4,
-                        .cmd = 4,
+    const Fields fields{.type = class_message,
+                        .cmd = cmd_send,
                         .dst = "to",
                         .src = "from",
                         .pid = 1,
@@ -170,11 +171,12 @@ TEST_F(Dispatch, TheMessageHandlerSeesTheWholeRecord) {
 
 // The header's len is what a sender wrote.  A handler that copies as much as it is
 // told must not leave the record.
-TEST_F(Dispatch, AHostileLengthIsKeptWithinTheRecord) {
+TEST_F(Dispatch, LimitsAHostileLengthToTheRecord) {
     set_all_handlers();
     const auto told = [this](int32_t len) {
         calls.clear();
-        EXPECT_EQ(dispatch({.type = 4, .cmd = 4, .payload = "x", .len = len}), 1);
+        EXPECT_EQ(dispatch({.type = class_message, .cmd = cmd_send, .payload = "x", .len = len}),
+                  1);
         return calls.at(0);
     };
     EXPECT_EQ(told(35000), "message 35000 [x] cmd 4 len 35000");
@@ -191,7 +193,8 @@ TEST_F(Dispatch, TaskManagerCommandsAreTwoToEightAndTenToSeventeen) {
     for (int cmd = -2; cmd < 40; ++cmd) {
         const bool handled = (cmd >= 2 && cmd <= 8) || (cmd >= 10 && cmd <= 17);
         calls.clear();
-        EXPECT_EQ(dispatch({.type = 7, .cmd = cmd, .payload = "job"}), handled ? 1 : 0) << cmd;
+        EXPECT_EQ(dispatch({.type = class_action, .cmd = cmd, .payload = "job"}), handled ? 1 : 0)
+            << cmd;
         EXPECT_EQ(calls, handled ? std::vector<std::string>{"taskmgr [job] 7"}
                                  : std::vector<std::string>{})
             << cmd;
@@ -200,25 +203,27 @@ TEST_F(Dispatch, TaskManagerCommandsAreTwoToEightAndTenToSeventeen) {
 
 // ---- notifications ------------------------------------------------------------
 
-TEST_F(Dispatch, OtherNotificationsAreIgnored) {
+TEST_F(Dispatch, IgnoresOtherNotifications) {
     set_all_handlers();
     StdoutCapture out;
     for (const int cmd : {-1, 0, 1, 2, 3, 4, 5, 6, 9, 10})
-        EXPECT_EQ(dispatch({.type = 5, .cmd = cmd, .payload = "a b c 1 2 d"}), 0) << cmd;
+        EXPECT_EQ(dispatch({.type = class_notify, .cmd = cmd, .payload = "a b c 1 2 d"}), 0) << cmd;
     EXPECT_EQ(out.stop(), "");
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST_F(Dispatch, AnEventBringsItsCodeAndTheClass) {
+TEST_F(Dispatch, PassesTheCodeAndClassOfAnEvent) {
     set_all_handlers();
-    EXPECT_EQ(dispatch({.type = 5, .cmd = 8, .payload = std::string("\x78\x56\x34\x12\xff", 5)}),
+    EXPECT_EQ(dispatch({.type = class_notify,
+                        .cmd = cmd_event,
+                        .payload = std::string("\x78\x56\x34\x12\xff", 5)}),
               1);
-    EXPECT_EQ(dispatch({.type = 5, .cmd = 8, .payload = "\xff\xff\xff\xff"}), 1);
-    EXPECT_EQ(dispatch({.type = 5, .cmd = 8}), 1);
+    EXPECT_EQ(dispatch({.type = class_notify, .cmd = cmd_event, .payload = "\xff\xff\xff\xff"}), 1);
+    EXPECT_EQ(dispatch({.type = class_notify, .cmd = cmd_event}), 1);
     EXPECT_THAT(calls, ElementsAre("event 305419896 5", "event -1 5", "event 0 5"));
 }
 
-TEST_F(Dispatch, AValueChangeCallsBothHandlersInOrder) {
+TEST_F(Dispatch, CallsBothValueChangedHandlersInOrder) {
     set_all_handlers();
     EXPECT_EQ(dispatch_change("one two three 4 5 six"), 1);
     EXPECT_THAT(calls, ElementsAre("value [one] [two] [three] [six] 4",
@@ -236,7 +241,7 @@ TEST_F(Dispatch, OneValueChangedHandlerIsEnough) {
     EXPECT_THAT(calls, ElementsAre("value2 [one] [two] [three] [six] 4 5"));
 }
 
-TEST_F(Dispatch, TheFirstValueChangedHandlerMayInstallTheSecond) {
+TEST_F(Dispatch, FirstValueChangedHandlerMayInstallTheSecond) {
     zan_set_value_changed_handler([](char *, char *, char *, char *, int) {
         calls.emplace_back("first");
         zan_set_value_changed_handler2(on_value2);
@@ -246,7 +251,7 @@ TEST_F(Dispatch, TheFirstValueChangedHandlerMayInstallTheSecond) {
     EXPECT_THAT(calls, ElementsAre("first", "value2 [one] [two] [three] [six] 4 5"));
 }
 
-TEST_F(Dispatch, TheFirstValueChangedHandlerMayRemoveBoth) {
+TEST_F(Dispatch, FirstValueChangedHandlerMayRemoveBoth) {
     zan_set_value_changed_handler([](char *, char *, char *, char *, int) {
         calls.emplace_back("first");
         zan_set_value_changed_handler(nullptr);
@@ -259,7 +264,7 @@ TEST_F(Dispatch, TheFirstValueChangedHandlerMayRemoveBoth) {
     EXPECT_EQ(dispatch_change("one two three 4 5 six"), 0);
 }
 
-TEST_F(Dispatch, EachValueChangedHandlerHasTextsOfItsOwn) {
+TEST_F(Dispatch, PassesEachValueChangedHandlerItsOwnTexts) {
     zan_set_value_changed_handler([](char *f1, char *f2, char *f3, char *f6, int) {
         for (char *text : {f1, f2, f3, f6})
             std::memset(text, '#', std::strlen(text));
@@ -271,7 +276,7 @@ TEST_F(Dispatch, EachValueChangedHandlerHasTextsOfItsOwn) {
 }
 
 // Each handler may fill its texts to their documented sizes.
-TEST_F(Dispatch, TheTextsHaveTheRoomOfTheirBounds) {
+TEST_F(Dispatch, PassesTextsWithRoomForTheirBounds) {
     const auto fill = [](char *f1, char *f2, char *f3, char *f6) {
         std::memset(f1, 'x', 31);
         std::memset(f2, 'x', 1023);

@@ -50,8 +50,8 @@ protected:
 // ---- results -------------------------------------------------------------------
 
 TEST_F(AnswerOnLink, AValueIsHandedBackByReference) {
-    arrives({.type = 1, .cmd = 1, .result = 1, .payload = "value"});
-    EXPECT_EQ(wait_for(1, 1), 1);
+    arrives({.type = class_cfg, .cmd = cmd_get, .result = 1, .payload = "value"});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
     ASSERT_NE(resp->ptr, nullptr);
     EXPECT_STREQ(resp->ptr, "value"); // ends where its payload ends
     EXPECT_EQ(resp->len, 5);
@@ -60,25 +60,25 @@ TEST_F(AnswerOnLink, AValueIsHandedBackByReference) {
 }
 
 TEST_F(AnswerOnLink, AnEmptyValueIsAText) {
-    arrives({.type = 1, .cmd = 1, .payload = "a longer value before"});
-    EXPECT_EQ(wait_for(1, 1), 1);
-    arrives({.type = 1, .cmd = 1});
-    EXPECT_EQ(wait_for(1, 1), 1);
+    arrives({.type = class_cfg, .cmd = cmd_get, .payload = "a longer value before"});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
+    arrives({.type = class_cfg, .cmd = cmd_get});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
     EXPECT_STREQ(resp->ptr, "");
     EXPECT_EQ(resp->len, 0);
 }
 
 TEST_F(AnswerOnLink, AValueMayBeLongerThanARecordOnAQueue) {
     const std::string value(50000, 'v');
-    arrives({.type = 1, .cmd = 1, .len = 50000});
+    arrives({.type = class_cfg, .cmd = cmd_get, .len = 50000});
     bytes_arrive(value);
-    EXPECT_EQ(wait_for(1, 1), 1);
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
     EXPECT_EQ(resp->len, 50000);
     EXPECT_TRUE(resp->ptr == value);
 }
 
 TEST_F(AnswerOnLink, WithoutAnAnswerAreaTheResultIsReturnedAlone) {
-    arrives({.type = 1, .cmd = 1, .payload = "value"});
+    arrives({.type = class_cfg, .cmd = cmd_get, .payload = "value"});
     EXPECT_EQ(zan_client_recv_response(1, 1, nullptr, nullptr), 1);
 }
 
@@ -108,28 +108,31 @@ INSTANTIATE_TEST_SUITE_P(Pairs, OtherAnswers,
 
 TEST_F(AnswerOnLink, AnyResultFromZeroUpIsSuccess) {
     for (const int result : {0, 1, 2, INT32_MAX}) {
-        arrives({.type = 3, .cmd = 0, .result = result});
-        EXPECT_EQ(wait_for(3, 0), 1) << result;
+        arrives({.type = class_registration, .cmd = cmd_register, .result = result});
+        EXPECT_EQ(wait_for(class_registration, cmd_register), 1) << result;
     }
 }
 
 TEST_F(AnswerOnLink, ANegativeResultComesWithItsText) {
-    arrives({.type = 1, .cmd = 1, .result = -42, .payload = "no such node"});
-    EXPECT_EQ(wait_for(1, 1), -42);
+    arrives({.type = class_cfg, .cmd = cmd_get, .result = -42, .payload = "no such node"});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), -42);
     EXPECT_STREQ(err, "no such node");
     EXPECT_TRUE(resp_untouched());
 }
 
 TEST_F(AnswerOnLink, ANegativeResultWithoutABufferIsReturnedAlone) {
-    arrives({.type = 9, .cmd = 2, .result = INT32_MIN, .payload = "no such module"});
+    arrives({.type = class_broadcast,
+             .cmd = cmd_ack,
+             .result = INT32_MIN,
+             .payload = "no such module"});
     EXPECT_EQ(zan_client_recv_response(9, 2, nullptr, resp.get()), INT32_MIN);
     EXPECT_TRUE(resp_untouched());
 }
 
 TEST_F(AnswerOnLink, ALongErrorTextIsCutWithAWarning) {
-    arrives({.type = 1, .cmd = 1, .result = -1, .payload = std::string(1024, 'e')});
+    arrives({.type = class_cfg, .cmd = cmd_get, .result = -1, .payload = std::string(1024, 'e')});
     StdoutCapture out;
-    EXPECT_EQ(wait_for(1, 1), -1);
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), -1);
     EXPECT_EQ(out.stop(), overflow_warning(std::string(1023, 'e')));
     EXPECT_EQ(err, std::string(1023, 'e'));
 }
@@ -137,9 +140,9 @@ TEST_F(AnswerOnLink, ALongErrorTextIsCutWithAWarning) {
 // ---- the wait ------------------------------------------------------------------
 
 TEST_F(AnswerOnLink, AnAnswerInPiecesIsWaitedFor) {
-    const std::string bytes = from_daemon({.type = 1, .cmd = 1, .payload = "value"});
+    const std::string bytes = from_daemon({.type = class_cfg, .cmd = cmd_get, .payload = "value"});
     int result = 0;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     for (const auto &[begin, size] : {std::pair{0, 100}, {100, 2}, {102, 2}}) {
         ASSERT_TRUE(waiter.wait_until_blocked());
         peer.send(bytes.substr(static_cast<std::size_t>(begin), static_cast<std::size_t>(size)));
@@ -153,7 +156,7 @@ TEST_F(AnswerOnLink, AnAnswerInPiecesIsWaitedFor) {
 
 TEST_F(AnswerOnLink, ASignalEndsTheWaitLikeATimeOut) {
     int result = 0;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     ASSERT_TRUE(waiter.wait_until_blocked());
     waiter.interrupt();
     ASSERT_TRUE(waiter.wait_until_done());
@@ -162,7 +165,7 @@ TEST_F(AnswerOnLink, ASignalEndsTheWaitLikeATimeOut) {
 
 TEST_F(AnswerOnLink, APeerThatHangsUpEndsTheWait) {
     int result = 0;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     ASSERT_TRUE(waiter.wait_until_blocked());
     peer.hang_up();
     ASSERT_TRUE(waiter.wait_until_done());
@@ -171,9 +174,9 @@ TEST_F(AnswerOnLink, APeerThatHangsUpEndsTheWait) {
 
 TEST_F(AnswerOnLink, APeerThatDiesMidAnswerEndsTheWait) {
     int result = 0;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     ASSERT_TRUE(waiter.wait_until_blocked());
-    peer.send(from_daemon({.type = 1, .cmd = 1, .payload = "value"}).substr(0, 103));
+    peer.send(from_daemon({.type = class_cfg, .cmd = cmd_get, .payload = "value"}).substr(0, 103));
     ASSERT_TRUE(waiter.wait_until_blocked());
     peer.reset();
     ASSERT_TRUE(waiter.wait_until_done());
@@ -191,12 +194,12 @@ TEST(AnswerWithoutLink, IsATimeOutAtOnce) {
 // ---- other records on the way -----------------------------------------------------
 
 TEST_F(AnswerOnLink, OtherConfigurationAnswersAndWakeUpsAreDropped) {
-    arrives({.type = 1, .cmd = 2, .result = -9, .payload = "late"});
-    arrives({.type = 5, .cmd = 20});
+    arrives({.type = class_cfg, .cmd = cmd_set, .result = -9, .payload = "late"});
+    arrives({.type = class_notify, .cmd = 20});
     arrives({.type = message, .cmd = 20, .payload = "wake up"});
-    arrives({.type = 1, .cmd = 20});
-    arrives({.type = 1, .cmd = 1, .payload = "value"});
-    EXPECT_EQ(wait_for(1, 1), 1);
+    arrives({.type = class_cfg, .cmd = cmd_empty});
+    arrives({.type = class_cfg, .cmd = cmd_get, .payload = "value"});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
     EXPECT_STREQ(resp->ptr, "value");
     EXPECT_TRUE(err_untouched());
     EXPECT_EQ(zan_client_recv(g_ipc_handle, nullptr, 0), 0); // nothing was set aside
@@ -206,12 +209,15 @@ TEST_F(AnswerOnLink, OtherConfigurationAnswersAndWakeUpsAreDropped) {
 
 TEST_F(AnswerOnLink, RecordsSetAsideAreDeliveredInOrderByTheNextPoll) {
     const Fields first = {.type = message, .cmd = 4, .src = "a", .payload = "first"};
-    const Fields second = {.type = 9, .cmd = 3, .src = "b", .payload = std::string(5000, 'b')};
+    const Fields second = {.type = class_broadcast,
+                           .cmd = cmd_send_all,
+                           .src = "b",
+                           .payload = std::string(5000, 'b')};
     const Fields third = {.type = message, .cmd = 1, .src = "c"};
     for (const Fields &fields : {first, second, third})
         arrives(fields);
-    arrives({.type = 3, .cmd = 0, .result = 1});
-    EXPECT_EQ(wait_for(3, 0), 1);
+    arrives({.type = class_registration, .cmd = cmd_register, .result = 1});
+    EXPECT_EQ(wait_for(class_registration, cmd_register), 1);
     EXPECT_THAT(delivered(), IsEmpty());
 
     const Fields fourth = {.type = message, .cmd = 4, .payload = "still on the link"};
@@ -236,8 +242,8 @@ TEST_F(AnswerOnLink, RecordsOfSeveralWaitsAreDeliveredTogether) {
     for (int round = 1; round <= 3; ++round) {
         for (const char *const text : {"first", "second"}) {
             arrives({.type = message, .cmd = 4, .payload = text});
-            arrives({.type = 1, .cmd = 2});
-            EXPECT_EQ(wait_for(1, 2), 1);
+            arrives({.type = class_cfg, .cmd = cmd_set});
+            EXPECT_EQ(wait_for(class_cfg, cmd_set), 1);
         }
         delivered().clear();
         EXPECT_EQ(zan_client_recv(-1, nullptr, 0), 0);
@@ -260,8 +266,8 @@ TEST_F(AnswerOnLink, AFloodOfRecordsIsSetAsideInOrder) {
         for (int i = 0; i < records_each; ++i)
             bytes += from_daemon({.type = message, .cmd = 4, .pid = wait * records_each + i});
         // All at once, for a header must not come in pieces.
-        bytes_arrive(bytes + from_daemon({.type = 1, .cmd = 2}));
-        ASSERT_EQ(wait_for(1, 2), 1);
+        bytes_arrive(bytes + from_daemon({.type = class_cfg, .cmd = cmd_set}));
+        ASSERT_EQ(wait_for(class_cfg, cmd_set), 1);
     }
     EXPECT_EQ(zan_client_recv(-1, nullptr, 0), 0);
     EXPECT_EQ(taken, waits * records_each);
@@ -270,17 +276,17 @@ TEST_F(AnswerOnLink, AFloodOfRecordsIsSetAsideInOrder) {
 TEST_F(AnswerOnLink, AnAnswerToAnotherRequestIsSetAsideUnlessItIsAConfigurations) {
     arrives({.type = message, .cmd = 2, .payload = "late acknowledgement"});
     arrives({.type = message, .cmd = 1, .payload = "message"});
-    arrives({.type = 9, .cmd = 2});
-    EXPECT_EQ(wait_for(9, 2), 1);
+    arrives({.type = class_broadcast, .cmd = cmd_ack});
+    EXPECT_EQ(wait_for(class_broadcast, cmd_ack), 1);
     EXPECT_EQ(zan_client_recv(g_ipc_handle, nullptr, 0), 0);
     EXPECT_EQ(delivered().size(), 2U);
 }
 
 TEST_F(AnswerOnLink, AHeaderThatIsNotTheAnswersKeepsNothingOfIt) {
     // A negative result ends the wait only in the answer itself.
-    arrives({.type = 5, .cmd = 8, .result = -5, .payload = "\1\2\3\4"});
-    arrives({.type = 3, .cmd = 0});
-    EXPECT_EQ(wait_for(3, 0), 1);
+    arrives({.type = class_notify, .cmd = cmd_event, .result = -5, .payload = "\1\2\3\4"});
+    arrives({.type = class_registration, .cmd = cmd_register});
+    EXPECT_EQ(wait_for(class_registration, cmd_register), 1);
     EXPECT_TRUE(err_untouched());
 }
 
@@ -288,10 +294,10 @@ TEST_F(AnswerOnLink, AHeaderThatIsNotTheAnswersKeepsNothingOfIt) {
 
 TEST_F(AnswerOnLink, AWakeUpIsAskedForOnceWhenRecordsWereSetAside) {
     arrives({.type = message, .cmd = 4});
-    arrives({.type = 9, .cmd = 3});
-    arrives({.type = 1, .cmd = 1, .payload = "value"});
+    arrives({.type = class_broadcast, .cmd = cmd_send_all});
+    arrives({.type = class_cfg, .cmd = cmd_get, .payload = "value"});
     StdoutCapture out;
-    EXPECT_EQ(wait_for(1, 1), 1);
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), 1);
     EXPECT_EQ(out.stop(), "");
     const auto records = peer.wait_for_records(1);
     EXPECT_TRUE(same_bytes(records[0], empty_message()));
@@ -303,36 +309,36 @@ TEST_F(AnswerOnLink, AWakeUpIsAskedForOnceWhenRecordsWereSetAside) {
 TEST_F(AnswerOnLink, AWakeUpIsAskedForBeforeEveryReturnUntilThePoll) {
     arrives({.type = message, .cmd = 4});
     for (int wait = 1; wait <= 2; ++wait) {
-        arrives({.type = 1, .cmd = 2});
-        EXPECT_EQ(wait_for(1, 2), 1);
+        arrives({.type = class_cfg, .cmd = cmd_set});
+        EXPECT_EQ(wait_for(class_cfg, cmd_set), 1);
         EXPECT_TRUE(same_bytes(peer.wait_for_records(static_cast<std::size_t>(wait)).back(),
                                empty_message()));
     }
     zan_client_recv(g_ipc_handle, nullptr, 0);
-    arrives({.type = 1, .cmd = 2});
-    EXPECT_EQ(wait_for(1, 2), 1);
+    arrives({.type = class_cfg, .cmd = cmd_set});
+    EXPECT_EQ(wait_for(class_cfg, cmd_set), 1);
     zan_request_empty_message();
     EXPECT_EQ(peer.wait_for_records(3).size(), 3U);
 }
 
 TEST_F(AnswerOnLink, AWakeUpIsAskedForAfterARefusalToo) {
     arrives({.type = message, .cmd = 4});
-    arrives({.type = 1, .cmd = 1, .result = -42});
-    EXPECT_EQ(wait_for(1, 1), -42);
+    arrives({.type = class_cfg, .cmd = cmd_get, .result = -42});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), -42);
     EXPECT_TRUE(same_bytes(peer.wait_for_records(1)[0], empty_message()));
 }
 
 TEST_F(AnswerOnLink, AWakeUpIsAskedForAfterAnErrorToo) {
     arrives({.type = message, .cmd = 4});
-    arrives({.type = 1, .cmd = 1, .len = INT32_MAX});
-    EXPECT_EQ(wait_for(1, 1), -1);
+    arrives({.type = class_cfg, .cmd = cmd_get, .len = INT32_MAX});
+    EXPECT_EQ(wait_for(class_cfg, cmd_get), -1);
     EXPECT_TRUE(same_bytes(peer.wait_for_records(1)[0], empty_message()));
 }
 
 TEST_F(AnswerOnLink, AWakeUpIsAskedForAfterATimeOutToo) {
     arrives({.type = message, .cmd = 4});
     int result = 0;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     ASSERT_TRUE(waiter.wait_until_blocked());
     waiter.interrupt();
     ASSERT_TRUE(waiter.wait_until_done());
@@ -342,8 +348,8 @@ TEST_F(AnswerOnLink, AWakeUpIsAskedForAfterATimeOutToo) {
 
 TEST_F(AnswerOnLink, AnAgentThatLeavesAsksForNone) {
     arrives({.type = message, .cmd = 4});
-    arrives({.type = 3, .cmd = 1});
-    EXPECT_EQ(wait_for(3, 1), 1);
+    arrives({.type = class_registration, .cmd = cmd_unregister});
+    EXPECT_EQ(wait_for(class_registration, cmd_unregister), 1);
     EXPECT_EQ(zan_client_recv(g_ipc_handle, nullptr, 0), 0);
     EXPECT_EQ(delivered().size(), 1U); // set aside all the same
     zan_request_empty_message();
@@ -353,7 +359,7 @@ TEST_F(AnswerOnLink, AnAgentThatLeavesAsksForNone) {
 TEST_F(AnswerOnLink, AWakeUpThatCannotBeAskedForIsTriedTwice) {
     int result = 0;
     StdoutCapture out;
-    Worker waiter([&] { result = wait_for(1, 1); });
+    Worker waiter([&] { result = wait_for(class_cfg, cmd_get); });
     ASSERT_TRUE(waiter.wait_until_blocked());
     peer.send(from_daemon({.type = message, .cmd = 4}));
     ASSERT_TRUE(waiter.wait_until_blocked());

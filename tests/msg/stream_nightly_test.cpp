@@ -22,11 +22,11 @@ protected:
 };
 
 TEST_F(Minute, AnAnswerIsWaitedForAWholeOne) {
-    EXPECT_GE(wait_for(1, 1), seconds(60));
+    EXPECT_GE(wait_for(class_cfg, cmd_get), seconds(60));
 }
 
 TEST_F(Minute, ADumpIsWaitedForFiftySeconds) {
-    EXPECT_GE(wait_for(1, 5), seconds(50));
+    EXPECT_GE(wait_for(class_cfg, cmd_dump), seconds(50));
 }
 
 } // namespace

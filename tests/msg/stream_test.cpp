@@ -44,7 +44,8 @@ protected:
     // Leaves the length of a complete record behind, as a caller does that looks at
     // records only: the next header may then come in pieces.
     void leave_length(std::int32_t len) {
-        arrives({.type = 8, .payload = std::string(static_cast<std::size_t>(len), 'x')});
+        arrives(
+            {.type = class_control, .payload = std::string(static_cast<std::size_t>(len), 'x')});
         ASSERT_EQ(read(), 0);
         ASSERT_EQ(read(), 1);
     }
@@ -85,7 +86,7 @@ TEST_F(Reassembly, SevenWordsAreConvertedAndTimeAndSpareAreNot) {
 
 TEST_F(Reassembly, RecordsOfOneWriteAreReceivedOneByOne) {
     const Fields first = {.type = message, .cmd = 4, .payload = "first"};
-    const Fields second = {.type = 9, .cmd = 3};
+    const Fields second = {.type = class_broadcast, .cmd = cmd_send_all};
     const Fields third = {.type = message, .cmd = 1, .payload = text_of(3000)};
     bytes_arrive(from_daemon(first) + from_daemon(second) + from_daemon(third));
     EXPECT_EQ(receive_record(), 1);

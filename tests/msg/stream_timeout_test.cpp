@@ -70,7 +70,7 @@ class EachPiece : public TimeOut {};
 // for the payload that never comes.
 TEST_F(EachPiece, StartsTheTimeAgain) {
     arrives({.type = message, .cmd = 4, .payload = "set aside"});
-    arrives({.type = 1, .cmd = 5, .len = 5});
+    arrives({.type = class_cfg, .cmd = cmd_dump, .len = 5});
     EXPECT_EQ(zan_client_recv_response(1, 5, nullptr, nullptr), -2);
     EXPECT_THAT(timeouts_asked, ElementsAre(50000, 50000, 50000, 50000));
 }
