@@ -108,7 +108,7 @@ void require_round_trip(const Record &record) {
     StreamReader reader;
     reader.add(encode_for_stream(record));
     const auto again = reader.next();
-    require(again && again->defect.empty() && reader.unfinished() == 0, "a record that came back");
+    require(again && again->error.empty() && reader.unfinished() == 0, "a record that came back");
     require(encode(again->record) == encode(record), "the bytes of a record that came back");
 }
 
@@ -124,7 +124,7 @@ public:
         const Header header(rest);
         lost_ = !header.ordered() || !header.has_length();
         if (lost_) {
-            require(received && !received->defect.empty(), "the defect of what has no end");
+            require(received && !received->error.empty(), "the defect of what has no end");
             return require_header(received->record, header);
         }
         const auto length = static_cast<std::size_t>(header.word(at_len));
@@ -133,7 +133,7 @@ public:
         require(received.has_value(), "a record that has come");
         require_header(received->record, header);
         require(received->record.payload == rest.substr(header_size, length), "the payload");
-        require(received->defect.empty() == header.has_ends(), "the defect of a name");
+        require(received->error.empty() == header.has_ends(), "the defect of a name");
         if (header.has_ends())
             require_round_trip(received->record);
         at_ += header_size + length;
@@ -153,13 +153,13 @@ void read_alone(const std::string &piece) {
     const Block block(piece);
     const Received received = decode({block.get(), piece.size()});
     if (piece.size() < header_size)
-        return require(!received.defect.empty(), "the defect of half a header");
+        return require(!received.error.empty(), "the defect of half a header");
     std::int32_t length = 0;
     std::memcpy(&length, piece.data() + at_len, sizeof length);
     const std::size_t payload = piece.size() - header_size;
     const bool sound = payload <= longest_payload && length == static_cast<std::int32_t>(payload) &&
                        Header(piece).has_ends();
-    require(received.defect.empty() == sound, "the defect of a record");
+    require(received.error.empty() == sound, "the defect of a record");
     require(received.record.payload == piece.substr(header_size, longest_payload),
             "the payload of a record");
 }

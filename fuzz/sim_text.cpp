@@ -9,9 +9,9 @@
 #include "fault/fault.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
-#include "service/action.h"
-#include "service/event_message.h"
+#include "request/action.h"
 #include "state/management.h"
+#include "trace/event_message.h"
 #include "tree/path.h"
 
 #include <algorithm>
@@ -55,7 +55,7 @@ bool fits_plainly(std::string_view pattern, std::string_view path) {
     if (wanted == "**")
         return fits_plainly(rest_of(pattern), path) ||
                (!path.empty() && fits_plainly(pattern, rest_of(path)));
-    return !path.empty() && text_fits(std::string(wanted), path.substr(0, path.find('/'))) &&
+    return !path.empty() && text_matches(std::string(wanted), path.substr(0, path.find('/'))) &&
            fits_plainly(rest_of(pattern), rest_of(path));
 }
 
@@ -64,7 +64,7 @@ void match(const std::string &pattern, const std::string &path) {
     if (std::count(pattern.begin(), pattern.end(), '*') > 4)
         return;
     const Block block(path);
-    require(path_fits(pattern, {block.get(), path.size()}) == fits_plainly(pattern, path),
+    require(path_matches(pattern, {block.get(), path.size()}) == fits_plainly(pattern, path),
             "whether a path fits a pattern");
 }
 

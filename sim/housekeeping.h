@@ -2,7 +2,7 @@
 #pragma once
 
 #include "state/daemon.h"
-#include "transport/queue_link.h"
+#include "transport/queue_transport.h"
 
 #include <chrono>
 #include <optional>
@@ -11,40 +11,40 @@
 
 namespace zan::sim {
 
-// What happens without a request: records that found a full queue are sent once
-// there is room, requests that a fault delays are served when their time comes, who
-// waits for a management answer in vain is told, and a changed tree is saved, at most once a
-// second.  Sleeps while there is nothing.
+// Background work: retries records that found a full queue, serves delayed requests
+// when they are due, expires management requests, and saves a changed tree at most
+// once a second.  Sleeps while there is nothing to do.
 class Housekeeping {
 public:
-    // An empty file name saves nothing.
-    Housekeeping(Daemon &daemon, QueueLink &link, std::string save_file, Trace &trace);
+    // Saves nothing if the file name is empty.
+    Housekeeping(Locked<Daemon> &daemon, QueueTransport &queues, std::string save_file, Log &log);
 
-    // Saves what is not saved yet.
+    // Saves outstanding changes.
     ~Housekeeping();
     Housekeeping(const Housekeeping &) = delete;
     Housekeeping &operator=(const Housekeeping &) = delete;
 
 private:
     using Clock = Daemon::Clock;
+    using Guard = Locked<Daemon>::Guard;
 
     void run();
-    bool unsaved() const;
-    std::optional<Clock::time_point> next_task();
-    void send_backlog();
-    void save(Daemon::Guard &guard);
+    bool unsaved(const Daemon &daemon) const;
+    std::optional<Clock::time_point> next_task(const Daemon &daemon);
+    void send_backlog(Daemon &daemon);
+    void save(Guard &guard);
 
-    Daemon &daemon_;
-    QueueLink &link_;
-    Trace &trace_;
+    Locked<Daemon> &daemon_;
+    QueueTransport &queues_;
+    Log &log_;
     const std::string save_file_;
     bool stopping_ = false; // these under the daemon's lock
     bool save_failed_ = false;
     std::uint64_t saved_version_ = 0;
     Clock::time_point last_save_{};
     Clock::duration retry_pause_;
-    std::optional<Clock::time_point> next_retry_; // of sending, while something waits
-    std::optional<Clock::time_point> next_look_;  // at who waits for a management answer
+    std::optional<Clock::time_point> next_retry_;        // of sending, while records wait
+    std::optional<Clock::time_point> next_expiry_check_; // of management requests
     std::thread thread_;
 };
 

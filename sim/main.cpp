@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "host/claim.h"
+#include "host/daemon_lock.h"
 #include "host/kernel_limits.h"
 #include "housekeeping.h"
 #include "options.h"
 #include "state/daemon.h"
-#include "trace.h"
-#include "transport/queue_link.h"
-#include "transport/socket_link.h"
+#include "trace/trace.h"
+#include "transport/queue_transport.h"
+#include "transport/tcp_transport.h"
 #include "tree/tree_file.h"
 
 #include <pthread.h>
@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -24,16 +25,16 @@ namespace {
 
 using namespace zan::sim;
 
-void tell(const std::string &line) {
+void print_line(const std::string &line) {
     std::fprintf(stderr, "zansim: %s\n", line.c_str());
 }
 
 int failed(const Error &error) {
-    tell(error.text);
+    print_line(error.text);
     return exit_failed;
 }
 
-// Blocked in every thread: one thread waits for them.
+// Blocked in every thread: the main thread waits for them.
 sigset_t ending_signals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -52,45 +53,44 @@ Result<Trace> open_trace(const Options &options) {
     return Trace(options.trace, std::move(json));
 }
 
-// What the command line adds to a plain daemon.
-Result<Done> equip(Daemon &daemon, const Options &options) {
+// Applies the options of the command line.
+Result<Done> configure(Daemon &daemon, const Options &options) {
     if (!options.directory.empty()) {
         auto files = FileStore::open(options.directory);
         if (!files)
             return files.error();
-        daemon.files = std::move(*files);
+        daemon.files = std::make_shared<const FileStore>(std::move(*files));
     }
     if (options.allow_shell)
         daemon.shell.allow();
     daemon.faults = options.faults;
-    daemon.management.set_patience(std::chrono::seconds(options.answer_seconds));
+    daemon.management.set_answer_timeout(std::chrono::seconds(options.answer_seconds));
     if (!options.answers_file.empty())
         return daemon.management.load(options.answers_file);
     return Done{};
 }
 
-// Serves until a signal ends it; false when the queues were taken away.
-bool serve(Daemon &daemon, QueueLink &link, SocketLink &agents, Claim &claim) {
-    std::thread receiver([&] {
-        link.serve(daemon);
-        kill(getpid(), SIGTERM); // when the queue went by itself, nobody else would
+// Serves until a signal arrives.  False if the request queue was removed.
+bool serve(LockedRef<RequestHandler> handler, QueueTransport &queues, TcpTransport &agents,
+           DaemonLock &daemon_lock) {
+    std::thread queue_server([&] {
+        queues.serve(handler);
+        kill(getpid(), SIGTERM); // ends the others if the queue was removed
     });
     std::thread agent_server([&] {
         if (agents.port() != 0)
-            agents.serve(daemon);
+            agents.serve(handler);
     });
     const sigset_t signals = ending_signals();
     int number = 0;
     while (sigwait(&signals, &number) != 0) {
     }
-    const bool had_queue = link.exists(link.request_queue());
-    claim.withdraw();
-    link.remove();
+    const bool had_queue = queues.exists(queues.request_queue());
+    daemon_lock.withdraw();
+    queues.remove();
     agents.stop();
-    receiver.join();
+    queue_server.join();
     agent_server.join();
-    // What it reads belongs to the tree that is saved at the end.
-    daemon.file_work.finish();
     return had_queue;
 }
 
@@ -101,34 +101,38 @@ int run(const Options &options) {
     auto trace = open_trace(options);
     if (!trace)
         return failed(trace.error());
-    Claim claim;
-    const auto cleared = claim.take();
+    DaemonLock daemon_lock;
+    const auto cleared = daemon_lock.take();
     if (!cleared)
         return failed(cleared.error());
     if (!cleared->empty())
-        tell(*cleared);
+        print_line(*cleared);
     for (const std::string &line : raise_limits())
-        tell(line);
+        print_line(line);
     const std::size_t parameters = tree->parameter_count();
-    QueueLink link(*trace);
-    if (const auto created = QueueLink::create(link); !created)
+    QueueTransport queues(*trace);
+    if (const auto created = QueueTransport::create(queues); !created)
         return failed(created.error());
-    SocketLink agents(*trace);
-    // Modules can do without it, and most do.
+    TcpTransport agents(*trace);
+    // Most modules do not need it.
     if (const auto opened = agents.open(); !opened)
-        tell(opened.error().text);
-    Daemon daemon(std::move(*tree), *trace);
-    if (const auto equipped = equip(daemon, options); !equipped)
-        return failed(equipped.error());
-    const Housekeeping housekeeping(daemon, link, options.save_file, *trace);
+        print_line(opened.error().text);
+    FileWork file_work;
+    Locked<Daemon> daemon(std::move(*tree), *trace, file_work);
+    if (const auto configured = configure(*daemon.lock(), options); !configured)
+        return failed(configured.error());
+    const Housekeeping housekeeping(daemon, queues, options.save_file, *trace);
     if (const auto published =
-            claim.publish(link.request_queue(), link.answer_queue(), agents.port());
+            daemon_lock.publish(queues.request_queue(), queues.answer_queue(), agents.port());
         !published)
         return failed(published.error());
     std::printf("zansim: ready (process %d, queues %d and %d, port %d, %zu parameters)\n", getpid(),
-                link.request_queue(), link.answer_queue(), agents.port(), parameters);
+                queues.request_queue(), queues.answer_queue(), agents.port(), parameters);
     std::fflush(stdout);
-    if (serve(daemon, link, agents, claim))
+    const bool had_queue = serve(daemon.ref(), queues, agents, daemon_lock);
+    // A file that is being loaded belongs to the tree that is saved at the end.
+    file_work.finish();
+    if (had_queue)
         return exit_ended;
     return failed({0, "the request queue was removed"});
 }
@@ -142,7 +146,7 @@ int main(int argc, char **argv) {
         return exit_code;
     const sigset_t signals = ending_signals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    // A trace that nobody reads any more is no reason to end.
+    // A trace whose reader has gone must not end zansim.
     std::signal(SIGPIPE, SIG_IGN);
     return run(options);
 }

@@ -29,8 +29,8 @@ bool write_all(int fd, std::string_view text) {
     return true;
 }
 
-// A new file beside the one of this name, as a rename does not cross file systems.
-// Its name is left in the second argument.
+// A new file in the same directory, because rename() does not cross file systems.
+// Stores its name in the second argument.
 Descriptor open_temporary(int directory, std::string &name) {
     const std::string stem = name + '.' + std::to_string(getpid()) + '.';
     for (int number = 0;; ++number) {
@@ -54,7 +54,7 @@ void Descriptor::reset() {
     fd_ = -1;
 }
 
-bool read_all(int fd, std::string &text, std::size_t most) {
+bool read_all(int fd, std::string &text, std::size_t max_size) {
     char block[65536];
     for (;;) {
         const ssize_t size = read(fd, block, sizeof block);
@@ -62,7 +62,7 @@ bool read_all(int fd, std::string &text, std::size_t most) {
             continue;
         if (size <= 0)
             return size == 0;
-        if (text.size() + static_cast<std::size_t>(size) > most) {
+        if (text.size() + static_cast<std::size_t>(size) > max_size) {
             errno = EFBIG;
             return false;
         }

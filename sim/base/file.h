@@ -9,20 +9,20 @@
 
 namespace zan::sim {
 
-// Whole files, by plain calls.  Error texts name the file.
+// Reads and writes whole files.  Error texts contain the file name.
 
 Result<std::string> load_file(const std::string &file);
 
-// Replaces the file's content, so that a reader, or a machine that loses its
-// power, has either the old text or the new one.
+// Replaces the content of a file.  A reader, or the file system after a power failure,
+// has either the old text or the new one.
 Result<Done> write_atomically(const std::string &file, std::string_view text);
 
-// The same for a name in an open directory.  False, with errno, when it fails.
+// The same for a name in an open directory.  False, with errno, on failure.
 bool replace_in(int directory, const std::string &name, std::string_view text);
 
-// What can be read until the end.  False, with errno, when reading fails or would
-// give more than most bytes.
-bool read_all(int fd, std::string &text, std::size_t most);
+// Reads to the end.  False, with errno, on failure or if there are more than max_size
+// bytes.
+bool read_all(int fd, std::string &text, std::size_t max_size);
 
 // A descriptor, closed with the object.
 class Descriptor {

@@ -13,15 +13,14 @@ namespace zan::sim {
 
 namespace {
 
-// What msgsnd() and msgrcv() take, and one byte more than any valid record has.
+// A message for msgsnd() and msgrcv(), one byte longer than any valid record.
 struct Buffer {
     long mtype;
     char body[ZAN_BODY_SIZE + 1];
 };
 
 Buffer &buffer() {
-    // Left as it is from record to record: clearing 35 KB would cost more than
-    // sending does.
+    // Not cleared between records: clearing 35 KB costs more than sending.
     static thread_local Buffer storage;
     return storage;
 }
@@ -29,7 +28,7 @@ Buffer &buffer() {
 Sent failure(int id, std::size_t size) {
     switch (errno) {
     case EAGAIN: {
-        // A record larger than the queue would wait for ever.
+        // A record larger than the queue would never fit.
         const auto state = queue_state(id);
         return state && size > state->capacity ? Sent::too_long : Sent::full;
     }
@@ -93,7 +92,7 @@ bool receive(int id, Packet &packet) {
     return true;
 }
 
-bool take_back(int id, long mtype) {
+bool remove_record(int id, long mtype) {
     return msgrcv(id, &buffer(), sizeof Buffer::body, mtype, IPC_NOWAIT | MSG_NOERROR) >= 0;
 }
 

@@ -7,14 +7,14 @@
 
 namespace zan::sim {
 
-// Why something was not done.  The text goes to the module, or at start-up to
-// the person who started zansim, for whom the code is of no interest.
+// Why something failed.  The text goes to the module or, at start-up, to standard
+// error; then the code does not matter.
 struct Error {
     int code = 0;
     std::string text;
 };
 
-// A value, or the reason why there is none.
+// A value, or the reason of the failure.
 template<typename T, typename Reason = Error> class Result {
 public:
     Result(T value) : state_(std::move(value)) {}
@@ -33,8 +33,8 @@ private:
 
 struct Done {};
 
-// The negative results zansim answers with.  The list is part of its interface
-// (docs/zansim.md): a code keeps its meaning, new ones are appended.
+// The negative results of zansim.  They are part of its interface (docs/zansim.md): a
+// code keeps its meaning, and new ones are appended.
 enum Code : int {
     no_node = -101,
     no_instance = -102,

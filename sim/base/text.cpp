@@ -18,7 +18,7 @@ void append_hex(std::string &out, unsigned char byte) {
     out += hex_digits[byte & 15];
 }
 
-// Bytes of the UTF-8 sequence that starts the text; 0 when none does.
+// The length of the UTF-8 sequence at the start of the text; 0 if there is none.
 std::size_t sequence_length(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text[0]);
     if (lead < 0x80)
@@ -33,7 +33,7 @@ std::size_t sequence_length(std::string_view text) {
         if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80)
             return 0;
     }
-    // Overlong forms, surrogates and what lies above U+10FFFF.
+    // Overlong forms, surrogates and code points above U+10FFFF.
     const auto second = static_cast<unsigned char>(text[1]);
     const bool wrong = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second >= 0xa0) ||
                        (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second >= 0x90);

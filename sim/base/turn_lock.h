@@ -6,8 +6,8 @@
 
 namespace zan::sim {
 
-// A lock that is had in the order in which it was asked for.  A thread that takes it
-// again and again gets it no more often than one that waits for it.
+// A fair lock: threads get it in the order in which they asked.  A thread that
+// takes it again and again cannot starve the others.
 class TurnLock {
 public:
     void lock() {
@@ -25,8 +25,8 @@ public:
         current_.notify_all();
     }
 
-    // To be called by who has it: who waits goes first.
-    void give_way() {
+    // Called by the holder: lets waiting threads go first, and takes the lock again.
+    void yield_to_waiters() {
         if (last_.load(std::memory_order_relaxed) == current_.load(std::memory_order_relaxed) + 1)
             return;
         unlock();
@@ -34,8 +34,8 @@ public:
     }
 
 private:
-    std::atomic<std::uint32_t> last_ = 0;    // turn of who asks next
-    std::atomic<std::uint32_t> current_ = 0; // turn of who has it, or gets it next
+    std::atomic<std::uint32_t> last_ = 0;    // the next thread that asks gets this turn
+    std::atomic<std::uint32_t> current_ = 0; // the turn that holds the lock
 };
 
 } // namespace zan::sim

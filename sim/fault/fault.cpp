@@ -3,7 +3,7 @@
 
 #include "base/glob.h"
 #include "base/text.h"
-#include "service/services.h"
+#include "request/services.h"
 
 #include <algorithm>
 #include <array>
@@ -15,21 +15,21 @@ namespace zan::sim {
 
 namespace {
 
-constexpr int most_stars = 4;
+constexpr int max_stars = 4;
 
 using namespace std::chrono_literals;
 
-constexpr auto longest_delay = 1h;
+constexpr auto max_delay = 1h;
 
 struct Word {
-    std::string text; // without its quotation marks
+    std::string text; // without its quotes
     std::size_t column = 0;
-    bool quoted = false; // from its beginning
+    bool quoted = false; // from its first character
 };
 
-template<typename T> using Read = Result<T, Mistake>;
+template<typename T> using Read = Result<T, RuleError>;
 
-Mistake mistake(const Word &word, std::string text) {
+RuleError rule_error(const Word &word, std::string text) {
     return {word.column, std::move(text)};
 }
 
@@ -37,8 +37,8 @@ std::string shown(std::string_view text) {
     return '"' + escape(text) + '"';
 }
 
-// Blanks part words but within quotation marks, where a backslash stands before a
-// quotation mark or another backslash.
+// Words are separated by spaces, except inside quotes, where a backslash escapes a
+// quote or another backslash.
 Read<std::vector<Word>> words_of(std::string_view text) {
     std::vector<Word> words;
     for (std::size_t at = 0; at < text.size();) {
@@ -60,7 +60,7 @@ Read<std::vector<Word>> words_of(std::string_view text) {
             word.text += text[at];
         }
         if (inside)
-            return Mistake{opened + 1, "quotation mark without end"};
+            return RuleError{opened + 1, "quotation mark without end"};
         words.push_back(std::move(word));
     }
     return words;
@@ -71,16 +71,16 @@ Read<std::chrono::milliseconds> duration_of(const Word &word) {
     const bool milli = text.ends_with("ms");
     const std::size_t unit = milli ? 2 : text.ends_with('s') ? 1 : 0;
     const auto number = to_number(text.substr(0, text.size() - unit));
-    const std::int64_t most = longest_delay / (milli ? std::chrono::milliseconds(1) : 1s);
+    const std::int64_t most = max_delay / (milli ? std::chrono::milliseconds(1) : 1s);
     if (unit == 0 || !number || *number < 1 || *number > most)
-        return mistake(word, shown(text) + " is not a time from 1ms to 3600s");
+        return rule_error(word, shown(text) + " is not a time from 1ms to 3600s");
     return milli ? std::chrono::milliseconds(*number) : std::chrono::seconds(*number);
 }
 
 Read<std::uint64_t> count_of(const Word &word, std::string_view value, std::int64_t least) {
     const auto number = to_number(value);
     if (!number || *number < least)
-        return mistake(word, shown(value) + " is not a number from " + std::to_string(least));
+        return rule_error(word, shown(value) + " is not a number from " + std::to_string(least));
     return static_cast<std::uint64_t>(*number);
 }
 
@@ -93,7 +93,8 @@ Read<std::uint64_t> threshold_of(const Word &word, std::string_view value) {
     if (percent)
         number /= 100;
     if (error != std::errc{} || stop != end || !(number > 0 && number <= 1))
-        return mistake(word, shown(value) + " is not a probability above 0 and up to 1, or 100%");
+        return rule_error(word,
+                          shown(value) + " is not a probability above 0 and up to 1, or 100%");
     return static_cast<std::uint64_t>(number * 4294967296.0);
 }
 
@@ -136,7 +137,7 @@ private:
     std::vector<Word> words_;
     std::size_t next_ = 0;
     std::set<std::string, std::less<>> given_;
-    Word command_; // where it stands
+    Word command_; // for its column
     Fault fault_;
 };
 
@@ -176,9 +177,9 @@ Read<Fault> Parser::parse() {
             return done.error();
     }
     if (fault_.effect.kind == Effect::Kind::none && fault_.effect.delay.count() == 0)
-        return Mistake{1, "no action (" + names_of(actions) + ')'};
+        return RuleError{1, "no action (" + names_of(actions) + ')'};
     if (!fault_.command.empty() && !is_command_name(fault_.command, fault_.type))
-        return mistake(command_, "no command of that class is named " + shown(fault_.command));
+        return rule_error(command_, "no command of that class is named " + shown(fault_.command));
     return std::move(fault_);
 }
 
@@ -187,8 +188,8 @@ Read<Done> Parser::action(const Word &word) {
         if (!word.quoted && keyword.name == word.text)
             return (this->*keyword.read)(word, {});
     }
-    return mistake(word, shown(word.text) + " is neither an action (" + names_of(actions) +
-                             ") nor a condition like class=CFG");
+    return rule_error(word, shown(word.text) + " is neither an action (" + names_of(actions) +
+                                ") nor a condition like class=CFG");
 }
 
 Read<Done> Parser::condition(const Word &word, std::size_t equals) {
@@ -198,17 +199,17 @@ Read<Done> Parser::condition(const Word &word, std::size_t equals) {
         if (keyword.name != name)
             continue;
         if (!given_.insert(std::string(name)).second)
-            return mistake(word, std::string(name) + " is given twice");
+            return rule_error(word, std::string(name) + " is given twice");
         return (this->*keyword.read)(word, value);
     }
-    return mistake(word, shown(name) + " is not a condition (" + names_of(conditions) + ')');
+    return rule_error(word, shown(name) + " is not a condition (" + names_of(conditions) + ')');
 }
 
 Read<Done> Parser::delay(const Word &word, std::string_view) {
     if (fault_.effect.delay.count() != 0)
-        return mistake(word, "delay is given twice");
+        return rule_error(word, "delay is given twice");
     if (next_ == words_.size())
-        return mistake(word, "delay without a time, as in \"delay 250ms\"");
+        return rule_error(word, "delay without a time, as in \"delay 250ms\"");
     const auto duration = duration_of(words_[next_++]);
     if (!duration)
         return duration.error();
@@ -218,7 +219,7 @@ Read<Done> Parser::delay(const Word &word, std::string_view) {
 
 template<Effect::Kind kind> Read<Done> Parser::simple(const Word &word, std::string_view) {
     if (fault_.effect.kind != Effect::Kind::none)
-        return mistake(word, "a second action; only delay goes with another");
+        return rule_error(word, "a second action; only delay goes with another");
     fault_.effect.kind = kind;
     return Done{};
 }
@@ -227,11 +228,11 @@ Read<Done> Parser::fail(const Word &word, std::string_view) {
     if (const auto first = simple<Effect::Kind::fail>(word, {}); !first)
         return first.error();
     if (next_ == words_.size())
-        return mistake(word, "fail without a result, as in \"fail -5\"");
+        return rule_error(word, "fail without a result, as in \"fail -5\"");
     const Word &code = words_[next_++];
     const auto number = to_number(code.text);
     if (!number || *number >= 0 || *number < std::numeric_limits<std::int32_t>::min())
-        return mistake(code, shown(code.text) + " is not a negative result");
+        return rule_error(code, shown(code.text) + " is not a negative result");
     fault_.effect.code = static_cast<int>(*number);
     if (next_ < words_.size() && words_[next_].quoted)
         fault_.effect.text = words_[next_++].text;
@@ -244,19 +245,19 @@ Read<Done> Parser::request_class(const Word &word, std::string_view value) {
         !fault_.type && number && *number >= 1 && *number <= 9)
         fault_.type = static_cast<std::int32_t>(*number);
     if (!fault_.type)
-        return mistake(word, shown(value) + " is not a class");
+        return rule_error(word, shown(value) + " is not a class");
     return Done{};
 }
 
 Read<Done> Parser::command(const Word &word, std::string_view value) {
     if (const auto number = to_number(value)) {
         if (*number < 0 || *number > std::numeric_limits<std::int32_t>::max())
-            return mistake(word, shown(value) + " is not a command");
+            return rule_error(word, shown(value) + " is not a command");
         fault_.cmd = static_cast<std::int32_t>(*number);
         return Done{};
     }
     if (!is_command_name(value, std::nullopt))
-        return mistake(word, shown(value) + " is not a command");
+        return rule_error(word, shown(value) + " is not a command");
     fault_.command = value;
     command_ = word;
     return Done{};
@@ -264,11 +265,11 @@ Read<Done> Parser::command(const Word &word, std::string_view value) {
 
 template<auto member> Read<Done> Parser::pattern(const Word &word, std::string_view value) {
     if (value.empty())
-        return mistake(word, "no pattern");
-    // Each further star multiplies the time that a text which does not fit takes.
-    if (value.size() >= ZAN_PATH_SIZE || std::count(value.begin(), value.end(), '*') > most_stars)
-        return mistake(word, "a pattern has at most " + std::to_string(ZAN_PATH_SIZE - 1) +
-                                 " characters and " + std::to_string(most_stars) + " stars");
+        return rule_error(word, "no pattern");
+    // Each additional star multiplies the time that a mismatch takes.
+    if (value.size() >= ZAN_PATH_SIZE || std::count(value.begin(), value.end(), '*') > max_stars)
+        return rule_error(word, "a pattern has at most " + std::to_string(ZAN_PATH_SIZE - 1) +
+                                    " characters and " + std::to_string(max_stars) + " stars");
     fault_.*member = value;
     return Done{};
 }
@@ -299,14 +300,14 @@ Read<Done> Parser::times(const Word &word, std::string_view value) {
 
 } // namespace
 
-Result<Fault, Mistake> parse_fault(std::string_view text) {
+Result<Fault, RuleError> parse_fault(std::string_view text) {
     auto words = words_of(text);
     if (!words)
         return words.error();
     return Parser(text, std::move(*words)).parse();
 }
 
-bool Fault::fits(const FaultTarget &target) const {
+bool Fault::matches(const FaultTarget &target) const {
     if ((type && *type != target.type) || (cmd && *cmd != target.cmd))
         return false;
     if (!command.empty()) {
@@ -314,8 +315,8 @@ bool Fault::fits(const FaultTarget &target) const {
         if (service == nullptr || service->name != command)
             return false;
     }
-    return (path.empty() || (!target.path.empty() && path_fits(path, target.path))) &&
-           (source.empty() || text_fits(source, target.source));
+    return (path.empty() || (!target.path.empty() && path_matches(path, target.path))) &&
+           (source.empty() || text_matches(source, target.source));
 }
 
 } // namespace zan::sim

@@ -5,8 +5,8 @@
 
 namespace zan::sim {
 
-// Modules may add rules while zansim runs.
-constexpr std::size_t most_rules = 256;
+// Bounds what modules add while zansim runs.
+constexpr std::size_t max_rules = 256;
 
 void Faults::add(Fault fault) {
     std::seed_seq sequence{seed_, static_cast<std::uint32_t>(rules_.size())};
@@ -14,8 +14,8 @@ void Faults::add(Fault fault) {
 }
 
 Result<Done> Faults::add(std::string_view rule) {
-    if (rules_.size() >= most_rules)
-        return Error{0, "there are " + std::to_string(most_rules) + " rules already"};
+    if (rules_.size() >= max_rules)
+        return Error{0, "there are " + std::to_string(max_rules) + " rules already"};
     auto fault = parse_fault(rule);
     if (!fault)
         return Error{0,
@@ -44,16 +44,16 @@ Result<Done> Faults::load(const std::string &file) {
     return Done{};
 }
 
-bool Faults::Rule::has_its_turn() {
-    if (++fitting <= fault.skip || struck == fault.times || chance() >= fault.threshold)
+bool Faults::Rule::applies() {
+    if (++candidates <= fault.skip || matched == fault.times || chance() >= fault.threshold)
         return false;
-    ++struck;
+    ++matched;
     return true;
 }
 
-const Fault *Faults::strike(const FaultTarget &target) {
+const Fault *Faults::match(const FaultTarget &target) {
     for (Rule &rule : rules_) {
-        if (rule.fault.fits(target) && rule.has_its_turn())
+        if (rule.fault.matches(target) && rule.applies())
             return &rule.fault;
     }
     return nullptr;

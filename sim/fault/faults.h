@@ -11,37 +11,37 @@
 
 namespace zan::sim {
 
-// The rules by which requests go wrong, in their order.
+// The rules of fault injection, in order.
 class Faults {
 public:
-    // What the chances of the rules that are added from now on start from: the same
-    // number, the same faults.
+    // Seeds the random numbers of rules that are added from now on.  The same seed
+    // gives the same faults.
     void seed(std::uint32_t seed) { seed_ = seed; }
 
-    // An error tells the column of the mistake.
+    // An error contains the column.
     Result<Done> add(std::string_view rule);
 
-    // One rule to a line; empty lines and those that begin with "#" are passed over.
-    // An error tells file, line and column.
+    // Reads one rule per line; ignores empty lines and lines that begin with "#".  An
+    // error contains file, line and column.
     Result<Done> load(const std::string &file);
 
     void clear() { rules_.clear(); }
     bool empty() const { return rules_.empty(); }
 
-    // The first rule whose turn it is; null when the request is spared.
-    const Fault *strike(const FaultTarget &target);
+    // The first rule that applies; null if none does.
+    const Fault *match(const FaultTarget &target);
 
-    // The rules as they were written, a line each.
+    // The rules as written, one per line.
     std::string text() const;
 
 private:
     struct Rule {
         Fault fault;
-        std::mt19937 chance; // of its own, so that no rule disturbs another
-        std::uint64_t fitting = 0;
-        std::uint64_t struck = 0;
+        std::mt19937 chance; // one per rule, so that rules do not affect each other
+        std::uint64_t candidates = 0;
+        std::uint64_t matched = 0;
 
-        bool has_its_turn();
+        bool applies();
     };
 
     void add(Fault fault);

@@ -19,7 +19,7 @@ namespace zan::sim {
 namespace {
 
 constexpr char default_directory[] = "/tmp/zan_sim.files";
-constexpr std::size_t longest_file = 16U << 20U;
+constexpr std::size_t max_file_size = 16U << 20U;
 
 Error refused(std::string_view name, const std::string &why) {
     return {bad_file, "file refused (" + why + "): " + escape(name)};
@@ -83,8 +83,8 @@ Result<FileStore> FileStore::open(const std::string &directory) {
     return store;
 }
 
-// The directory that holds the named file, and the name in it.  No step follows a
-// symbolic link, so nothing that happens meanwhile leads elsewhere.
+// The directory of the named file, and the name in it.  No step follows a symbolic
+// link, so concurrent changes cannot lead elsewhere.
 Result<Descriptor> FileStore::open_parent(std::string_view name, std::string &last,
                                           bool create) const {
     auto names = elements_of(name, directory_);
@@ -96,7 +96,7 @@ Result<Descriptor> FileStore::open_parent(std::string_view name, std::string &la
     Descriptor place(::open(directory_.c_str(), flags));
     if (!place)
         return failed(directory_, "directory cannot be used");
-    // Everybody may make a directory of that name under /tmp.
+    // Any user may create a directory of that name under /tmp.
     struct stat state {};
     if (is_default_ && (fstat(place.get(), &state) != 0 || state.st_uid != geteuid()))
         return refused(name, directory_ + " is another user's");
@@ -127,7 +127,7 @@ Result<std::string> FileStore::read(std::string_view name) const {
     const auto place = open_parent(name, last, false);
     if (!place)
         return place.error();
-    // Not waiting: it may be a pipe that nobody writes.
+    // Must not block: it may be a pipe without writer.
     const Descriptor fd(
         openat(place->get(), last.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd)
@@ -135,7 +135,7 @@ Result<std::string> FileStore::read(std::string_view name) const {
     if (!is_regular(fd.get()))
         return refused(name, "not a regular file");
     std::string text;
-    if (!read_all(fd.get(), text, longest_file))
+    if (!read_all(fd.get(), text, max_file_size))
         return failed(name, "cannot be read");
     return text;
 }

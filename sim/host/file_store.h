@@ -10,20 +10,20 @@ namespace zan::sim {
 
 class Descriptor;
 
-// The one directory in which zansim reads and writes files for modules.  A name is
-// relative to it, or its full path; "..", symbolic links and everything else that
-// leads out of it are refused.
+// The only directory in which zansim reads and writes files for modules.  A name is
+// relative to it, or a full path in it.  Names that lead out of it, by ".." or symbolic
+// links, are refused.
 class FileStore {
 public:
-    // Under /tmp, where it is made once there is something to write.
+    // The default directory under /tmp, created by the first write.
     FileStore();
 
-    // A directory that exists, or can be made.
+    // Uses this directory, and creates it if necessary.
     static Result<FileStore> open(const std::string &directory);
 
     const std::string &directory() const { return directory_; }
 
-    // Whether the name may be used; nothing need be there.
+    // Whether the name is allowed; the file need not exist.
     Result<Done> check(std::string_view name) const;
 
     Result<std::string> read(std::string_view name) const;

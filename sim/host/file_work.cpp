@@ -5,8 +5,8 @@ namespace zan::sim {
 
 namespace {
 
-// Each may hold a whole tree.
-constexpr std::size_t most_waiting = 64;
+// Each may contain a whole tree.
+constexpr std::size_t max_waiting = 64;
 
 } // namespace
 
@@ -14,9 +14,9 @@ Result<Done> FileWork::add(Piece piece) {
     const std::lock_guard guard(mutex_);
     if (finishing_)
         return Error{file_failed, "zansim is ending"};
-    if (waiting_.size() >= most_waiting)
+    if (waiting_.size() >= max_waiting)
         return Error{file_failed,
-                     "already " + std::to_string(most_waiting) + " requests wait for the disk"};
+                     "already " + std::to_string(max_waiting) + " requests wait for the disk"};
     waiting_.push_back(std::move(piece));
     if (!thread_.joinable())
         thread_ = std::thread([this] { run(); });

@@ -11,9 +11,9 @@
 
 namespace zan::sim {
 
-// Work with files of modules, on a thread of its own: nobody waits for the disk but who
-// asked for it.  One piece is done after the other, in the order in which they came, so
-// that the file that was saved last stays, and is what is read next.
+// Works with files of modules on a thread of its own, so that only the requester waits
+// for the disk.  Requests are done one after the other in their order: the file saved
+// last remains, and is what is read next.
 class FileWork {
 public:
     using Piece = std::function<void()>;
@@ -23,20 +23,20 @@ public:
     FileWork(const FileWork &) = delete;
     FileWork &operator=(const FileWork &) = delete;
 
-    // Refused when too much waits, or after the end.
+    // Fails if too many are waiting, or after finish().
     Result<Done> add(Piece piece);
 
-    // Returns when everything is done; nothing more is taken.
+    // Waits until everything is done; accepts nothing from then on.
     void finish();
 
 private:
     void run();
 
-    std::mutex mutex_; // over all of this
+    std::mutex mutex_; // guards the following
     std::condition_variable changed_;
     std::deque<Piece> waiting_;
     bool finishing_ = false;
-    std::thread thread_; // once there has been something to do
+    std::thread thread_; // started with the first piece
 };
 
 } // namespace zan::sim

@@ -18,7 +18,7 @@ struct Limit {
     long raised;
 };
 
-// A queue of twice the longest record takes it beside unread notifications.
+// Twice the longest record: notifications fill only half of a queue.
 constexpr std::array limits{
     Limit{"kernel.msgmax", "/proc/sys/kernel/msgmax", ZAN_BODY_SIZE, 65536},
     Limit{"kernel.msgmnb", "/proc/sys/kernel/msgmnb", 2L * ZAN_BODY_SIZE, 1048576},

@@ -6,8 +6,8 @@
 
 namespace zan::sim {
 
-// Makes the kernel's limits on queues wide enough for the longest record, if
-// this process may.  The lines to tell: what was changed, or what does not pass.
+// Raises the kernel's limits on queues to the longest record, if permitted.  Returns
+// the lines to print: what was changed, or what records are too long.
 std::vector<std::string> raise_limits();
 
 } // namespace zan::sim

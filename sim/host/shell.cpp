@@ -14,10 +14,10 @@ namespace zan::sim {
 
 namespace {
 
-constexpr std::size_t most_runs = 16;
+constexpr std::size_t max_runs = 16;
 
-// A group of its own, so that what the command starts ends with it; the signals as
-// a program expects them.  It reads nothing, and what it prints is not the trace.
+// The command gets a process group of its own, which is killed as a whole, default
+// signals, no input, and standard error as its output: standard output has the trace.
 int spawn_shell(const std::string &command, pid_t &pid) {
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_t files;
@@ -57,24 +57,24 @@ Result<Done> outcome_of(int status) {
 
 } // namespace
 
-Result<Done> Shell::start(const std::string &command, Ended ended) {
+Result<Done> Shell::start(const std::string &command, OnExit ended) {
     sweep();
-    if (runs_.size() >= most_runs)
+    if (runs_.size() >= max_runs)
         return Error{shell_failed,
-                     "shell command: " + std::to_string(most_runs) + " are running already"};
+                     "shell command: " + std::to_string(max_runs) + " are running already"};
     Run &run = runs_.emplace_back();
     if (const int error = spawn_shell(command, run.pid); error != 0) {
         runs_.pop_back();
         return Error{shell_failed, std::string("shell command: ") + std::strerror(error)};
     }
-    run.waiting = std::thread([this, &run, told = std::move(ended)] { wait_for(run, told); });
+    run.waiting = std::thread([this, &run, done_ = std::move(ended)] { wait_for(run, done_); });
     return Done{};
 }
 
-void Shell::wait_for(Run &run, const Ended &ended) {
+void Shell::wait_for(Run &run, const OnExit &ended) {
     siginfo_t state{};
-    // Its number stays taken until it is collected, so that it is never killed
-    // after another process got it.
+    // The process id stays reserved until waitpid(), so that end() never kills another
+    // process.
     while (waitid(P_PID, static_cast<id_t>(run.pid), &state, WEXITED | WNOWAIT) != 0 &&
            errno == EINTR) {
     }
@@ -88,13 +88,13 @@ void Shell::wait_for(Run &run, const Ended &ended) {
     }
     if (!silent)
         ended(outcome_of(status));
-    run.told = true;
+    run.done_ = true;
 }
 
-// Joins the threads that have nothing left to do.
+// Joins the threads that have finished.
 void Shell::sweep() {
     for (auto run = runs_.begin(); run != runs_.end();) {
-        if (!run->told) {
+        if (!run->done_) {
             ++run;
             continue;
         }

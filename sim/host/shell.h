@@ -14,12 +14,11 @@
 
 namespace zan::sim {
 
-// Executes command lines that modules ask for, beside everything else, when the
-// person who started zansim wants it.
+// Executes command lines of modules in the background, if it is allowed to.
 class Shell {
 public:
-    // Told from a thread of its own, unless zansim ends before the command.
-    using Ended = std::function<void(const Result<Done> &)>;
+    // Called from another thread, unless zansim ends before the command.
+    using OnExit = std::function<void(const Result<Done> &)>;
 
     Shell() = default;
     ~Shell() { end(); }
@@ -29,28 +28,28 @@ public:
     void allow() { allowed_ = true; }
     bool allowed() const { return allowed_; }
 
-    // Refused when it cannot be started, or too many run.  An exit status other
-    // than 0 is an error.
-    Result<Done> start(const std::string &command, Ended ended);
+    // Fails if the command cannot be started or too many are running.  An exit status
+    // other than 0 is an error.
+    Result<Done> start(const std::string &command, OnExit ended);
 
-    // Ends the commands that still run.
+    // Kills the commands that are still running.
     void end();
 
 private:
     struct Run {
         pid_t pid = -1;
-        bool over = false; // under mutex_: whether the process has been collected
-        std::atomic<bool> told = false;
+        bool over = false; // under mutex_: whether the process was reaped
+        std::atomic<bool> done_ = false;
         std::thread waiting;
     };
 
-    void wait_for(Run &run, const Ended &ended);
+    void wait_for(Run &run, const OnExit &ended);
     void sweep();
 
     bool allowed_ = false;
     std::mutex mutex_;
     bool ending_ = false; // under mutex_
-    std::list<Run> runs_; // of the threads that call start(), one at a time
+    std::list<Run> runs_; // under the lock of the callers of start()
 };
 
 } // namespace zan::sim

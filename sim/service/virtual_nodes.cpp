@@ -2,6 +2,7 @@
 #include "service/virtual_nodes.h"
 
 #include "base/text.h"
+#include "service/messages.h"
 #include "state/daemon.h"
 
 #include <algorithm>
@@ -86,7 +87,7 @@ constexpr std::array nodes{
     VirtualNode{"firewall_applied", number<&Statistics::firewall_applied>, nullptr},
     VirtualNode{"configuration_file",
                 [](const Daemon &daemon) { return daemon.configuration_file; }, nullptr},
-    VirtualNode{"directory", [](const Daemon &daemon) { return daemon.files.directory(); },
+    VirtualNode{"directory", [](const Daemon &daemon) { return daemon.files->directory(); },
                 nullptr},
     VirtualNode{"faults", number<&Statistics::faults>, nullptr},
     VirtualNode{"fault", [](const Daemon &daemon) { return daemon.faults.text(); }, set_fault},
@@ -104,10 +105,6 @@ Result<const VirtualNode *> find_node(std::string_view path) {
 
 } // namespace
 
-bool is_virtual(std::string_view path) {
-    return path.starts_with(branch) || path == branch.substr(0, branch.size() - 1);
-}
-
 Result<std::string> get_virtual(const Daemon &daemon, std::string_view path) {
     const auto node = find_node(path);
     if (!node)
@@ -124,6 +121,13 @@ Result<std::string> set_virtual(Daemon &daemon, std::string_view path, std::stri
     if ((*node)->set == nullptr)
         return Error{read_only, "read-only: " + escape(path)};
     return (*node)->set(daemon, value);
+}
+
+std::vector<VirtualNodeAccess> virtual_nodes() {
+    std::vector<VirtualNodeAccess> all;
+    for (const VirtualNode &node : nodes)
+        all.push_back({node.name, node.get != nullptr, node.set != nullptr});
+    return all;
 }
 
 } // namespace zan::sim

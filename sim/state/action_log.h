@@ -7,12 +7,12 @@
 
 namespace zan::sim {
 
-// The last actions that modules asked for, a line each.
+// The latest actions that modules requested, one per line.
 class ActionLog {
 public:
     void add(std::string line) {
         lines_.push_back(std::move(line));
-        if (lines_.size() > most_lines)
+        if (lines_.size() > max_lines)
             lines_.pop_front();
     }
 
@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t most_lines = 1000;
+    static constexpr std::size_t max_lines = 1000;
 
     std::deque<std::string> lines_;
 };

@@ -3,7 +3,7 @@
 
 #include "base/process.h"
 #include "base/text.h"
-#include "service/virtual_nodes.h"
+#include "request/services.h"
 
 #include <unistd.h>
 
@@ -16,12 +16,12 @@ namespace zan::sim {
 
 namespace {
 
-// What the receiving side keeps of the fields of a notification.
+// The longest fields of a notification that the receiver keeps.
 constexpr std::size_t source_field = ZAN_NAME_SIZE - 1;
 constexpr std::size_t value_field = 1023;
 
-// Of requests that a fault delays; more of them are served at once.
-constexpr std::size_t most_postponed_bytes = 32U << 20U;
+// The size of all delayed requests; beyond it, requests are served at once.
+constexpr std::size_t max_postponed_bytes = 32U << 20U;
 
 std::string command_text(const Record &record) {
     const std::string_view name = class_name(record.type);
@@ -33,54 +33,64 @@ std::string command_text(const Record &record) {
     return std::string(name) + ' ' + std::string(service->name) + " is not served";
 }
 
-Result<std::string> outcome_of(Daemon &daemon, const Asker &asker, const Received &received) {
-    if (!received.defect.empty())
-        return Error{malformed, "malformed record: " + received.defect};
+Result<std::string> outcome_of(Daemon &daemon, const Requester &requester,
+                               const Received &received) {
+    if (!received.error.empty())
+        return Error{malformed, "malformed record: " + received.error};
     const Service *const service = find_service(received.record.type, received.record.cmd);
     if (service == nullptr || service->handler == nullptr)
         return Error{unknown_command, command_text(received.record)};
-    return service->handler(daemon, {received.record, asker});
+    return service->handler(daemon, {received.record, requester});
 }
 
 } // namespace
+
+Daemon::Daemon(Shared self, Tree tree_to_serve, Trace &trace, FileWork &work_with_disk)
+    : tree(std::move(tree_to_serve)), defaults(tree), saved(std::make_shared<const Tree>(tree)),
+      file_work(work_with_disk), self_(self), trace_(trace) {}
+
+Daemon::~Daemon() {
+    shell.end();
+    file_work.finish();
+}
 
 void Daemon::serve(const Peer &peer, const Received &received) {
     const Record &request = received.record;
     ++statistics.requests;
     trace_.received(peer, received);
     // The pid of a registration is its instance.
-    if (request.type != ZAN_CLASS_REGISTRATION && received.defect.empty()) {
+    if (request.type != ZAN_CLASS_REGISTRATION && received.error.empty()) {
         if (Module *const module = modules.find(peer))
             module->pid = request.pid;
     }
-    const Effect effect = strike(received);
+    const Effect effect = matching_effect(received);
     if (effect.delay.count() != 0)
         postpone(peer, received, effect);
     else
-        carry_out(peer, received, effect);
+        execute(peer, received, effect);
 }
 
-Effect Daemon::strike(const Received &received) {
-    if (faults.empty() || !received.defect.empty())
+Effect Daemon::matching_effect(const Received &received) {
+    if (faults.empty() || !received.error.empty())
         return {};
     const Record &request = received.record;
     const std::string_view subject = subject_of(request);
-    // Its own branch stays in reach, or a rule could not be taken back.
-    if (is_virtual(subject))
+    // Requests to zansim's own branch stay possible, or rules could not be removed.
+    if (is_reserved(subject))
         return {};
-    const Fault *const fault = faults.strike({request.type, request.cmd, subject, request.src});
+    const Fault *const fault = faults.match({request.type, request.cmd, subject, request.src});
     if (fault == nullptr)
         return {};
     ++statistics.faults;
-    trace_.note("fault strikes: " + fault->text);
+    trace_.note("fault injected: " + fault->text);
     return fault->effect;
 }
 
 void Daemon::postpone(const Peer &peer, const Received &received, const Effect &effect) {
     const std::size_t size = sizeof(Postponed) + received.record.payload.size();
-    if (postponed_bytes_ + size > most_postponed_bytes) {
-        trace_.note("not delayed: too many requests are");
-        return carry_out(peer, received, effect);
+    if (postponed_bytes_ + size > max_postponed_bytes) {
+        trace_.note("not delayed: too many requests are delayed already");
+        return execute(peer, received, effect);
     }
     postponed_bytes_ += size;
     postponed_.emplace(Clock::now() + effect.delay, Postponed{peer, received, effect});
@@ -98,75 +108,75 @@ void Daemon::serve_postponed(Clock::time_point now) {
         const auto node = postponed_.extract(postponed_.begin());
         const Postponed &due = node.mapped();
         postponed_bytes_ -= sizeof due + due.received.record.payload.size();
-        carry_out(due.peer, due.received, due.effect);
+        execute(due.peer, due.received, due.effect);
     }
 }
 
-void Daemon::carry_out(const Peer &peer, const Received &received, const Effect &effect) {
+void Daemon::execute(const Peer &peer, const Received &received, const Effect &effect) {
     using Kind = Effect::Kind;
     const Record &request = received.record;
     if (effect.kind == Kind::die)
         die();
     if (effect.kind == Kind::drop)
         return;
-    const Asker asker{.peer = peer,
-                      .name = request.src,
-                      .type = request.type,
-                      .cmd = request.cmd,
-                      .awaited = is_awaited(request),
-                      .disturbance = {.lost = effect.kind == Kind::mute,
-                                      .header_only = effect.kind == Kind::header_only,
-                                      .wrong_first = effect.kind == Kind::wrong_first}};
+    const Requester requester{.peer = peer,
+                              .name = request.src,
+                              .type = request.type,
+                              .cmd = request.cmd,
+                              .awaited = is_awaited(request),
+                              .answer_fault = {.lost = effect.kind == Kind::mute,
+                                               .header_only = effect.kind == Kind::header_only,
+                                               .wrong_first = effect.kind == Kind::wrong_first}};
     const Result<std::string> outcome = effect.kind == Kind::fail
                                             ? Error{effect.code, effect.text}
-                                            : outcome_of(*this, asker, received);
+                                            : outcome_of(*this, requester, received);
     if (outcome && find_service(request.type, request.cmd)->reply == Reply::by_handler)
         return;
-    conclude(asker, outcome);
+    finish(requester, outcome);
 }
 
-void Daemon::conclude(const Asker &asker, const Result<std::string> &outcome) {
-    if (asker.awaited)
-        answer(asker, outcome);
+void Daemon::finish(const Requester &requester, const Result<std::string> &outcome) {
+    if (requester.awaited)
+        answer(requester, outcome);
     else if (!outcome)
-        trace_.note("no answer to " + asker.name + ": " + outcome.error().text);
+        trace_.note("no answer to " + requester.name + ": " + outcome.error().text);
 }
 
-// As if somebody had killed it: nothing is saved and nothing cleaned up.
+// As if killed: saves nothing and cleans up nothing.
 void Daemon::die() {
-    trace_.warn("a fault ends zansim");
+    trace_.warn("an injected fault ends zansim");
     kill(getpid(), SIGKILL);
     std::abort();
 }
 
-void Daemon::answer(const Asker &asker, const Result<std::string> &outcome) {
-    Record answer = answer_to(asker);
+void Daemon::answer(const Requester &requester, const Result<std::string> &outcome) {
+    Record answer = answer_to(requester);
     answer.result = outcome ? 1 : outcome.error().code;
     answer.payload = outcome ? *outcome : outcome.error().text.substr(0, ZAN_PATH_SIZE - 1);
     const std::size_t size = answer.payload.size();
-    const Service *const service = find_service(asker.type, asker.cmd);
-    // Without payload the receiver would show the text of the record before.
-    if (outcome && answer.payload.empty() && service->answer == Form::text)
+    const Service *const service = find_service(requester.type, requester.cmd);
+    // Without payload the receiver would keep the text of the record before.
+    if (outcome && answer.payload.empty() && service->answer == PayloadForm::text)
         answer.payload.assign(1, '\0');
-    if (pass_answer(asker, std::move(answer)) == Delivery::too_long && outcome)
-        this->answer(asker, Error{answer_too_long,
-                                  "answer of " + std::to_string(size) + " bytes is too long"});
+    if (pass_answer(requester, std::move(answer)) == Delivery::too_long && outcome)
+        this->answer(requester, Error{answer_too_long,
+                                      "answer of " + std::to_string(size) + " bytes is too long"});
 }
 
-Delivery Daemon::pass_answer(const Asker &asker, Record record) {
-    if (asker.disturbance.lost) {
-        trace_.note("the answer to " + asker.name + " is lost");
+Delivery Daemon::pass_answer(const Requester &requester, Record record) {
+    if (requester.answer_fault.lost) {
+        trace_.note("the answer to " + requester.name + " is suppressed");
         return Delivery::dropped;
     }
-    if (asker.disturbance.wrong_first) {
+    if (requester.answer_fault.wrong_first) {
         Record wrong = record;
         ++wrong.cmd;
         wrong.payload = "answer to another command";
-        send_answer(asker.peer, wrong);
+        send_answer(requester.peer, wrong);
     }
-    if (asker.disturbance.header_only)
+    if (requester.answer_fault.header_only)
         record.payload.clear();
-    return send_answer(asker.peer, record);
+    return send_answer(requester.peer, record);
 }
 
 Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
@@ -174,10 +184,10 @@ Delivery Daemon::send_answer(const Peer &peer, const Record &record) {
     if (record.payload.size() > ZAN_DATA_SIZE)
         return Delivery::too_long;
     if (record.type == ZAN_CLASS_REGISTRATION)
-        note_collector(*peer.link); // of the answer before this one
-    const Delivery delivery = account(peer, peer.link->answer(peer.address, record));
+        note_collector(*peer.transport); // of the answer before this one
+    const Delivery delivery = count_delivery(peer, peer.transport->answer(peer.endpoint, record));
     if (record.type == ZAN_CLASS_REGISTRATION)
-        note_collector(*peer.link);
+        note_collector(*peer.transport);
     return delivery;
 }
 
@@ -197,7 +207,7 @@ void Daemon::replace_tree(std::string_view source, Tree next) {
         announce(source, change.path, change.kind, change.value);
 }
 
-void Daemon::announce(std::string_view source, std::string_view path, Change change,
+void Daemon::announce(std::string_view source, std::string_view path, ChangeKind change,
                       std::string_view value) {
     touch();
     const auto elements = parse_path(path);
@@ -206,7 +216,7 @@ void Daemon::announce(std::string_view source, std::string_view path, Change cha
     const std::string head = encode_field(source, source_field) + ' ' + std::string(path) + ' ' +
                              encode_field(value, value_field) + ' ' +
                              std::to_string(static_cast<int>(change)) + ' ';
-    for (const Watch &watch : subscriptions.watching(*elements, change == Change::deleted))
+    for (const Watch &watch : subscriptions.watching(*elements, change == ChangeKind::deleted))
         notify(watch.peer, ZAN_NOTIFY_VALUE_CHANGED,
                head + std::to_string(watch.option) + ' ' + watch.path);
 }
@@ -220,7 +230,7 @@ void Daemon::raise_event(std::int32_t code) {
 void Daemon::notify(const Peer &peer, std::int32_t cmd, std::string payload) {
     const Module *const module = modules.find(peer);
     if (module == nullptr)
-        return; // forgotten while the others were being told
+        return; // dropped while the others were being notified
     Record record;
     record.type = ZAN_CLASS_NOTIFY;
     record.cmd = cmd;
@@ -235,10 +245,10 @@ void Daemon::notify(const Peer &peer, std::int32_t cmd, std::string payload) {
 
 Delivery Daemon::forward(const Peer &peer, const Record &record) {
     trace_.sent(peer, record);
-    return account(peer, peer.link->notify(peer.address, record));
+    return count_delivery(peer, peer.transport->notify(peer.endpoint, record));
 }
 
-Delivery Daemon::account(const Peer &peer, Delivery delivery) {
+Delivery Daemon::count_delivery(const Peer &peer, Delivery delivery) {
     switch (delivery) {
     case Delivery::sent:
         break;
@@ -256,11 +266,11 @@ Delivery Daemon::account(const Peer &peer, Delivery delivery) {
     return delivery;
 }
 
-void Daemon::note_collector(Link &link) {
-    const auto collector = link.take_collector();
+void Daemon::note_collector(Transport &transport) {
+    const auto collector = transport.take_collector();
     if (!collector)
         return;
-    if (Module *const module = modules.find(Peer{&link, collector->address}))
+    if (Module *const module = modules.find(Peer{&transport, collector->endpoint}))
         module->collector = collector->pid;
 }
 
@@ -268,48 +278,53 @@ int Daemon::process_of(const Modules::Entry &entry) {
     const auto &[peer, module] = entry;
     if (module.pid > 0)
         return module.pid;
-    note_collector(*peer.link);
-    const int reader = peer.link->last_reader(peer.address);
+    note_collector(*peer.transport);
+    const int reader = peer.transport->last_reader(peer.endpoint);
     const int process = reader != 0 ? reader : module.collector;
     return process == 0 ? 0 : process_of_thread(process);
 }
 
 // The queue of a killed process remains.  A module may report any process id, so the
-// kernel has to know one, too; none of them may be alive.
+// kernel has to know one, too.  The module is dead if none of them is alive.
 bool Daemon::has_died(const Peer &peer) {
-    if (!peer.link->exists(peer.address))
+    if (!peer.transport->exists(peer.endpoint))
         return true;
-    note_collector(*peer.link);
+    note_collector(*peer.transport);
     const Module *const module = modules.find(peer);
-    const int reader = peer.link->last_reader(peer.address);
+    const int reader = peer.transport->last_reader(peer.endpoint);
     const int collector = module == nullptr ? 0 : module->collector;
     const int reported = module == nullptr ? 0 : module->pid;
     return (reader != 0 || collector != 0) && !is_alive(reader) && !is_alive(collector) &&
            !is_alive(reported);
 }
 
-void Daemon::look_after_askers(Clock::time_point now) {
+void Daemon::expire_pending(Clock::time_point now) {
     for (const Peer &server : management.servers()) {
         if (has_died(server))
             forget(server);
     }
-    for (const Peer &asker : management.askers()) {
-        if (!asker.link->exists(asker.address))
-            forget(asker);
+    for (const Peer &requester : management.requesters()) {
+        if (!requester.transport->exists(requester.endpoint))
+            forget(requester);
     }
-    for (const Asker &asker : management.expire(now))
-        answer(asker,
+    for (const Requester &requester : management.expire(now))
+        answer(requester,
                Error{unreachable, "no answer from " + std::string(Management::module) + " within " +
-                                      std::to_string(management.patience().count()) + " s"});
+                                      std::to_string(management.answer_timeout().count()) + " s"});
 }
 
-void Daemon::enrol(const Peer &peer, Module module) {
-    if (modules.size() >= next_look_) {
-        for (const Peer &vanished : modules.vanished())
-            forget(vanished);
-        next_look_ = std::max<std::size_t>(256, 2 * modules.size());
+void Daemon::add_module(const Peer &peer, Module module) {
+    if (modules.size() >= next_sweep_) {
+        for (const Peer &dead : modules.dead_modules())
+            forget(dead);
+        next_sweep_ = std::max<std::size_t>(256, 2 * modules.size());
     }
     modules.add(peer, std::move(module));
+}
+
+void Daemon::disconnected(const Peer &peer) {
+    if (modules.find(peer) != nullptr)
+        forget(peer);
 }
 
 void Daemon::forget(const Peer &peer) {
@@ -322,8 +337,8 @@ void Daemon::forget(const Peer &peer) {
 bool Daemon::remove(const Peer &peer) {
     subscriptions.forget(peer);
     const bool registered = modules.remove(peer);
-    for (const Asker &asker : management.forget(peer))
-        answer(asker,
+    for (const Requester &requester : management.forget(peer))
+        answer(requester,
                Error{unreachable, "module cannot be reached: " + std::string(Management::module)});
     return registered;
 }

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "base/turn_lock.h"
+#include "base/locked.h"
 #include "fault/faults.h"
 #include "host/file_store.h"
 #include "host/file_work.h"
 #include "host/shell.h"
-#include "service/services.h"
+#include "request/requester.h"
 #include "state/action_log.h"
 #include "state/management.h"
 #include "state/modules.h"
+#include "state/statistics.h"
 #include "state/subscriptions.h"
-#include "trace.h"
-#include "transport/peer.h"
-#include "transport/record.h"
+#include "trace/trace.h"
+#include "transport/transport.h"
 #include "tree/tree.h"
 #include "tree/tree_changes.h"
 
@@ -21,129 +21,96 @@
 #include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace zan::sim {
 
-// Requests of one kind that are remembered but need not have an effect.
-struct Noted {
-    std::uint64_t count = 0;
-    std::string last;
-
-    void note(std::string_view text) {
-        ++count;
-        last = text;
-    }
-};
-
-struct Statistics {
-    std::uint64_t requests = 0;
-    std::uint64_t notifications = 0;
-    std::uint64_t dropped = 0;
-    std::uint64_t applied = 0;
-    std::uint64_t firewall_applied = 0;
-    std::uint64_t faults = 0;
-    Noted command_lines;
-    Noted conversions;
-    Noted actions;
-    Noted shell_commands;
-    Noted reboots;
-    Noted firmware;
-};
-
-// The state that the services work on, and the way answers and notifications
-// take out of it.  Every member is used under lock().
-class Daemon {
+// The state that services work on, and the way that answers and notifications take
+// out of it.  It is reached only through its lock (Locked<Daemon>): a function that
+// has a Daemon & runs under the lock, and work on other threads keeps a shared().
+class Daemon final : public RequestHandler {
 public:
     using Clock = std::chrono::steady_clock;
+    using Shared = LockedRef<Daemon>;
 
-    Daemon(Tree tree_to_serve, Trace &trace)
-        : tree(std::move(tree_to_serve)), defaults(tree), saved(tree), trace_(trace) {}
+    Daemon(Shared self, Tree tree_to_serve, Trace &trace, FileWork &work_with_disk);
 
-    // Commands and work that still run know of it.
-    ~Daemon() {
-        shell.end();
-        file_work.finish();
-    }
+    // Waits for commands and file work, which refer to it.
+    ~Daemon();
     Daemon(const Daemon &) = delete;
     Daemon &operator=(const Daemon &) = delete;
 
-    // One link that is flooded keeps no other waiting.
-    using Guard = std::unique_lock<TurnLock>;
-    Guard lock() { return Guard(lock_); }
+    // For work that runs on another thread, without the lock.
+    Shared shared() const { return self_; }
 
-    // Between two requests of one link, under the lock.
-    void give_way() { lock_.give_way(); }
+    // Serves one record from a module and sends its answer, unless a fault is injected.
+    void serve(const Peer &peer, const Received &received) override;
+    void disconnected(const Peer &peer) override;
 
-    // Serves one record from a module and sends its answer, unless a fault strikes.
-    void serve(const Peer &peer, const Received &received);
-
-    // Serves the records whose delay by a fault is over.
+    // Serves the requests whose injected delay is over.
     void serve_postponed(Clock::time_point now);
     std::optional<Clock::time_point> next_postponed() const;
 
-    // The answer to a request, positive with a payload or negative with a text.
-    void answer(const Asker &asker, const Result<std::string> &outcome);
+    // Sends the answer to a request: positive with a payload, or negative with a text.
+    void answer(const Requester &requester, const Result<std::string> &outcome);
 
-    // What became of a request: its answer, or a note when nobody waits for it.
-    void conclude(const Asker &asker, const Result<std::string> &outcome);
+    // Answers a request, or notes its failure if the requester does not wait.
+    void finish(const Requester &requester, const Result<std::string> &outcome);
 
-    // An answer that is a record already.
-    Delivery pass_answer(const Asker &asker, Record record);
+    // Sends an answer that is a record already.
+    Delivery pass_answer(const Requester &requester, Record record);
 
-    // Tells who watches the node at the path, and notes that the tree is another.
-    void announce(std::string_view source, std::string_view path, Change change,
+    // Notifies the subscribers of a changed node, and counts the change of the tree.
+    void announce(std::string_view source, std::string_view path, ChangeKind change,
                   std::string_view value = {});
 
-    // Tells who subscribed to the event.
+    // Notifies the subscribers of an event.
     void raise_event(std::int32_t code);
 
     // Hands a module a record of another module.
     Delivery forward(const Peer &peer, const Record &record);
 
-    // Puts another tree in the place of the one that is served, and tells of each
-    // difference who watches it.
+    // Replaces the tree, and notifies the subscribers of each difference.
     void replace_tree(std::string_view source, Tree next);
 
-    // Notes that the tree is another, though no value changed.
+    // Counts a change of the tree in which no value changed.
     void touch();
 
-    // Nobody waits for a management answer that will not come: the module that was
-    // asked has died, or takes too long, or who asked has gone.
-    void look_after_askers(Clock::time_point now);
+    // Refuses management requests whose server is gone or too slow, and drops those
+    // whose requester is gone.
+    void expire_pending(Clock::time_point now);
 
     // Drops a module that cannot be reached any more.
     void forget(const Peer &peer);
 
-    // A module leaves, with its subscriptions and what it waits for or is waited for.
-    // False when it was not registered.
+    // Removes a module, with its subscriptions and its pending requests.  False if it
+    // is not registered.
     bool remove(const Peer &peer);
 
-    // Makes a module known.  Now and then looks for others that ended without a
-    // word, so that they do not add up.
-    void enrol(const Peer &peer, Module module);
+    // From time to time also drops dead modules, so that they do not add up.
+    void add_module(const Peer &peer, Module module);
 
     // The process of a module: as its requests report it, or else as the kernel
-    // knows it; 0 while unknown.
+    // knows it; 0 if unknown.
     int process_of(const Modules::Entry &entry);
 
     // Grows with each change of the tree.
     std::uint64_t tree_version() const { return tree_version_; }
 
-    // Signalled when there is something to send later, and once when the tree changes
-    // if somebody awaits that.
+    // Signalled when there is something to send later and, if change_awaited, once
+    // when the tree changes.
     std::condition_variable_any work;
     bool change_awaited = false;
 
     Tree tree;
-    const Tree defaults; // as zansim started
-    Tree saved;          // as a module saved it last, or as zansim started; of file_work
+    const Tree defaults;               // as zansim started
+    std::shared_ptr<const Tree> saved; // as a module saved it last, or as zansim started
     std::string configuration_file = "config.json";
-    FileStore files; // the same from the start, and used without the lock
-    FileWork file_work;
+    std::shared_ptr<const FileStore> files = std::make_shared<FileStore>();
+    FileWork &file_work;
     Modules modules;
     Subscriptions subscriptions;
     Management management;
@@ -162,19 +129,19 @@ private:
     };
 
     bool has_died(const Peer &peer);
-    void note_collector(Link &link);
-    Effect strike(const Received &received);
+    void note_collector(Transport &transport);
+    Effect matching_effect(const Received &received);
     void postpone(const Peer &peer, const Received &received, const Effect &effect);
-    void carry_out(const Peer &peer, const Received &received, const Effect &effect);
+    void execute(const Peer &peer, const Received &received, const Effect &effect);
     [[noreturn]] void die();
     Delivery send_answer(const Peer &peer, const Record &record);
     void notify(const Peer &peer, std::int32_t cmd, std::string payload);
-    Delivery account(const Peer &peer, Delivery delivery);
+    Delivery count_delivery(const Peer &peer, Delivery delivery);
 
-    TurnLock lock_;
+    Shared self_;
     Trace &trace_;
     std::uint64_t tree_version_ = 0;
-    std::size_t next_look_ = 256; // modules at which the vanished are looked for
+    std::size_t next_sweep_ = 256; // number of modules at which dead ones are dropped
     std::multimap<Clock::time_point, Postponed> postponed_;
     std::size_t postponed_bytes_ = 0;
 };

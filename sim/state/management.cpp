@@ -16,12 +16,12 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t most_pending = 1024;
+constexpr std::size_t max_pending = 1024;
 
 std::optional<std::int32_t> number_in(const Json &value) {
     if (!value.is_number_integer())
         return std::nullopt;
-    // The upper half of 64 bits would come out negative.
+    // The upper half of 64 bits would become negative.
     if (value.is_number_unsigned() &&
         value.get<std::uint64_t>() > std::numeric_limits<std::int32_t>::max())
         return std::nullopt;
@@ -31,7 +31,7 @@ std::optional<std::int32_t> number_in(const Json &value) {
     return static_cast<std::int32_t>(number);
 }
 
-// Takes one member; an error tells what is wrong with it.
+// Stores one member of an answer.
 Result<Done> take_member(Management::Scripted &answer, const std::string &name, const Json &value) {
     const auto number = number_in(value);
     if (name == "command" && number)
@@ -103,41 +103,41 @@ Result<Done> Management::parse(std::string_view text, const std::string &file) {
 const Management::Scripted *Management::scripted(std::int32_t cmd, std::string_view request) const {
     const auto found =
         std::find_if(scripted_.begin(), scripted_.end(), [&](const Scripted &answer) {
-            return (!answer.cmd || *answer.cmd == cmd) && text_fits(answer.request, request);
+            return (!answer.cmd || *answer.cmd == cmd) && text_matches(answer.request, request);
         });
     return found == scripted_.end() ? nullptr : &*found;
 }
 
 Result<Done> Management::room() const {
-    if (pending_.size() >= most_pending)
-        return Error{unreachable, "already " + std::to_string(most_pending) + " requests to " +
+    if (pending_.size() >= max_pending)
+        return Error{unreachable, "already " + std::to_string(max_pending) + " requests to " +
                                       std::string(module) + " without an answer"};
     return Done{};
 }
 
-void Management::expect(const Asker &asker, const Peer &server) {
-    pending_.push_back({asker, server, Clock::now() + patience_});
+void Management::expect(const Requester &requester, const Peer &server) {
+    pending_.push_back({requester, server, Clock::now() + answer_timeout_});
 }
 
-std::optional<Asker> Management::take(std::int32_t cmd, std::string_view name) {
+std::optional<Requester> Management::take(std::int32_t cmd, std::string_view name) {
     const auto found = std::find_if(pending_.begin(), pending_.end(), [&](const Pending &entry) {
-        return entry.asker.cmd == cmd && (name.empty() || entry.asker.name == name);
+        return entry.requester.cmd == cmd && (name.empty() || entry.requester.name == name);
     });
     if (found == pending_.end())
         return std::nullopt;
-    Asker asker = std::move(found->asker);
+    Requester requester = std::move(found->requester);
     pending_.erase(found);
-    return asker;
+    return requester;
 }
 
-std::vector<Asker> Management::forget(const Peer &peer) {
-    std::vector<Asker> in_vain;
+std::vector<Requester> Management::forget(const Peer &peer) {
+    std::vector<Requester> expired;
     pending_.remove_if([&](const Pending &entry) {
-        if (entry.server == peer && entry.asker.peer != peer)
-            in_vain.push_back(entry.asker);
-        return entry.server == peer || entry.asker.peer == peer;
+        if (entry.server == peer && entry.requester.peer != peer)
+            expired.push_back(entry.requester);
+        return entry.server == peer || entry.requester.peer == peer;
     });
-    return in_vain;
+    return expired;
 }
 
 std::set<Peer> Management::servers() const {
@@ -147,18 +147,18 @@ std::set<Peer> Management::servers() const {
     return peers;
 }
 
-std::set<Peer> Management::askers() const {
+std::set<Peer> Management::requesters() const {
     std::set<Peer> peers;
     for (const Pending &entry : pending_)
-        peers.insert(entry.asker.peer);
+        peers.insert(entry.requester.peer);
     return peers;
 }
 
-std::vector<Asker> Management::expire(Clock::time_point now) {
-    std::vector<Asker> in_vain;
+std::vector<Requester> Management::expire(Clock::time_point now) {
+    std::vector<Requester> expired;
     for (; !pending_.empty() && pending_.front().until <= now; pending_.pop_front())
-        in_vain.push_back(std::move(pending_.front().asker));
-    return in_vain;
+        expired.push_back(std::move(pending_.front().requester));
+    return expired;
 }
 
 } // namespace zan::sim

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/result.h"
-#include "service/services.h"
+#include "request/requester.h"
 
 #include <chrono>
 #include <cstdint>
@@ -15,65 +15,68 @@
 
 namespace zan::sim {
 
-// Remote-management requests: who waits for an answer of the module that serves
-// them, and what is answered while there is none.
+// Remote-management requests: those that are pending at the module that serves them,
+// and the scripted answers while there is no such module.
 class Management {
 public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::string_view module = "ZAN_CWMP";
 
-    // An answer from a file, and which requests get it.
+    // An answer from a file, and the requests that it answers.
     struct Scripted {
-        std::optional<std::int32_t> cmd; // any when not given
+        std::optional<std::int32_t> cmd; // any if not given
         std::string request = "*";       // pattern of the payload
         std::int32_t result = 1;
         std::int32_t arg = 0;
         std::string payload;
     };
 
-    // An error tells file and place.
+    // An error contains the file and the place.
     Result<Done> load(const std::string &file);
     Result<Done> parse(std::string_view text, const std::string &file);
 
-    // The first that fits.
+    // The first that matches.
     const Scripted *scripted(std::int32_t cmd, std::string_view request) const;
 
-    // An error when too many wait for one more.
+    // An error if too many requests are pending.
     Result<Done> room() const;
 
-    // How long an answer may take.
-    void set_patience(std::chrono::seconds patience) { patience_ = patience; }
-    std::chrono::seconds patience() const { return patience_; }
+    // How long requests stay pending.
+    void set_answer_timeout(std::chrono::seconds answer_timeout) {
+        answer_timeout_ = answer_timeout;
+    }
+    std::chrono::seconds answer_timeout() const { return answer_timeout_; }
 
-    // Somebody's request has gone to the module at this address.
-    void expect(const Asker &asker, const Peer &server);
+    // The request was sent to the server.
+    void expect(const Requester &requester, const Peer &server);
 
-    // Who has waited longest for the answer to this command; of this name, unless it
-    // is empty.
-    std::optional<Asker> take(std::int32_t cmd, std::string_view name);
+    // Removes and returns the requester that has waited longest for this command; only
+    // of this name, unless it is empty.
+    std::optional<Requester> take(std::int32_t cmd, std::string_view name);
 
-    // A module leaves: who waits for it in vain now.
-    std::vector<Asker> forget(const Peer &peer);
+    // Removes the requests from and to a module.  Returns the requesters whose server it
+    // was.
+    std::vector<Requester> forget(const Peer &peer);
 
     bool is_awaited() const { return !pending_.empty(); }
 
-    // For whom somebody waits, and who waits.
+    // The servers and requesters of all pending requests.
     std::set<Peer> servers() const;
-    std::set<Peer> askers() const;
+    std::set<Peer> requesters() const;
 
-    // Who has waited too long and waits no more.
-    std::vector<Asker> expire(Clock::time_point now);
+    // Removes the requests that have timed out and returns their requesters.
+    std::vector<Requester> expire(Clock::time_point now);
 
 private:
     struct Pending {
-        Asker asker;
+        Requester requester;
         Peer server;
         Clock::time_point until;
     };
 
-    std::list<Pending> pending_; // who asked last is the last
-    std::chrono::seconds patience_{0};
+    std::list<Pending> pending_; // oldest first
+    std::chrono::seconds answer_timeout_{0};
     std::vector<Scripted> scripted_;
 };
 

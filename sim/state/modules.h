@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "transport/peer.h"
+#include "transport/transport.h"
 
 #include <map>
 #include <set>
@@ -20,14 +20,14 @@ struct Module {
     bool agent = false;
 };
 
-// Who is registered.  A module may have several queues and be an agent besides:
-// each is an entry, and the module is found by its latest link or, without one, by
-// the queue of its lowest instance.
+// The registered modules.  A module may have several queues and also be an agent:
+// each is an entry.  A name finds its latest connection or, without one, the queue of
+// its lowest instance.
 class Modules {
 public:
     using Entry = std::pair<const Peer, Module>;
 
-    // Takes the place of an earlier entry of this peer.
+    // Replaces an entry of this peer.
     void add(const Peer &peer, Module module) { modules_[peer] = std::move(module); }
     bool remove(const Peer &peer) { return modules_.erase(peer) != 0; }
 
@@ -56,11 +56,11 @@ public:
 
     std::size_t size() const { return modules_.size(); }
 
-    // Those that cannot be reached any more.
-    std::vector<Peer> vanished() const {
+    // Modules whose queue or connection no longer exists.
+    std::vector<Peer> dead_modules() const {
         std::vector<Peer> peers;
         for (const auto &[peer, module] : modules_) {
-            if (!peer.link->exists(peer.address))
+            if (!peer.transport->exists(peer.endpoint))
                 peers.push_back(peer);
         }
         return peers;
@@ -70,7 +70,7 @@ private:
     static bool comes_before(const Entry &one, const Entry &other) {
         if (one.second.agent != other.second.agent)
             return one.second.agent;
-        return one.second.agent ? one.first.address > other.first.address
+        return one.second.agent ? one.first.endpoint > other.first.endpoint
                                 : one.second.instance < other.second.instance;
     }
 

@@ -11,7 +11,7 @@ namespace {
 
 Error too_many() {
     return {too_many_subscriptions,
-            "already " + std::to_string(most_subscriptions) + " subscriptions"};
+            "already " + std::to_string(max_subscriptions) + " subscriptions"};
 }
 
 } // namespace
@@ -20,7 +20,7 @@ bool Subscriptions::may_add(const Peer &peer) const {
     const auto is_of_peer = [&](const auto &entry) { return entry.peer == peer; };
     const auto count = std::count_if(watches_.begin(), watches_.end(), is_of_peer) +
                        std::count_if(events_.begin(), events_.end(), is_of_peer);
-    return static_cast<std::size_t>(count) < most_subscriptions;
+    return static_cast<std::size_t>(count) < max_subscriptions;
 }
 
 std::vector<Watch>::iterator Subscriptions::find(const Peer &peer, std::string_view path) {

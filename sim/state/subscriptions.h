@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "transport/peer.h"
+#include "transport/transport.h"
 #include "tree/path.h"
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace zan::sim {
 
-// A module's interest in a parameter or subtree.
+// A subscription to a parameter or subtree.
 struct Watch {
     Peer peer;
     std::string path; // as subscribed
@@ -20,12 +20,12 @@ struct Watch {
     std::uint8_t option = 0;
 };
 
-// For each module; a further one is refused.
-inline constexpr std::size_t most_subscriptions = 1024;
+// Per module; another one is refused.
+inline constexpr std::size_t max_subscriptions = 1024;
 
 class Subscriptions {
 public:
-    // A path that the peer watches already only takes the new option.
+    // If the peer watches the path already, only changes the option.
     Result<Done> watch(const Peer &peer, std::string_view path, std::uint8_t option);
     Result<Done> unwatch(const Peer &peer, std::string_view path);
 
@@ -34,9 +34,8 @@ public:
 
     void forget(const Peer &peer);
 
-    // Whom a change of the node at the path concerns: who watches the path or
-    // something above it.  When the node has gone, also who watches something
-    // below it.
+    // Subscribers affected by a change at the path: those of the path and of everything
+    // above it.  If the node was deleted, also those of everything below it.
     std::vector<Watch> watching(const Path &path, bool gone) const;
     std::vector<Peer> awaiting(std::int32_t code) const;
 

@@ -13,7 +13,7 @@ namespace zan::sim {
 
 namespace {
 
-// A socket is writable when a third of this is free: room for the longest record.
+// A socket is writable if a third of this is free: room for the longest record.
 constexpr int send_buffer = 256 * 1024;
 
 void set_option(int fd, int level, int name, int value) {
@@ -32,7 +32,7 @@ Connection::~Connection() {
 }
 
 bool Connection::receive() {
-    // Left as it is from read to read.
+    // Not cleared between reads.
     static thread_local char buffer[64 * 1024];
     const ssize_t size = recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT);
     if (size < 0)
@@ -53,9 +53,8 @@ bool Connection::writable() const {
     return poll(&state, 1, 0) > 0;
 }
 
-// The library takes a header that arrives in pieces as it comes, in network order.
-// So each record is a segment of its own, and begun only where there is room for
-// all of it.
+// The library does not convert a header that arrives in pieces.  So each record is
+// a segment of its own, and is started only if all of it has room.
 bool Connection::flush() {
     while (!records_.empty() && writable()) {
         const std::string &record = records_.front();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "transport/losses.h"
+#include "transport/drop_reporter.h"
 #include "transport/stream.h"
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace zan::sim {
 
-// The stream to one module.  Nothing here waits.
+// The stream to one module.  Never blocks.
 class Connection {
 public:
     // Owns the descriptor of a connected socket.
@@ -21,25 +21,25 @@ public:
 
     int fd() const { return fd_; }
 
-    // Takes what has come; false when nothing can come any more.
+    // Reads what has arrived.  False at the end of the stream or on an error.
     bool receive();
 
-    // Sends the bytes of a record, or keeps what finds no room; false when the peer
-    // has gone.
+    // Sends the bytes of a record, or keeps those without room.  False if the peer has
+    // gone.
     bool send(std::string record);
     bool flush();
 
-    // Bytes that wait for room.
+    // Bytes that are kept.
     std::size_t waiting() const { return waiting_; }
 
-    // Nothing is sent any more but what waits, and what comes is thrown away.
+    // Sends only what is kept, and discards what arrives.
     void finish();
     bool finishing() const { return finishing_; }
 
     StreamReader reader;
-    Losses losses;
-    bool stalled = false; // requests wait until the answers find room
-    bool gone = false;    // to be closed by the thread that polls it
+    DropReporter drops;
+    bool stalled = false; // requests wait until there is room for answers
+    bool gone = false;    // the polling thread closes it
 
 private:
     bool writable() const;

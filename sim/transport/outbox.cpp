@@ -7,7 +7,7 @@ namespace zan::sim {
 
 namespace {
 
-// For each of 1,000 modules at once this is 64 MB.
+// 64 MB for 1,000 modules.
 constexpr std::size_t max_bytes = 65536;
 constexpr std::size_t packet_overhead = sizeof(Packet) + 16;
 

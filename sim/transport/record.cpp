@@ -15,8 +15,7 @@ static_assert(std::is_trivially_copyable_v<zan_body>);
 static_assert(offsetof(zan_body, data) == ZAN_HEADER_SIZE);
 static_assert(sizeof(zan_body) == ZAN_BODY_SIZE);
 
-// The header alone: a whole zan_body on the stack would have to be cleared for
-// each record.
+// Only the header: clearing a whole zan_body for each record is slow.
 struct Header {
     std::int32_t type, cmd;
     char dst[ZAN_NAME_SIZE], src[ZAN_NAME_SIZE];
@@ -32,7 +31,7 @@ void put_name(char (&field)[ZAN_NAME_SIZE], std::string_view name) {
     name.copy(field, ZAN_NAME_SIZE - 1);
 }
 
-std::string defect_of(const Header &header, std::size_t size) {
+std::string error_in(const Header &header, std::size_t size) {
     if (size < ZAN_HEADER_SIZE)
         return "record of " + std::to_string(size) + " bytes is shorter than its header";
     if (size > ZAN_BODY_SIZE)
@@ -54,7 +53,7 @@ Received decode(std::string_view body) {
     Header header{};
     std::memcpy(&header, body.data(), std::min(body.size(), sizeof header));
     Received received;
-    received.defect = defect_of(header, body.size());
+    received.error = error_in(header, body.size());
     Record &record = received.record;
     record.type = header.type;
     record.cmd = header.cmd;

@@ -10,7 +10,7 @@
 
 namespace zan::sim {
 
-// A record as zansim works with it: independent of how it travels.
+// A record, independent of its transport.
 struct Record {
     std::int32_t type = 0;
     std::int32_t cmd = 0;
@@ -21,18 +21,18 @@ struct Record {
     std::int32_t result = 0;
     std::int32_t aux = 0;
     std::int32_t arg = 0;
-    std::int32_t len = 0; // as the sender wrote it; encode() uses the payload's size
+    std::int32_t len = 0; // as the sender wrote it; encode() uses the size of the payload
     std::string payload;
 };
 
-// What arrived, and what is wrong with it (empty when nothing is).
+// A record that arrived, and why it is malformed; empty if it is not.
 struct Received {
     Record record;
-    std::string defect;
+    std::string error;
 };
 
-// Never reads past the bytes given, whatever the record says of its length.
-// Fields that did not arrive are 0 or empty.
+// Never reads past the given bytes, whatever `len` says.  Fields that did not arrive are
+// 0 or empty.
 Received decode(std::string_view body);
 
 // The record's bytes in host order: 100 and the payload.  Names are cut to 31

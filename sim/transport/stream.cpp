@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t at_len = offsetof(zan_body, len);
 
-// `time` and `spare` stay in the sender's order.
+// `time` and `spare` keep the sender's order.
 constexpr std::size_t converted_words[] = {
     offsetof(zan_body, type),
     offsetof(zan_body, cmd),
@@ -35,12 +35,12 @@ void convert(std::string &bytes) {
     }
 }
 
-// A class is a small number in one order and a large one in the other.
+// A class is a small number in the right byte order and a large one in the other.
 bool is_class(std::uint32_t type) {
     return type >= 1 && type < 256;
 }
 
-// False when the order cannot be told; then it is taken for network order.
+// False if the byte order is unclear; then network order is assumed.
 bool convert_to_host(std::string &header) {
     const std::uint32_t type = word(header, offsetof(zan_body, type));
     if (is_class(type))
@@ -49,7 +49,7 @@ bool convert_to_host(std::string &header) {
     return is_class(ntohl(type));
 }
 
-std::string defect_of(bool ordered, std::int32_t len) {
+std::string error_in(bool ordered, std::int32_t len) {
     if (!ordered)
         return "its class tells no byte order";
     if (len < 0 || len > ZAN_DATA_SIZE)
@@ -72,10 +72,10 @@ std::optional<Received> StreamReader::next() {
     std::string record(rest.substr(0, ZAN_HEADER_SIZE));
     const bool ordered = convert_to_host(record);
     const auto len = static_cast<std::int32_t>(word(record, at_len));
-    if (std::string defect = defect_of(ordered, len); !defect.empty()) {
+    if (std::string error = error_in(ordered, len); !error.empty()) {
         lost_ = true;
         Received received = decode(record);
-        received.defect = std::move(defect);
+        received.error = std::move(error);
         return received;
     }
     const auto size = ZAN_HEADER_SIZE + static_cast<std::size_t>(len);

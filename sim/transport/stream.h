@@ -9,23 +9,22 @@
 
 namespace zan::sim {
 
-// Records as they travel on a stream: without queue type, one behind the other.
-// Seven words of the header are in network order, or, in some of the records that
-// modules send, in the order of the machine.
+// Records on a stream: without queue type, one after the other.  Seven words of the
+// header are in network order or, in some records of modules, in host order.
 
-// Cuts the bytes of a peer into records.
+// Splits the bytes of a peer into records.
 class StreamReader {
 public:
     void add(std::string_view bytes);
 
-    // The next record that has come whole, in whichever order it was.
+    // The next complete record, converted to host order.
     std::optional<Received> next();
 
-    // Whether the end of a record could not be told, so that nothing behind it can
-    // be understood.  That record was returned with its defect.
+    // Whether the end of a record was unclear, so that nothing after it can be decoded.
+    // That record was returned with its error.
     bool lost() const { return lost_; }
 
-    // Bytes of a record that is not complete.
+    // Bytes of an incomplete record.
     std::size_t unfinished() const { return bytes_.size() - used_; }
 
 private:
@@ -34,7 +33,7 @@ private:
     bool lost_ = false;
 };
 
-// What a module expects: network order.
+// In network order, as modules expect it.
 std::string encode_for_stream(const Record &record);
 
 } // namespace zan::sim

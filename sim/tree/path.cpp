@@ -62,8 +62,15 @@ bool matches(const Element &pattern, const Element &element) {
 
 } // namespace
 
+bool is_reserved(std::string_view path) {
+    if (!path.starts_with('/') || !path.substr(1).starts_with(reserved_branch))
+        return false;
+    path.remove_prefix(1 + reserved_branch.size());
+    return path.empty() || path[0] == '/';
+}
+
 bool is_name(std::string_view name) {
-    // Names travel in blank-separated lines as they are.
+    // Names are sent unencoded in lines separated by spaces.
     const auto refused = [](char character) {
         const auto byte = static_cast<unsigned char>(character);
         return byte <= ' ' || byte == 0x7f || character == '/' || character == ':' ||

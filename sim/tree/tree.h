@@ -17,7 +17,7 @@ namespace zan::sim {
 
 struct Child;
 
-// A node with named children, in the order in which they were written.
+// A node with named children, in file order.
 struct Object {
     std::vector<Child> children;
     std::string attributes;
@@ -26,13 +26,13 @@ struct Object {
     Child *find(std::string_view name);
 };
 
-// A multi-instance object.  A number stays with its instance when others go;
-// a new instance takes the lowest number that is free.
+// A multi-instance object.  An instance keeps its number when others are deleted; a new
+// instance gets the lowest free number.
 struct Table {
     std::map<std::uint32_t, Object> instances;
-    std::optional<Object> prototype; // what a new instance starts as
-    std::uint32_t limit = 1024;      // on the number of instances
-    bool writable = true;            // instances may come and go
+    std::optional<Object> prototype; // the content of a new instance
+    std::uint32_t limit = 1024;      // of instances
+    bool writable = true;            // whether instances may be added and deleted
     std::string attributes;
 };
 
@@ -49,11 +49,11 @@ struct Parameter {
     std::string value;
 };
 
-// A line for each, PATH=VALUE with control characters as escapes.
+// One line per parameter: PATH=VALUE, control characters escaped.
 std::string parameter_lines(const std::vector<Parameter> &parameters);
 
-// The configuration tree.  Paths are texts as modules send them; every error
-// text names the path.
+// The configuration tree.  Paths are given as modules send them; every error text
+// contains the path.
 class Tree {
 public:
     Tree() = default;
@@ -61,7 +61,7 @@ public:
 
     const Object &root() const { return root_; }
 
-    // Parameters, those of instances included, those of prototypes not.
+    // Counts parameters, including those of instances but not those of prototypes.
     std::size_t parameter_count() const;
 
     Result<std::string> get(std::string_view path) const;
@@ -69,34 +69,33 @@ public:
     // The number of instances of a table.
     Result<std::uint32_t> count(std::string_view path) const;
 
-    // Their numbers.
+    // The numbers of the instances of a table.
     Result<std::vector<std::uint32_t>> instances(std::string_view path) const;
 
-    // One line per instance, "N name=value name=value" with the parameters of the
-    // instance itself, values as encode_field() writes them.
+    // One line per instance, "N name=value name=value", with the parameters directly in
+    // it, encoded with encode_field().
     Result<std::string> render(std::string_view path) const;
 
-    // The parameters at and below a path, in the order of the tree; those at most so
-    // many levels below it when depth is not 0.
+    // The parameters at and below a path, in tree order; if depth is not 0, at most that
+    // many levels below it.
     Result<std::vector<Parameter>> list(std::string_view path, std::size_t depth = 0) const;
 
-    // A text that belongs to a node of any kind and has no effect on it; empty until
-    // it is set.
+    // A text stored with a node of any kind, without effect; initially empty.
     Result<std::string> attributes(std::string_view path) const;
     Result<Done> set_attributes(std::string_view path, std::string_view text);
 
-    // Stores a value.  The value as stored when it is another than before,
-    // nothing when the parameter had it already.
+    // Stores a value.  Returns the stored form if it differs from the previous value,
+    // nothing otherwise.
     Result<std::optional<std::string>> set(std::string_view path, std::string_view value);
 
-    // Adds an instance to a table, under the number that the path ends with or
-    // under the lowest free one.  The path of the new instance.
+    // Adds an instance to a table, with the number at the end of the path or the lowest
+    // free one.  Returns the path of the new instance.
     Result<std::string> add(std::string_view path);
 
-    // Deletes an instance, or a parameter or object that holds nothing read-only.
+    // Deletes an instance, or a parameter or object without read-only parts.
     Result<Done> remove(std::string_view path);
 
-    // Makes what lies at and below the path as it is in another tree, which has it.
+    // Resets the subtree at the path to its content in another tree.
     Result<Done> reset(std::string_view path, const Tree &defaults);
 
 private:

@@ -13,7 +13,7 @@ public:
             if (const Child *const other = after.find(child.name))
                 nodes(child.node, other->node, child_path);
             else
-                note(child_path, Change::deleted);
+                note(child_path, ChangeKind::deleted);
         }
         for (const Child &child : after.children) {
             if (before.find(child.name) == nullptr)
@@ -26,12 +26,12 @@ public:
 private:
     void nodes(const Node &before, const Node &after, const std::string &path) {
         if (before.index() != after.index()) {
-            note(path, Change::deleted);
+            note(path, ChangeKind::deleted);
             return appeared(after, path);
         }
         if (const Leaf *const leaf = std::get_if<Leaf>(&after)) {
             if (std::get<Leaf>(before).value != leaf->value)
-                note(path, Change::value, leaf->value);
+                note(path, ChangeKind::value, leaf->value);
         } else if (const Object *const object = std::get_if<Object>(&after)) {
             objects(std::get<Object>(before), *object, path);
         } else {
@@ -46,27 +46,27 @@ private:
             if (other != after.instances.end())
                 objects(instance, other->second, instance_path);
             else
-                note(instance_path, Change::deleted);
+                note(instance_path, ChangeKind::deleted);
         }
         for (const auto &[number, instance] : after.instances) {
             if (!before.instances.contains(number))
-                note(path + ':' + std::to_string(number), Change::added);
+                note(path + ':' + std::to_string(number), ChangeKind::added);
         }
     }
 
     void appeared(const Node &node, const std::string &path) {
         if (const Leaf *const leaf = std::get_if<Leaf>(&node)) {
-            note(path, Change::value, leaf->value);
+            note(path, ChangeKind::value, leaf->value);
         } else if (const Object *const object = std::get_if<Object>(&node)) {
             for (const Child &child : object->children)
                 appeared(child.node, path + '/' + child.name);
         } else {
             for (const auto &[number, instance] : std::get<Table>(node).instances)
-                note(path + ':' + std::to_string(number), Change::added);
+                note(path + ':' + std::to_string(number), ChangeKind::added);
         }
     }
 
-    void note(const std::string &path, Change kind, const std::string &value = {}) {
+    void note(const std::string &path, ChangeKind kind, const std::string &value = {}) {
         found.push_back({path, kind, value});
     }
 };

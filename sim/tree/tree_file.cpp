@@ -21,11 +21,9 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int deepest = 64;
-constexpr std::string_view reserved_branch = "zansim";
-
-// A slip in what the file says; what() names the node.
-struct Slip : std::runtime_error {
-    Slip(const std::string &path, const std::string &why)
+// An error in the content of a tree file; what() names the node.
+struct TreeFileError : std::runtime_error {
+    TreeFileError(const std::string &path, const std::string &why)
         : std::runtime_error((path.empty() ? "/" : path) + ": " + why) {}
 };
 
@@ -55,17 +53,17 @@ void allow_only(const Json &object, std::initializer_list<std::string_view> know
                 const std::string &path) {
     for (const auto &[name, value] : object.items()) {
         if (std::find(known.begin(), known.end(), name) == known.end())
-            throw Slip(path, "unknown property \"" + name + "\"");
+            throw TreeFileError(path, "unknown property \"" + name + "\"");
     }
 }
 
 std::int64_t whole_number(const Json &value, const std::string &path, const std::string &property) {
     if (!value.is_number_integer())
-        throw Slip(path, property + " is not a whole number");
-    // The upper half of 64 bits would come out negative.
+        throw TreeFileError(path, property + " is not a whole number");
+    // The upper half of 64 bits would become negative.
     if (value.is_number_unsigned() &&
         value.get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max())
-        throw Slip(path, property + " is too large a number");
+        throw TreeFileError(path, property + " is too large a number");
     return value.get<std::int64_t>();
 }
 
@@ -74,7 +72,7 @@ bool writable_from(const Json &properties, const std::string &path) {
     if (access == properties.end() || *access == "rw")
         return true;
     if (*access != "ro")
-        throw Slip(path, "$access is neither \"ro\" nor \"rw\"");
+        throw TreeFileError(path, "$access is neither \"ro\" nor \"rw\"");
     return false;
 }
 
@@ -94,7 +92,8 @@ std::string text_of(const Json &value, const std::string &path) {
         return value.get<bool>() ? "1" : "0";
     if (value.is_number_integer())
         return value.dump();
-    throw Slip(path, value.is_number() ? "not a whole number" : "not a text, number or boolean");
+    throw TreeFileError(path,
+                        value.is_number() ? "not a whole number" : "not a text, number or boolean");
 }
 
 std::string attributes_from(const Json &properties, const std::string &path) {
@@ -102,7 +101,7 @@ std::string attributes_from(const Json &properties, const std::string &path) {
     if (attributes == properties.end())
         return {};
     if (!attributes->is_string())
-        throw Slip(path, "$attr is not a text");
+        throw TreeFileError(path, "$attr is not a text");
     return attributes->get<std::string>();
 }
 
@@ -113,32 +112,32 @@ Leaf leaf_from(const Json &value, const Json &properties, const std::string &pat
         const auto named =
             type->is_string() ? type_by_name(type->get<std::string>()) : std::nullopt;
         if (!named)
-            throw Slip(path, "$type is none of string, int, uint, bool");
+            throw TreeFileError(path, "$type is none of string, int, uint, bool");
         leaf.type = *named;
     }
     leaf.writable = writable_from(properties, path);
     if (const auto max = properties.find("$max"); max != properties.end()) {
         const std::int64_t length = whole_number(*max, path, "$max");
         if (length < 0 || length > ZAN_DATA_SIZE)
-            throw Slip(path, "$max is not 0 to " + std::to_string(ZAN_DATA_SIZE));
+            throw TreeFileError(path, "$max is not 0 to " + std::to_string(ZAN_DATA_SIZE));
         leaf.max_length = static_cast<std::size_t>(length);
     }
     if (const auto range = properties.find("$range"); range != properties.end()) {
         if (!range->is_array() || range->size() != 2)
-            throw Slip(path, "$range is not [least, most]");
+            throw TreeFileError(path, "$range is not [least, most]");
         leaf.least = whole_number((*range)[0], path, "$range");
         leaf.most = whole_number((*range)[1], path, "$range");
     }
     if (const auto choices = properties.find("$enum"); choices != properties.end()) {
         if (!choices->is_array() || choices->empty())
-            throw Slip(path, "$enum is not a list of values");
+            throw TreeFileError(path, "$enum is not a list of values");
         for (const Json &choice : *choices)
             leaf.choices.push_back(text_of(choice, path));
     }
     leaf.attributes = attributes_from(properties, path);
     const auto accepted = accepted_value(leaf, text_of(value, path));
     if (!accepted)
-        throw Slip(path, accepted.error().text);
+        throw TreeFileError(path, accepted.error().text);
     leaf.value = *accepted;
     return leaf;
 }
@@ -147,14 +146,14 @@ Node node_from(const Json &json, const std::string &path);
 
 Object object_from(const Json &json, const std::string &path) {
     if (!json.is_object())
-        throw Slip(path, "not an object");
+        throw TreeFileError(path, "not an object");
     Object object;
     object.attributes = attributes_from(json, path);
     for (const auto &[name, value] : json.items()) {
         if (name == "$attr")
             continue;
         if (!is_name(name) || name[0] == '$')
-            throw Slip(path, "\"" + escape(name) + "\" cannot be the name of a node");
+            throw TreeFileError(path, "\"" + escape(name) + "\" cannot be the name of a node");
         object.children.push_back({name, node_from(value, path + '/' + name)});
     }
     return object;
@@ -173,11 +172,11 @@ void add_instances(Table &table, const Json &instances, const std::string &path)
         return;
     }
     if (!instances.is_object())
-        throw Slip(path, "$instances is neither a list nor an object");
+        throw TreeFileError(path, "$instances is neither a list nor an object");
     for (const auto &[key, instance] : instances.items()) {
         const auto number = to_number(key);
         if (!number || *number < 1 || *number > last_instance || key[0] == '0')
-            throw Slip(path, "\"" + escape(key) + "\" is not an instance number");
+            throw TreeFileError(path, "\"" + escape(key) + "\" is not an instance number");
         add_instance(table, *number, instance, path);
     }
 }
@@ -194,7 +193,7 @@ Table table_from(const Json &json, const std::string &path) {
     if (const auto max = json.find("$max"); max != json.end()) {
         const std::int64_t limit = whole_number(*max, path, "$max");
         if (limit < 0 || limit > last_instance)
-            throw Slip(path, "$max is not a number of instances");
+            throw TreeFileError(path, "$max is not a number of instances");
         table.limit = static_cast<std::uint32_t>(limit);
     }
     if (const auto prototype = json.find("$template"); prototype != json.end())
@@ -228,8 +227,8 @@ std::string position_of(std::string_view text, std::size_t byte) {
 Json json_of(const Object &object);
 
 Json json_of(const std::string &value, ValueType type) {
-    // Values need not be UTF-8, which JSON is.  Were they to grow, they might be too
-    // long to be read back.
+    // JSON is UTF-8, values need not be.  A replacement must not be longer, or the value
+    // might be too long to be read again.
     if (type == ValueType::string)
         return as_utf8(value);
     if (type == ValueType::boolean)
@@ -237,7 +236,7 @@ Json json_of(const std::string &value, ValueType type) {
     return to_number(value).value_or(0);
 }
 
-// The value alone would be read back as a string without limits, and so on.
+// A plain value would lose its type and limits.
 Json json_of(const Leaf &leaf) {
     const Json value = json_of(leaf.value, leaf.type);
     Json json{{"$value", value}};
@@ -291,7 +290,7 @@ Json json_of(const Object &object) {
     return json;
 }
 
-// A parameter takes one line, so that a saved tree can be read and compared.
+// One line per parameter, so that saved trees are easy to read and compare.
 std::string one_line(const Json &json) {
     std::string text;
     for (const auto &[key, value] : json.items()) {
@@ -330,10 +329,10 @@ Result<Tree> parse_tree(std::string_view text, const std::string &file) {
         const Json json = Json::parse(text, std::ref(check));
         Object root = object_from(json, "");
         if (root.find(reserved_branch) != nullptr)
-            throw Slip('/' + std::string(reserved_branch), "this branch is zansim's own");
+            throw TreeFileError('/' + std::string(reserved_branch), "this branch is zansim's own");
         return Tree(std::move(root));
     } catch (const Json::parse_error &error) {
-        // The library's text begins with its own code and position.
+        // The text of the JSON library begins with its own code and position.
         const std::string what = error.what();
         const std::size_t start = what.find(": ");
         return Error{0, file + ':' + position_of(text, error.byte) + ": " +

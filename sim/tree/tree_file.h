@@ -9,14 +9,13 @@
 
 namespace zan::sim {
 
-// Tree files are JSON; docs/zansim.md describes what may stand in one.  Error
-// texts say where: file:line:column for a slip in the JSON, the path of the node
-// for one in the tree.
+// Tree files are JSON; docs/zansim.md describes their content.  Error texts contain
+// the place: file:line:column of a syntax error, or the path of the node.
 
 Result<Tree> parse_tree(std::string_view text, const std::string &file);
 Result<Tree> load_tree(const std::string &file);
 
-// A text that parse_tree() makes the same tree of.
+// A text from which parse_tree() makes the same tree.
 std::string format_tree(const Tree &tree);
 
 } // namespace zan::sim

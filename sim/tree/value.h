@@ -13,11 +13,11 @@ namespace zan::sim {
 
 enum class ValueType { string, integer, unsigned_integer, boolean };
 
-// Also the names in tree files.
+// The names used in tree files.
 std::string_view type_name(ValueType type);
 std::optional<ValueType> type_by_name(std::string_view name);
 
-// A parameter: its value as it travels, and what may be stored in it.
+// A parameter: its value as text, and what values it accepts.
 struct Leaf {
     std::string value;
     ValueType type = ValueType::string;
@@ -29,8 +29,8 @@ struct Leaf {
     std::string attributes;           // of the node: any text
 };
 
-// The form in which the text is stored ("007" is the integer 7), or why it may
-// not be.  Error texts do not name the path.
+// The canonical form of an accepted value ("007" is stored as "7"), or why it is
+// refused.  Error texts do not contain the path.
 Result<std::string> accepted_value(const Leaf &leaf, std::string_view text);
 
 } // namespace zan::sim

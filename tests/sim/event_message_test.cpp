@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "service/event_message.h"
+#include "trace/event_message.h"
 
 #include <gtest/gtest.h>
 

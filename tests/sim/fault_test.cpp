@@ -117,7 +117,7 @@ TEST(ParseFault, TellsThePlaceOfAMistake) {
 std::string strikes(Faults &faults, const FaultTarget &target, int requests) {
     std::string pattern;
     for (int i = 0; i < requests; ++i)
-        pattern += faults.strike(target) == nullptr ? '.' : 'x';
+        pattern += faults.match(target) == nullptr ? '.' : 'x';
     return pattern;
 }
 
@@ -127,7 +127,7 @@ TEST(Faults, FitByClassCommandPathAndSource) {
     struct Case {
         const char *rule;
         FaultTarget target;
-        bool fits;
+        bool matches;
     };
     constexpr Case cases[] = {
         {"drop", get_name, true},
@@ -152,7 +152,7 @@ TEST(Faults, FitByClassCommandPathAndSource) {
     for (const Case &one : cases) {
         Faults faults;
         ASSERT_TRUE(faults.add(one.rule)) << one.rule;
-        EXPECT_EQ(faults.strike(one.target) != nullptr, one.fits) << one.rule;
+        EXPECT_EQ(faults.match(one.target) != nullptr, one.matches) << one.rule;
     }
 }
 
@@ -160,7 +160,7 @@ TEST(Faults, StrikeTheRequestsThatAreCounted) {
     const auto pattern = [](const char *rule) {
         Faults faults;
         EXPECT_TRUE(faults.add(rule));
-        faults.strike({1, 2, "", "other"}); // does not fit, so it does not count
+        faults.match({1, 2, "", "other"}); // does not fit, so it does not count
         return strikes(faults, get_name, 6);
     };
     EXPECT_EQ(pattern("drop command=get"), "xxxxxx");
@@ -202,12 +202,12 @@ TEST(Faults, AreTriedInTheirOrder) {
     ASSERT_TRUE(faults.add("fail -2 path=/sys/**"));
     ASSERT_TRUE(faults.add("fail -3"));
     EXPECT_EQ(faults.text(), "fail -1 times=1\nfail -2 path=/sys/**\nfail -3\n");
-    EXPECT_EQ(faults.strike(get_name)->effect.code, -1);
-    EXPECT_EQ(faults.strike(get_name)->effect.code, -2);
-    EXPECT_EQ(faults.strike({1, 1, "/a", "x"})->effect.code, -3);
+    EXPECT_EQ(faults.match(get_name)->effect.code, -1);
+    EXPECT_EQ(faults.match(get_name)->effect.code, -2);
+    EXPECT_EQ(faults.match({1, 1, "/a", "x"})->effect.code, -3);
     faults.clear();
     EXPECT_TRUE(faults.empty());
-    EXPECT_EQ(faults.strike(get_name), nullptr);
+    EXPECT_EQ(faults.match(get_name), nullptr);
 }
 
 TEST(Faults, AreNotMoreThan256) {
@@ -223,8 +223,8 @@ TEST(Faults, DoNotLookAtTextsLongerThanAPath) {
     Faults faults;
     ASSERT_TRUE(faults.add("drop path=*a*a*a*b"));
     const std::string longest(1023, 'a');
-    EXPECT_EQ(faults.strike({1, 1, longest + "b", "wlan"}), nullptr);
-    EXPECT_NE(faults.strike({1, 1, longest.substr(1) + "b", "wlan"}), nullptr);
+    EXPECT_EQ(faults.match({1, 1, longest + "b", "wlan"}), nullptr);
+    EXPECT_NE(faults.match({1, 1, longest.substr(1) + "b", "wlan"}), nullptr);
 }
 
 TEST(Faults, AreReadFromAFileWithThePlaceOfAMistake) {

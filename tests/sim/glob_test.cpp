@@ -44,15 +44,15 @@ TEST(PathFits, ElementByElement) {
         {"", "/a", false},
     };
     for (const Case &one : cases)
-        EXPECT_EQ(path_fits(one.pattern, one.path), one.fits) << one.pattern << ' ' << one.path;
+        EXPECT_EQ(path_matches(one.pattern, one.path), one.fits) << one.pattern << ' ' << one.path;
 }
 
 TEST(TextFits, AsAWhole) {
-    EXPECT_TRUE(text_fits("w*", "wlan"));
-    EXPECT_TRUE(text_fits("*", "a/b"));
-    EXPECT_TRUE(text_fits("*", ""));
-    EXPECT_FALSE(text_fits("wlan", "wlan2"));
-    EXPECT_FALSE(text_fits("", "a"));
+    EXPECT_TRUE(text_matches("w*", "wlan"));
+    EXPECT_TRUE(text_matches("*", "a/b"));
+    EXPECT_TRUE(text_matches("*", ""));
+    EXPECT_FALSE(text_matches("wlan", "wlan2"));
+    EXPECT_FALSE(text_matches("", "a"));
 }
 
 } // namespace

@@ -48,16 +48,16 @@ TEST(Management, TellsWhatIsWrongWithAScript) {
 
 TEST(Management, KeepsAtMost1024WhoWait) {
     Management management;
-    const Asker asker{.peer = {nullptr, 1}, .name = "a", .type = 2, .cmd = 5};
+    const Requester requester{.peer = {nullptr, 1}, .name = "a", .type = 2, .cmd = 5};
     for (int i = 0; i < 1024; ++i) {
         ASSERT_TRUE(management.room());
-        management.expect(asker, {nullptr, 2});
+        management.expect(requester, {nullptr, 2});
     }
     EXPECT_EQ(management.room().error().text,
               "already 1024 requests to ZAN_CWMP without an answer");
     EXPECT_EQ(management.forget({nullptr, 2}).size(), 1024U);
     EXPECT_TRUE(management.room());
-    management.expect(asker, {nullptr, 2});
+    management.expect(requester, {nullptr, 2});
     // Who waited and left is not answered.
     EXPECT_EQ(management.forget({nullptr, 1}).size(), 0U);
     EXPECT_FALSE(management.take(5, ""));

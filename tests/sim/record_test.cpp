@@ -32,7 +32,7 @@ const Fields all_fields{.type = 1,
 
 TEST(Decode, TakesEveryField) {
     const auto received = decode(bytes_of(make_record(all_fields)));
-    EXPECT_EQ(received.defect, "");
+    EXPECT_EQ(received.error, "");
     EXPECT_EQ(received.record.type, 1);
     EXPECT_EQ(received.record.cmd, 2);
     EXPECT_EQ(received.record.dst, "ZAN_CFG");
@@ -60,43 +60,43 @@ TEST(Encode, CutsNamesAndPayloadToTheirRoom) {
 }
 
 TEST(Decode, TellsALyingLength) {
-    const auto defect = [](std::int32_t len) {
+    const auto error = [](std::int32_t len) {
         Fields fields = all_fields;
         fields.len = len;
-        return decode(bytes_of(make_record(fields))).defect;
+        return decode(bytes_of(make_record(fields))).error;
     };
-    EXPECT_EQ(defect(7), "");
-    EXPECT_EQ(defect(6), "len is 6, but 7 payload bytes arrived");
-    EXPECT_EQ(defect(35000), "len is 35000, but 7 payload bytes arrived");
-    EXPECT_EQ(defect(-1), "len is -1, but 7 payload bytes arrived");
-    EXPECT_EQ(defect(INT32_MIN), "len is -2147483648, but 7 payload bytes arrived");
+    EXPECT_EQ(error(7), "");
+    EXPECT_EQ(error(6), "len is 6, but 7 payload bytes arrived");
+    EXPECT_EQ(error(35000), "len is 35000, but 7 payload bytes arrived");
+    EXPECT_EQ(error(-1), "len is -1, but 7 payload bytes arrived");
+    EXPECT_EQ(error(INT32_MIN), "len is -2147483648, but 7 payload bytes arrived");
 }
 
 TEST(Decode, TakesEachCutOfARecordForWhatItIs) {
     const std::string whole = bytes_of(make_record(all_fields));
     for (std::size_t size = 0; size < 100; ++size)
-        EXPECT_EQ(decode(std::string_view(whole).substr(0, size)).defect,
+        EXPECT_EQ(decode(std::string_view(whole).substr(0, size)).error,
                   "record of " + std::to_string(size) + " bytes is shorter than its header");
     EXPECT_EQ(decode(std::string_view(whole).substr(0, 6)).record.type, 1);
     EXPECT_EQ(decode(std::string_view(whole).substr(0, 3)).record.cmd, 0);
 }
 
 TEST(Decode, TellsARecordThatIsTooLong) {
-    EXPECT_EQ(decode(std::string(35101, '\0')).defect, "record is longer than 35100 bytes");
+    EXPECT_EQ(decode(std::string(35101, '\0')).error, "record is longer than 35100 bytes");
     Fields fields;
     fields.payload = std::string(35000, 'x');
-    EXPECT_EQ(decode(bytes_of(make_record(fields))).defect, "");
+    EXPECT_EQ(decode(bytes_of(make_record(fields))).error, "");
 }
 
 TEST(Decode, TellsNamesWithoutEnd) {
     Fields fields;
     fields.src = std::string(32, 's');
     const auto source = decode(bytes_of(make_record(fields)));
-    EXPECT_EQ(source.defect, "source name is not terminated");
+    EXPECT_EQ(source.error, "source name is not terminated");
     EXPECT_EQ(source.record.src, std::string(32, 's'));
     fields.src = std::string(31, 's');
     fields.dst = std::string(32, 'd');
-    EXPECT_EQ(decode(bytes_of(make_record(fields))).defect, "destination name is not terminated");
+    EXPECT_EQ(decode(bytes_of(make_record(fields))).error, "destination name is not terminated");
 }
 
 } // namespace

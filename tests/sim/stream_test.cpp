@@ -30,7 +30,7 @@ const Fields full = {.type = 4,
 void expect_full(const std::optional<Received> &received) {
     ASSERT_TRUE(received);
     const Record &record = received->record;
-    EXPECT_EQ(received->defect, "");
+    EXPECT_EQ(received->error, "");
     EXPECT_EQ(record.type, full.type);
     EXPECT_EQ(record.cmd, full.cmd);
     EXPECT_EQ(record.dst, full.dst);
@@ -93,7 +93,7 @@ TEST(Stream, IsLostBehindALengthThatNoRecordHas) {
             reader.add(stream_bytes({.type = 4, .cmd = 1, .len = len}, order));
             const auto received = reader.next();
             ASSERT_TRUE(received);
-            EXPECT_EQ(received->defect, "len is " + std::to_string(len) + ", not 0 to 35000");
+            EXPECT_EQ(received->error, "len is " + std::to_string(len) + ", not 0 to 35000");
             EXPECT_EQ(received->record.cmd, 1);
             EXPECT_TRUE(reader.lost());
             reader.add(stream_bytes(full, order));
@@ -106,7 +106,7 @@ TEST(Stream, IsLostBehindAClassThatTellsNoOrder) {
     for (const std::int32_t type : {0, -1, 256, 0x01000001, 0x7f000000 + 256}) {
         StreamReader reader;
         reader.add(stream_bytes({.type = type}, ByteOrder::host));
-        EXPECT_EQ(reader.next()->defect, "its class tells no byte order");
+        EXPECT_EQ(reader.next()->error, "its class tells no byte order");
         EXPECT_TRUE(reader.lost());
     }
 }

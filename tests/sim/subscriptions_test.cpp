@@ -14,7 +14,7 @@ protected:
     std::vector<std::string> watching(const char *path, bool gone = false) const {
         std::vector<std::string> found;
         for (const Watch &watch : subscriptions.watching(*parse_path(path), gone))
-            found.push_back(std::to_string(watch.peer.address) + ' ' + watch.path + ' ' +
+            found.push_back(std::to_string(watch.peer.endpoint) + ' ' + watch.path + ' ' +
                             std::to_string(watch.option));
         return found;
     }
@@ -72,7 +72,7 @@ TEST_F(SubscriptionsTest, KeepsEventsByCodeAndOwner) {
 }
 
 TEST_F(SubscriptionsTest, AreBoundedForEachModule) {
-    for (std::size_t i = 0; i + 1 < most_subscriptions; ++i)
+    for (std::size_t i = 0; i + 1 < max_subscriptions; ++i)
         ASSERT_TRUE(subscriptions.watch(one, "/sys/x" + std::to_string(i), 0));
     ASSERT_TRUE(subscriptions.add_event(one, 1));
     EXPECT_EQ(subscriptions.watch(one, "/sys/more", 0).error().text, "already 1024 subscriptions");

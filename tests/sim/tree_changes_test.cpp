@@ -16,7 +16,7 @@ std::string changes(const char *before, const char *after) {
     for (const TreeChange &change :
          changes_between(*parse_tree(before, "before"), *parse_tree(after, "after"))) {
         text += std::string(kinds[static_cast<int>(change.kind)]) + ' ' + change.path;
-        text += change.kind == Change::value ? ' ' + change.value + '\n' : "\n";
+        text += change.kind == ChangeKind::value ? ' ' + change.value + '\n' : "\n";
     }
     return text;
 }

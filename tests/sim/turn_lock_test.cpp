@@ -42,9 +42,9 @@ TEST_F(Turns, AreInTheOrderOfAsking) {
 TEST_F(Turns, AreGivenToWhoWaits) {
     lock_.lock();
     const auto waiting = start_waiting(1);
-    lock_.give_way();
+    lock_.yield_to_waiters();
     EXPECT_EQ(turns_, std::vector{1});
-    lock_.give_way(); // nobody waits
+    lock_.yield_to_waiters(); // nobody waits
     lock_.unlock();
 }
 

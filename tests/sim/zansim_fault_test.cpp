@@ -102,7 +102,7 @@ TEST_F(FaultEffect, DyingLeavesEverythingBehind) {
     EXPECT_EQ(cfg_setstr("x", "/a"), 1);
     module().send(module().request(class_cfg, cmd_set, "0/a y"));
     EXPECT_EQ(zansim().program().wait(), 128 + SIGKILL);
-    EXPECT_NE(zansim().program().error().find("zansim: a fault ends zansim\n"), std::string::npos);
+    EXPECT_NE(zansim().program().error().find("zansim: an injected fault ends zansim\n"), std::string::npos);
     EXPECT_TRUE(file_exists("/tmp/zan_qid"));
     EXPECT_TRUE(queue_exists(zansim().request_queue()));
     remove_queue(g_msq_qid);
@@ -160,8 +160,8 @@ TEST_F(FaultEffect, TheTraceTellsWhichFaultStruck) {
     module().send(module().request(class_cfg, cmd_get, "/a"));
     module().get("/b");
     for (const char *const line :
-         {" --  fault strikes: mute path=/a\n", " --  the answer to TESTER is lost\n",
-          " --  fault strikes: fail -5 \\\"x\\\" path=/b\n"})
+         {" --  fault injected: mute path=/a\n", " --  the answer to TESTER is suppressed\n",
+          " --  fault injected: fail -5 \\\"x\\\" path=/b\n"})
         EXPECT_TRUE(zansim().program().read_until(line)) << line;
 }
 

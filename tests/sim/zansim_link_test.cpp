@@ -359,7 +359,7 @@ TEST_F(Agent, BeyondTheDescriptorsThereAreIsRefusedUntilAnotherLeaves) {
     expect_modules(32);
     agents.push_back(agent("LATE"));
     EXPECT_EQ(zansim().stop(), 0);
-    EXPECT_EQ(errors(), "zansim: cannot take a further link: 32 are open\n");
+    EXPECT_EQ(errors(), "zansim: cannot accept another link: 32 are open\n");
 }
 
 // ---- messages ------------------------------------------------------------------

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "transport/socket_link.h"
-
-#include "state/daemon.h"
+#include "transport/tcp_transport.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -19,22 +17,22 @@ namespace zan::sim {
 
 namespace {
 
-constexpr int usual_port = 2679;
+constexpr int default_port = 2679;
 constexpr int last_port = 65535;
 
-// What waits for a peer that does not read.  Its notifications take half of this;
-// beyond all of it no request of that peer is served.
+// Bytes that wait for a peer that does not read.  Its notifications may take half of
+// this; beyond all of it, zansim stops serving the peer.
 constexpr std::size_t max_waiting_bytes = 65536;
 
-// As many as there are, but some descriptors are left for zansim's files.
-std::size_t most_connections() {
+// At most 1024, and some descriptors are left for zansim's files.
+std::size_t max_connections() {
     constexpr rlim_t reserved = 32;
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     return std::clamp<rlim_t>(limit.rlim_cur, reserved + 1, reserved + 1024) - reserved;
 }
 
-// Before the next attempt to take a connection that could not be taken.
+// Before the next attempt to accept after a failure.
 constexpr int pause_ms = 1000;
 
 // -1 with errno on failure.
@@ -42,7 +40,7 @@ int listen_at(int port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0)
         return -1;
-    // The connections of an earlier run do not hold the port.
+    // The port may still have connections of a previous run.
     const int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address{};
@@ -60,17 +58,17 @@ int listen_at(int port) {
 
 } // namespace
 
-SocketLink::~SocketLink() {
+TcpTransport::~TcpTransport() {
     for (const int fd : {listener_, wake_})
         if (fd >= 0)
             close(fd);
 }
 
-Result<Done> SocketLink::open() {
+Result<Done> TcpTransport::open() {
     wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wake_ < 0)
         return Error{0, std::string("cannot serve agents: ") + std::strerror(errno)};
-    for (int port = usual_port; port <= last_port; ++port) {
+    for (int port = default_port; port <= last_port; ++port) {
         listener_ = listen_at(port);
         if (listener_ >= 0) {
             port_ = port;
@@ -83,27 +81,27 @@ Result<Done> SocketLink::open() {
                  std::string("cannot serve agents: no port on 127.0.0.1: ") + std::strerror(errno)};
 }
 
-void SocketLink::wake() const {
+void TcpTransport::wake() const {
     const std::uint64_t one = 1;
-    // Fails only when it is awake already.
+    // Fails only if a wake-up is pending already.
     [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
 }
 
-void SocketLink::stop() {
+void TcpTransport::stop() {
     stopping_ = true;
     wake();
 }
 
 // ---- sending -----------------------------------------------------------------
 
-Connection *SocketLink::find(int address) const {
-    const auto found = connections_.find(address);
+Connection *TcpTransport::find(int endpoint) const {
+    const auto found = connections_.find(endpoint);
     const bool usable =
         found != connections_.end() && !found->second->gone && !found->second->finishing();
     return usable ? found->second.get() : nullptr;
 }
 
-Delivery SocketLink::send(Connection &connection, const Record &record) {
+Delivery TcpTransport::send(Connection &connection, const Record &record) {
     connection.gone = !connection.send(encode_for_stream(record));
     if (connection.gone || connection.waiting() != 0)
         wake();
@@ -112,73 +110,68 @@ Delivery SocketLink::send(Connection &connection, const Record &record) {
     return connection.waiting() == 0 ? Delivery::sent : Delivery::kept;
 }
 
-Delivery SocketLink::answer(int address, const Record &record) {
-    Connection *const connection = find(address);
+Delivery TcpTransport::answer(int endpoint, const Record &record) {
+    Connection *const connection = find(endpoint);
     if (connection == nullptr)
         return Delivery::gone;
-    // Who is being served had room; other answers come whether or not there is any.
-    if (address != served_ && connection->waiting() > max_waiting_bytes) {
-        connection->losses.add(trace_, name_of({this, address}), record.dst);
+    // A request is only served if its peer has room; delayed answers check here.
+    if (endpoint != served_ && connection->waiting() > max_waiting_bytes) {
+        connection->drops.add(log_, name_of({this, endpoint}), record.dst);
         return Delivery::dropped;
     }
     return send(*connection, record);
 }
 
-Delivery SocketLink::notify(int address, const Record &record) {
-    Connection *const connection = find(address);
+Delivery TcpTransport::notify(int endpoint, const Record &record) {
+    Connection *const connection = find(endpoint);
     if (connection == nullptr)
         return Delivery::gone;
     const std::size_t size = ZAN_HEADER_SIZE + record.payload.size();
     if (connection->waiting() != 0 && connection->waiting() + size > max_waiting_bytes / 2) {
-        connection->losses.add(trace_, name_of({this, address}), record.dst);
+        connection->drops.add(log_, name_of({this, endpoint}), record.dst);
         return Delivery::dropped;
     }
     return send(*connection, record);
 }
 
-bool SocketLink::exists(int address) const {
-    return find(address) != nullptr;
-}
-
-Module SocketLink::newcomer(const Record &registration) const {
-    return {.name = registration.src, .pid = registration.pid, .agent = true};
+bool TcpTransport::exists(int endpoint) const {
+    return find(endpoint) != nullptr;
 }
 
 // ---- serving -----------------------------------------------------------------
 
-void SocketLink::serve(Daemon &daemon) {
+void TcpTransport::serve(LockedRef<RequestHandler> handler) {
     while (!stopping_) {
-        auto guard = daemon.lock();
-        forget_gone(daemon);
+        auto guard = handler.lock();
+        close_gone(*guard);
         std::vector<pollfd> fds = watched();
         guard.unlock();
         if (poll(fds.data(), fds.size(), paused_ ? pause_ms : -1) < 0)
             continue;
         guard.lock();
-        serve_ready(daemon, fds);
+        serve_ready(guard, fds);
     }
 }
 
-void SocketLink::forget_gone(Daemon &daemon) {
+void TcpTransport::close_gone(RequestHandler &handler) {
     for (auto entry = connections_.begin(); entry != connections_.end();) {
-        const auto &[address, connection] = *entry;
+        const auto &[endpoint, connection] = *entry;
         if (!connection->gone) {
             ++entry;
             continue;
         }
-        const Peer peer{this, address};
+        const Peer peer{this, endpoint};
         if (const std::size_t size = connection->reader.unfinished(); size != 0)
-            trace_.note(name_of(peer) + " ended within a record, of which " + std::to_string(size) +
-                        " bytes had come");
-        if (daemon.modules.find(peer) != nullptr)
-            daemon.forget(peer);
+            log_.note(name_of(peer) + " ended within a record, of which " + std::to_string(size) +
+                      " bytes had come");
+        handler.disconnected(peer);
         entry = connections_.erase(entry);
     }
 }
 
-std::vector<pollfd> SocketLink::watched() const {
+std::vector<pollfd> TcpTransport::watched() const {
     std::vector<pollfd> fds{{wake_, POLLIN, 0}, {paused_ ? -1 : listener_, POLLIN, 0}};
-    for (const auto &[address, connection] : connections_) {
+    for (const auto &[endpoint, connection] : connections_) {
         short events = 0;
         if (!connection->stalled)
             events |= POLLIN;
@@ -189,33 +182,33 @@ std::vector<pollfd> SocketLink::watched() const {
     return fds;
 }
 
-// Connections come and go on this thread alone: they are those that were watched.
-void SocketLink::serve_ready(Daemon &daemon, const std::vector<pollfd> &ready) {
+// Only this thread opens and closes connections, so they are those that were polled.
+void TcpTransport::serve_ready(Guard &handler, const std::vector<pollfd> &ready) {
     std::uint64_t count = 0;
     [[maybe_unused]] const ssize_t size = read(wake_, &count, sizeof count);
     auto state = ready.begin() + 2;
-    for (const auto &[address, connection] : connections_) {
+    for (const auto &[endpoint, connection] : connections_) {
         if (const short events = (state++)->revents; events != 0)
-            serve_connection(daemon, address, *connection, events);
+            serve_connection(handler, endpoint, *connection, events);
     }
     accept_all();
 }
 
-void SocketLink::serve_connection(Daemon &daemon, int address, Connection &connection,
-                                  short events) {
+void TcpTransport::serve_connection(Guard &handler, int endpoint, Connection &connection,
+                                    short events) {
     if ((events & POLLOUT) != 0)
         connection.gone |= !connection.flush();
     if (connection.waiting() == 0)
-        connection.losses.end(trace_, name_of({this, address}));
+        connection.drops.end(log_, name_of({this, endpoint}));
     bool open = true;
     if ((events & (POLLIN | POLLHUP | POLLERR)) != 0)
         open = connection.receive();
-    serve_records(daemon, address, connection);
+    serve_records(handler, endpoint, connection);
     connection.gone |= !open;
 }
 
-void SocketLink::serve_records(Daemon &daemon, int address, Connection &connection) {
-    const Peer peer{this, address};
+void TcpTransport::serve_records(Guard &handler, int endpoint, Connection &connection) {
+    const Peer peer{this, endpoint};
     for (;;) {
         connection.stalled = connection.waiting() > max_waiting_bytes;
         if (connection.stalled || connection.gone)
@@ -223,20 +216,19 @@ void SocketLink::serve_records(Daemon &daemon, int address, Connection &connecti
         const auto received = connection.reader.next();
         if (!received)
             break;
-        served_ = address;
-        daemon.serve(peer, *received);
+        served_ = endpoint;
+        handler->serve(peer, *received);
         served_ = 0;
-        daemon.give_way();
+        handler.yield_to_waiters();
     }
     if (!connection.reader.lost() || connection.finishing())
         return;
-    trace_.note(name_of(peer) + " cannot be understood any more");
-    if (daemon.modules.find(peer) != nullptr)
-        daemon.forget(peer);
+    log_.note(name_of(peer) + " cannot be understood any more");
+    handler->disconnected(peer);
     connection.finish();
 }
 
-void SocketLink::accept_all() {
+void TcpTransport::accept_all() {
     for (;;) {
         const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (fd < 0 && (errno == EINTR || errno == ECONNABORTED))
@@ -246,7 +238,7 @@ void SocketLink::accept_all() {
             refuse(std::strerror(errno));
         if (fd < 0)
             return;
-        if (connections_.size() >= most_connections()) {
+        if (connections_.size() >= max_connections()) {
             close(fd);
             refuse(std::to_string(connections_.size()) + " are open");
             continue;
@@ -256,9 +248,9 @@ void SocketLink::accept_all() {
     }
 }
 
-void SocketLink::refuse(const std::string &why) {
+void TcpTransport::refuse(const std::string &why) {
     if (!refusing_)
-        trace_.warn("cannot take a further link: " + why);
+        log_.warn("cannot accept another link: " + why);
     refusing_ = true;
 }
 

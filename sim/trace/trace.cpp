@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "trace.h"
+#include "trace/trace.h"
 
 #include "base/text.h"
-#include "service/action.h"
-#include "service/event_message.h"
-#include "service/services.h"
+#include "request/action.h"
+#include "request/services.h"
+#include "trace/event_message.h"
 
 #include <nlohmann/json.hpp>
 
@@ -16,9 +16,9 @@ namespace zan::sim {
 
 namespace {
 
-// A value of usual size is shown whole, a file is not.
-constexpr std::size_t most_text = 256;
-constexpr std::size_t most_bytes = 64;
+// Shows values of usual size whole, but not files.
+constexpr std::size_t max_text = 256;
+constexpr std::size_t max_bytes = 64;
 
 std::string clock_time(const char *format) {
     const auto now = std::chrono::system_clock::now();
@@ -36,31 +36,31 @@ std::string clock_time(const char *format) {
 }
 
 std::string quoted(std::string_view text) {
-    const bool cut = text.size() > most_text;
-    return '"' + escape(text.substr(0, most_text)) + (cut ? "\"..." : "\"");
+    const bool cut = text.size() > max_text;
+    return '"' + escape(text.substr(0, max_text)) + (cut ? "\"..." : "\"");
 }
 
 std::string shown_bytes(std::string_view bytes) {
-    const bool cut = bytes.size() > most_bytes;
-    return "hex " + hex(bytes.substr(0, most_bytes)) + (cut ? "..." : "");
+    const bool cut = bytes.size() > max_bytes;
+    return "hex " + hex(bytes.substr(0, max_bytes)) + (cut ? "..." : "");
 }
 
-Form form_of(const Record &record, bool outgoing) {
+PayloadForm form_of(const Record &record, bool outgoing) {
     if (outgoing && record.result < 0)
-        return Form::text;
+        return PayloadForm::text;
     const Service *const service = find_service(record.type, record.cmd);
     if (service == nullptr)
-        return Form::bytes;
+        return PayloadForm::bytes;
     return outgoing ? service->answer : service->request;
 }
 
-bool is_text(Form form) {
+bool is_text(PayloadForm form) {
     switch (form) {
-    case Form::text:
-    case Form::path:
-    case Form::first_word:
-    case Form::assignment:
-    case Form::conversion:
+    case PayloadForm::text:
+    case PayloadForm::path:
+    case PayloadForm::first_word:
+    case PayloadForm::assignment:
+    case PayloadForm::conversion:
         return true;
     default:
         return false;
@@ -103,14 +103,14 @@ std::string class_text(const Record &record) {
 }
 
 std::string readable_line(bool outgoing, const Peer &peer, const Record &record,
-                          std::string_view defect) {
+                          std::string_view error) {
     std::string line = clock_time("%H:%M:%S");
     line += outgoing ? " out " : " in  ";
     line += class_text(record) + ' ' + command_name(record) + ' ' + name_or_dash(record.src) +
-            " -> " + name_or_dash(record.dst) + ' ' + std::string(peer.link->kind()) + '=' +
-            std::to_string(peer.address);
-    // A module of a queue tells its instance there.
-    if (record.type == ZAN_CLASS_REGISTRATION && !outgoing && peer.link->kind() == "queue")
+            " -> " + name_or_dash(record.dst) + ' ' + std::string(peer.transport->kind()) + '=' +
+            std::to_string(peer.endpoint);
+    // A module of a queue registers with its instance.
+    if (record.type == ZAN_CLASS_REGISTRATION && !outgoing && peer.transport->kind() == "queue")
         line += " instance=" + std::to_string(record.pid);
     else
         line += " pid=" + std::to_string(record.pid);
@@ -121,17 +121,17 @@ std::string readable_line(bool outgoing, const Peer &peer, const Record &record,
     line += " len=" + std::to_string(record.payload.size());
     if (!record.payload.empty())
         line += ' ' + readable_payload(record, outgoing);
-    if (!defect.empty())
-        line += " malformed: " + std::string(defect);
+    if (!error.empty())
+        line += " malformed: " + std::string(error);
     return line;
 }
 
 nlohmann::ordered_json json_line(bool outgoing, const Peer &peer, const Record &record,
-                                 std::string_view defect) {
+                                 std::string_view error) {
     nlohmann::ordered_json json{
         {"time", clock_time("%Y-%m-%dT%H:%M:%S")},
         {"direction", outgoing ? "out" : "in"},
-        {std::string(peer.link->kind()), peer.address},
+        {std::string(peer.transport->kind()), peer.endpoint},
         {"class", record.type},
         {"class_name", class_name(record.type)},
         {"command", record.cmd},
@@ -149,13 +149,13 @@ nlohmann::ordered_json json_line(bool outgoing, const Peer &peer, const Record &
         json["hex"] = hex(record.payload);
     if (const auto message = event_message_in(record))
         json["event"] = event_message_object(*message);
-    if (!defect.empty())
-        json["malformed"] = defect;
+    if (!error.empty())
+        json["malformed"] = error;
     return json;
 }
 
 std::string dumped(const nlohmann::ordered_json &json) {
-    // Names are any bytes: what is not UTF-8 must not stop the trace.
+    // Names may contain any bytes, also invalid UTF-8.
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
@@ -163,25 +163,25 @@ std::string dumped(const nlohmann::ordered_json &json) {
 
 std::string readable_payload(const Record &record, bool outgoing) {
     const std::string_view payload = record.payload;
-    const Form form = form_of(record, outgoing);
-    // Padding behind the text says nothing.
+    const PayloadForm form = form_of(record, outgoing);
+    // Hides padding after the text.
     if (is_text(form))
         return quoted(until_nul(payload));
     switch (form) {
-    case Form::watch:
+    case PayloadForm::watch:
         if (payload.size() < 2)
             break;
         return "flag=" + std::to_string(static_cast<unsigned char>(payload[0])) +
                " option=" + std::to_string(static_cast<unsigned char>(payload[1])) + ' ' +
                quoted(until_nul(payload.substr(2)));
-    case Form::event: {
+    case PayloadForm::event: {
         std::int32_t code = 0;
         if (payload.size() != sizeof code)
             break;
         std::memcpy(&code, payload.data(), sizeof code);
         return "event=" + std::to_string(code);
     }
-    case Form::action: {
+    case PayloadForm::action: {
         const auto action = read_action(record);
         if (!action)
             break;
@@ -199,7 +199,7 @@ std::string readable_payload(const Record &record, bool outgoing) {
 }
 
 void Trace::received(const Peer &peer, const Received &received) {
-    record(Direction::in, peer, received.record, received.defect);
+    record(Direction::in, peer, received.record, received.error);
 }
 
 void Trace::sent(const Peer &peer, const Record &record) {
@@ -207,12 +207,12 @@ void Trace::sent(const Peer &peer, const Record &record) {
 }
 
 void Trace::record(Direction direction, const Peer &peer, const Record &record,
-                   std::string_view defect) {
+                   std::string_view error) {
     const bool outgoing = direction == Direction::out;
     if (readable_)
-        print(readable_line(outgoing, peer, record, defect));
+        print(readable_line(outgoing, peer, record, error));
     if (json_)
-        print_json(dumped(json_line(outgoing, peer, record, defect)));
+        print_json(dumped(json_line(outgoing, peer, record, error)));
 }
 
 void Trace::note(std::string_view text) {
@@ -227,7 +227,7 @@ void Trace::warn(std::string_view text) {
     note(text);
 }
 
-// Flushed line by line: who follows the trace must not wait for a full buffer.
+// Flushes each line, for readers that follow the trace.
 void Trace::print(const std::string &line) {
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);

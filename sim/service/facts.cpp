@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.h"
+#include "request/services.h"
 #include "state/daemon.h"
 
 #include <algorithm>
@@ -70,10 +71,8 @@ std::string join(const Path &elements, PathForm form) {
     return text;
 }
 
-} // namespace
-
-// A name, a password and two or three items whose meaning only the real daemon
-// knows, a line each.  The number of the account; 0 when there is none.
+// Lines: a name, a password and two or three items whose meaning only the real daemon
+// knows.  Answers with the number of the account; 0 if there is none.
 Result<std::string> check_login(Daemon &daemon, const Request &request) {
     const std::vector<std::string_view> items = lines_of(request.text());
     if (items.size() < 4)
@@ -82,10 +81,10 @@ Result<std::string> check_login(Daemon &daemon, const Request &request) {
     if (!accounts)
         return accounts.error();
     for (const std::uint32_t number : *accounts) {
-        const std::string account = users + (':' + std::to_string(number));
-        if (has_value(daemon.tree, account + "/name", items[0]) &&
-            has_value(daemon.tree, account + "/password", items[1]) &&
-            !has_value(daemon.tree, account + "/enabled", "0"))
+        const std::string count_delivery = users + (':' + std::to_string(number));
+        if (has_value(daemon.tree, count_delivery + "/name", items[0]) &&
+            has_value(daemon.tree, count_delivery + "/password", items[1]) &&
+            !has_value(daemon.tree, count_delivery + "/enabled", "0"))
             return std::to_string(number);
     }
     return std::string("0");
@@ -106,7 +105,7 @@ Result<std::string> convert_path(Daemon &, const Request &request) {
     return join(*elements, static_cast<PathForm>(kind));
 }
 
-// The path is that of the name itself, or of the object that has one.
+// The path leads to the name itself, or to an object that has one.
 Result<std::string> interface_name(Daemon &daemon, const Request &request) {
     constexpr std::array<std::string_view, 2> parameters{"X_ORVANE_Interface", "Name"};
     const std::string path(request.text());
@@ -127,5 +126,18 @@ Result<std::string> note_conversion(Daemon &daemon, const Request &request) {
                                        std::string(request.text()));
     return std::string();
 }
+
+using enum PayloadForm;
+
+constexpr std::array rows{
+    Service{ZAN_CLASS_CFG, ZAN_CFG_LOGIN, "login", text, text, check_login},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT_PATH, "convert-path", conversion, text, convert_path},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_IFNAME, "interface-name", path, text, interface_name},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_CONVERT, "convert", text, none, note_conversion},
+};
+
+const ServiceRows registered(rows);
+
+} // namespace
 
 } // namespace zan::sim

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "transport/peer.h"
+#include "base/log.h"
 #include "transport/record.h"
+#include "transport/transport.h"
 
 #include <cstdio>
 #include <memory>
@@ -16,9 +17,9 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Tells of each record as it comes and goes: as lines for a person on standard
-// output, as JSON lines in a file, both or neither.
-class Trace {
+// Shows each record as it comes and goes: as readable lines on standard output, as
+// JSON lines in a file, both or neither.
+class Trace final : public Log {
 public:
     Trace() = default;
     Trace(bool readable, File json) : readable_(readable), json_(std::move(json)) {}
@@ -26,17 +27,14 @@ public:
     void received(const Peer &peer, const Received &received);
     void sent(const Peer &peer, const Record &record);
 
-    // What happened beside records.
-    void note(std::string_view text);
-
-    // A note that is also a line on standard error.
-    void warn(std::string_view text);
+    void note(std::string_view text) override;
+    void warn(std::string_view text) override;
 
 private:
     enum class Direction { in, out };
 
     void record(Direction direction, const Peer &peer, const Record &record,
-                std::string_view defect);
+                std::string_view error);
     void print(const std::string &line);
     void print_json(const std::string &line);
 
@@ -44,7 +42,7 @@ private:
     File json_;
 };
 
-// The payload as the trace shows it; exposed for its tests.
+// The payload as the trace shows it; exposed for tests.
 std::string readable_payload(const Record &record, bool outgoing);
 
 } // namespace zan::sim

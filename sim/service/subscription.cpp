@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.h"
+#include "request/services.h"
 #include "state/daemon.h"
 
 #include <cstring>
+
+#include <array>
 
 namespace zan::sim {
 
@@ -28,12 +31,10 @@ Result<std::string> answer_of(const Result<Done> &done) {
     return std::string();
 }
 
-} // namespace
-
 Result<std::string> watch_value(Daemon &daemon, const Request &request) {
     if (const auto registered = require_registration(daemon, request); !registered)
         return registered.error();
-    // A flag byte whose meaning is not known, the option byte, the path.
+    // A flag byte of unknown meaning, the option byte, the path.
     const std::string_view payload = request.record.payload;
     if (payload.size() < 3)
         return Error{malformed, "malformed record: no path to watch"};
@@ -61,5 +62,21 @@ Result<std::string> ignore_event(Daemon &daemon, const Request &request) {
         return code.error();
     return answer_of(daemon.subscriptions.remove_event(request.peer(), *code));
 }
+
+using enum PayloadForm;
+
+constexpr std::array rows{
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_VALUE, "watch", watch, none, watch_value},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_REGISTER_EVENT, "await-event", event, none, await_event},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_VALUE, "unwatch", path, none, unwatch_value},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_UNREGISTER_EVENT, "ignore-event", event, none,
+            ignore_event},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_VALUE_CHANGED, "value-changed", text, text, nullptr},
+    Service{ZAN_CLASS_NOTIFY, ZAN_NOTIFY_EVENT, "event", event, event, nullptr},
+};
+
+const ServiceRows registered(rows);
+
+} // namespace
 
 } // namespace zan::sim

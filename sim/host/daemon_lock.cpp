@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "host/claim.h"
+#include "host/daemon_lock.h"
 
 #include "base/file.h"
 #include "base/process.h"
@@ -26,8 +26,8 @@ constexpr char port_file[] = "/tmp/zan.socket";
 constexpr char address_file[] = "/tmp/zan.socketip";
 constexpr char lock_file[] = "/tmp/zan_sim.lock";
 
-// What the lock file of an earlier run says.
-struct Earlier {
+// What the lock file of a previous run contains.
+struct PreviousRun {
     pid_t pid = 0;
     int request_queue = -1;
     int answer_queue = -1;
@@ -44,7 +44,7 @@ struct stat state_of(int fd) {
     return state;
 }
 
-// Everybody may put a file under these names, of any kind and with any text.
+// Any user may create files with these names, of any type and content.
 std::string short_text(int fd) {
     constexpr std::size_t longest = 63;
     std::string text;
@@ -53,20 +53,20 @@ std::string short_text(int fd) {
     return text;
 }
 
-// Nothing but a whole text that nobody else can have written is believed: on its word
-// queues are removed.
-Earlier read_earlier(int fd) {
+// Trusts only a complete text that no other user can have written, because queues are
+// removed on its account.
+PreviousRun read_previous_run(int fd) {
     const struct stat state = state_of(fd);
     if ((state.st_uid != geteuid() && state.st_uid != 0) ||
         (state.st_mode & (S_IWGRP | S_IWOTH)) != 0)
         return {};
     const std::string text = short_text(fd);
-    Earlier earlier;
-    if (std::sscanf(text.c_str(), "%d %d %d", &earlier.pid, &earlier.request_queue,
-                    &earlier.answer_queue) != 3 ||
-        earlier.text() != text)
+    PreviousRun previous;
+    if (std::sscanf(text.c_str(), "%d %d %d", &previous.pid, &previous.request_queue,
+                    &previous.answer_queue) != 3 ||
+        previous.text() != text)
         return {};
-    return earlier;
+    return previous;
 }
 
 std::optional<int> read_id(const char *file) {
@@ -164,7 +164,7 @@ bool is_own(int fd) {
 
 Error running_already(int fd) {
     // A zansim that is starting has not written its text yet.
-    const Earlier holder = read_earlier(fd);
+    const PreviousRun holder = read_previous_run(fd);
     if (is_alive(holder.pid))
         return {0, "zansim is running already: process " + std::to_string(holder.pid)};
     return {0, std::string("zansim is running already: ") + lock_file +
@@ -178,7 +178,7 @@ void remove_if_names(const char *file, int id) {
 
 } // namespace
 
-Result<Done> Claim::lock() {
+Result<Done> DaemonLock::lock() {
     for (;;) {
         auto opened = open_lock_file();
         if (!opened)
@@ -188,7 +188,7 @@ Result<Done> Claim::lock() {
         // Its owner ended, and removed it, between the two calls.
         if (!is_current(opened->get()))
             continue;
-        // What another user left is replaced by who may; for others it is a lock alone.
+        // A file left by another user is replaced if permissions allow, otherwise only locked.
         if (!is_own(opened->get()) && unlink(lock_file) == 0)
             continue;
         fd_ = opened->release();
@@ -196,22 +196,22 @@ Result<Done> Claim::lock() {
     }
 }
 
-Result<std::string> Claim::take() {
+Result<std::string> DaemonLock::take() {
     if (const auto locked = lock(); !locked)
         return locked.error();
-    const Earlier earlier = read_earlier(fd_);
-    // Others may lock it, whatever the mask of this process.
+    const PreviousRun previous = read_previous_run(fd_);
+    // Other users may lock it, whatever the umask is.
     if (is_own(fd_))
         fchmod(fd_, 0644);
     const auto request_id = read_id(request_file);
     const auto answer_id = read_id(answer_file);
     const auto state = request_id ? queue_state(*request_id) : std::nullopt;
-    const bool own = state && request_id == earlier.request_queue &&
-                     answer_id == earlier.answer_queue && state->last_receiver == earlier.pid;
+    const bool own = state && request_id == previous.request_queue &&
+                     answer_id == previous.answer_queue && state->last_receiver == previous.pid;
     const auto request = is_leftover(request_file, own, &QueueState::last_receiver);
     if (!request)
         return request.error();
-    // Only the request queue tells its reader; what else it proves covers both.
+    // Only the request queue shows its reader; the result holds for both.
     const auto answer = is_leftover(answer_file, *request, &QueueState::last_sender);
     if (!answer)
         return answer.error();
@@ -226,10 +226,10 @@ Result<std::string> Claim::take() {
     return told;
 }
 
-Result<Done> Claim::publish(int request_queue, int answer_queue, int port) {
+Result<Done> DaemonLock::publish(int request_queue, int answer_queue, int port) {
     request_queue_ = request_queue;
     answer_queue_ = answer_queue;
-    const std::string text = Earlier{getpid(), request_queue, answer_queue}.text();
+    const std::string text = PreviousRun{getpid(), request_queue, answer_queue}.text();
     if (is_own(fd_) && (ftruncate(fd_, 0) != 0 || pwrite(fd_, text.data(), text.size(), 0) !=
                                                       static_cast<ssize_t>(text.size())))
         return system_error(lock_file);
@@ -241,7 +241,7 @@ Result<Done> Claim::publish(int request_queue, int answer_queue, int port) {
     return write_atomically(request_file, std::to_string(request_queue) + '\n');
 }
 
-Result<Done> Claim::publish_port(int port) {
+Result<Done> DaemonLock::publish_port(int port) {
     port_ = port;
     if (port == 0) {
         unlink(port_file);
@@ -253,12 +253,12 @@ Result<Done> Claim::publish_port(int port) {
     return write_atomically(port_file, std::to_string(port) + '\n');
 }
 
-void Claim::withdraw() {
+void DaemonLock::withdraw() {
     if (fd_ < 0)
         return;
     remove_if_names(request_file, request_queue_);
     remove_if_names(answer_file, answer_queue_);
-    // The address is that of whoever has the port.
+    // The address belongs to the daemon that has the port.
     if (read_id(port_file) == port_)
         unlink(address_file);
     remove_if_names(port_file, port_);

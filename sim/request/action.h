@@ -12,13 +12,13 @@ namespace zan::sim {
 // The payload of a file-and-action request.
 struct Action {
     std::int32_t code; // the command again
-    std::int32_t wait; // whether the sender waits for the outcome
+    std::int32_t wait; // whether the sender waits for the result
     std::int32_t param;
     char name[1024]; // a file or a command line; ended by its first NUL
 };
 static_assert(sizeof(Action) == 1036 && offsetof(Action, name) == 12);
 
-// Refused unless it has its size and its name an end.
+// Fails unless the size is right and the name is terminated.
 Result<Action> read_action(const Record &request);
 
 } // namespace zan::sim

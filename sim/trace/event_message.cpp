@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "service/event_message.h"
+#include "trace/event_message.h"
 
 #include <zan.h>
 
@@ -28,8 +28,8 @@ ZAN_EVENTS(ZANSIM_KEYS)
 constexpr Kind kinds[] = {ZAN_EVENTS(ZANSIM_KIND)};
 #undef ZANSIM_KIND
 
-// The members as they stand in the text, repeated ones too, which a parsed object
-// would not have.  Nothing when a value is no string.
+// The members in the order of the text, including repeated ones, which a parsed object
+// would drop.  Nothing if a value is not a string.
 std::optional<Members> flat_members(std::string_view text) {
     Members members;
     bool flat = text.starts_with('{');
@@ -81,7 +81,7 @@ std::optional<EventMessage> read_event_message(std::string_view text) {
         return std::nullopt;
     EventMessage message{kind->name, true, {}};
     for (const char *const key : kind->keys) {
-        // Of two the first counts, as for the receiver.
+        // The first of two counts, as it does for the receiver.
         const auto member = std::find_if(members->begin(), members->end(),
                                          [&](const auto &m) { return same_key(m.first, key); });
         if (member == members->end())

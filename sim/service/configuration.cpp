@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.h"
+#include "request/services.h"
 #include "service/virtual_nodes.h"
 #include "state/daemon.h"
 
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 
 namespace zan::sim {
 
 namespace {
 
-// A registered module by its name; zansim answers under two names of its own.
+// The process id of a registered module; ZAN and ZAN_CFG are zansim itself.
 Result<int> pid_of(Daemon &daemon, std::string_view name) {
     if (name == "ZAN" || name == "ZAN_CFG")
         return static_cast<int>(getpid());
@@ -24,11 +26,9 @@ Result<int> pid_of(Daemon &daemon, std::string_view name) {
     return pid;
 }
 
-} // namespace
-
 Result<std::string> get_value(Daemon &daemon, const Request &request) {
     std::string_view path = request.text();
-    if (is_virtual(path))
+    if (is_reserved(path))
         return get_virtual(daemon, path);
     if (!path.ends_with('#'))
         return daemon.tree.get(path);
@@ -46,13 +46,13 @@ Result<std::string> set_value(Daemon &daemon, const Request &request) {
         return Error{malformed, "malformed record: not \"0PATH VALUE\""};
     const std::string_view path = text.substr(1, blank - 1);
     const std::string_view value = text.substr(blank + 1);
-    if (is_virtual(path))
+    if (is_reserved(path))
         return set_virtual(daemon, path, value);
     const auto stored = daemon.tree.set(path, value);
     if (!stored)
         return stored.error();
     if (*stored)
-        daemon.announce(request.record.src, path, Change::value, **stored);
+        daemon.announce(request.record.src, path, ChangeKind::value, **stored);
     return std::string();
 }
 
@@ -64,7 +64,7 @@ Result<std::string> add_instance(Daemon &daemon, const Request &request) {
     const auto path = daemon.tree.add(request.text());
     if (!path)
         return path.error();
-    daemon.announce(request.record.src, *path, Change::added);
+    daemon.announce(request.record.src, *path, ChangeKind::added);
     return std::string();
 }
 
@@ -72,11 +72,11 @@ Result<std::string> delete_node(Daemon &daemon, const Request &request) {
     const auto done = daemon.tree.remove(request.text());
     if (!done)
         return done.error();
-    daemon.announce(request.record.src, request.text(), Change::deleted);
+    daemon.announce(request.record.src, request.text(), ChangeKind::deleted);
     return std::string();
 }
 
-// Attributes are any text behind the path.
+// Attributes are any text after the path.
 Result<std::string> get_attributes(Daemon &daemon, const Request &request) {
     return daemon.tree.attributes(request.text());
 }
@@ -101,8 +101,7 @@ Result<std::string> reset(Daemon &daemon, const Request &request) {
     return std::string();
 }
 
-// Who asks looks at the guard too, but a write may begin between its look and the
-// request.
+// The requester checks the node, too, but a write may begin before the request arrives.
 Result<std::string> apply_all(Daemon &daemon, const Request &) {
     const auto state = daemon.tree.get("/runtime/app/tr069/config_state");
     if (state && *state == "1")
@@ -116,7 +115,7 @@ Result<std::string> apply_firewall(Daemon &daemon, const Request &) {
     return std::string();
 }
 
-// A path, and perhaps a blank and a heading; the argument is a depth.
+// A path, optionally followed by a space and a heading; the argument is a depth.
 Result<std::string> print(Daemon &daemon, const Request &request) {
     const std::string_view text = request.text();
     const std::string_view path = text.substr(0, text.find(' '));
@@ -140,5 +139,26 @@ Result<std::string> module_pid(Daemon &daemon, const Request &request) {
         return pid.error();
     return std::to_string(*pid);
 }
+
+using enum PayloadForm;
+
+constexpr std::array rows{
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET, "get", path, text, get_value},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_SET, "set", assignment, none, set_value},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_DELETE, "delete", path, none, delete_node},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_PRINT, "print", first_word, none, print},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ATTR, "get-attribute", path, text, get_attributes},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_SET_ATTR, "set-attribute", first_word, none, set_attributes},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_RESET, "reset", path, none, reset},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_GET_ARRAY, "array", path, text, get_array},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_ANCHOR, "anchor", path, none, add_instance},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_ALL, "apply-all", none, none, apply_all},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_APPLY_FIREWALL, "apply-firewall", none, none, apply_firewall},
+    Service{ZAN_CLASS_CFG, ZAN_CFG_MODULE_PID, "module-pid", text, text, module_pid},
+};
+
+const ServiceRows registered(rows);
+
+} // namespace
 
 } // namespace zan::sim
