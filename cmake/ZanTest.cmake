@@ -16,6 +16,19 @@ endif()
 # What the build preset "thread" builds: the programs labelled "thread", with what they need.
 add_custom_target(thread_tests)
 
+# zan_library_sources(VARIABLE FOLDER...)
+#
+# The library's sources of these folders of src/, for tests that compile them for another
+# machine or in another way. Link such a program with --gc-sections: it may not have what
+# the functions that it does not call need.
+function(zan_library_sources variable)
+  get_target_property(sources zan_objects SOURCES)
+  list(JOIN ARGN "|" folders)
+  list(FILTER sources INCLUDE REGEX "^(${folders})/")
+  list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/src/)
+  set(${variable} ${sources} PARENT_SCOPE)
+endfunction()
+
 # zan_add_test(NAME SOURCES... [LINK targets...] [LABELS labels...])
 #
 # One GoogleTest program per tested file.  CTest runs every case in a process
@@ -23,7 +36,7 @@ add_custom_target(thread_tests)
 # and key files live at fixed places.
 function(zan_add_test name)
   cmake_parse_arguments(arg "" "" "LINK;LABELS" ${ARGN})
-  add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
+  add_executable(${name} ${arg_UNPARSED_ARGUMENTS} $<TARGET_OBJECTS:zan_test_isolation>)
   target_link_libraries(${name} PRIVATE
     zan_compile zan_test_compile zan_test_support ${arg_LINK} GTest::gmock_main)
   # The first program's are for all; those with C sources do without.
@@ -46,4 +59,10 @@ function(zan_add_test name)
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS "${arg_LABELS}")
+  # All cases in one process as well: none may depend on being the first one.
+  if(NOT "nightly" IN_LIST arg_LABELS)
+    add_test(NAME whole.${name}
+      COMMAND ${ZAN_SANDBOX} -- ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
+    set_tests_properties(whole.${name} PROPERTIES LABELS whole)
+  endif()
 endfunction()

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "cfg/config_test.h"
 
+#include "support/new_process.h"
+
 #include <thread>
 
 namespace zan::test {
@@ -12,8 +14,14 @@ constexpr const char *customer_path = "/runtime/hw/customer_id";
 constexpr const char *reference_path =
     "/InternetGatewayDevice/X_ORVANE_OMCI/IPHost/InterfaceReference";
 
+// The library reads each fact once.
 class Device : public ConfigTest {
 protected:
+    void SetUp() override {
+        ZAN_NEEDS_NEW_PROCESS();
+        ConfigTest::SetUp();
+    }
+
     void reads(const std::string &value) { daemon.once(class_cfg, cmd_get, answer(value)); }
     void is_refused() { daemon.once(class_cfg, cmd_get, negative(-9)); }
 

@@ -157,16 +157,6 @@ std::string report_of(const char *function, const std::vector<std::string> &repo
     return text;
 }
 
-bool lock_is_free() {
-    return LockProbe(zan_api_lock, zan_api_unlock).is_free();
-}
-
-bool sigterm_is_blocked() {
-    sigset_t blocked;
-    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
-    return sigismember(&blocked, SIGTERM) == 1;
-}
-
 class Request : public ConfigTest, public testing::WithParamInterface<Call> {
 protected:
     int make() { return GetParam().make(); }
@@ -178,7 +168,7 @@ protected:
 
     // The lock is released and SIGTERM let through again, however a request ended.
     static void expect_at_rest() {
-        EXPECT_TRUE(lock_is_free());
+        EXPECT_TRUE(api_lock_is_free());
         EXPECT_FALSE(sigterm_is_blocked());
     }
 };
@@ -280,7 +270,7 @@ TEST_P(Request, ReportsThatTheDaemonWentDuringTheSend) {
     EXPECT_EQ(result, -2003);
     EXPECT_EQ(output.stop(), "zan_msg_send qid=" + std::to_string(removed) +
                                  " ERROR:Identifier removed\n" + failure_report());
-    EXPECT_TRUE(lock_is_free());
+    EXPECT_TRUE(api_lock_is_free());
     g_zan_qid = known;
 }
 
@@ -295,7 +285,7 @@ TEST_P(Request, FailsWhenTheOwnQueueGoesDuringTheWait) {
     EXPECT_EQ(result, refused(-1));
     EXPECT_EQ(output.stop(),
               "zan_msg_recv qid=" + std::to_string(g_msq_qid) + " ERROR:Identifier removed\n");
-    EXPECT_TRUE(lock_is_free());
+    EXPECT_TRUE(api_lock_is_free());
 }
 
 // A daemon that dies takes the answer along: only signals end the wait.
@@ -315,7 +305,7 @@ TEST_P(Request, WaitsForADeadDaemonUntilItIsInterruptedTwice) {
     EXPECT_EQ(result, refused(-1));
     EXPECT_EQ(output.stop(), "EINTR[" + qid + "]:retry...\nRetry fail[zan_msg_recv] qid=" + qid +
                                  " ERROR:Interrupted system call\n");
-    EXPECT_TRUE(lock_is_free());
+    EXPECT_TRUE(api_lock_is_free());
 }
 
 // ---- the lock --------------------------------------------------------------
@@ -338,6 +328,7 @@ TEST_P(RequestLock, IsWaitedForBeforeAnythingIsSent) {
 std::atomic<int> g_terminations{0};
 
 TEST_P(RequestLock, IsHeldAndSigtermHeldOffUntilTheAnswerIsIn) {
+    g_terminations = 0;
     struct sigaction action {};
     action.sa_handler = [](int) { ++g_terminations; };
     sigemptyset(&action.sa_mask);

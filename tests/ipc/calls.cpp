@@ -1,24 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include "ipc/calls.h"
 
+#include <gtest/gtest.h>
+
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 #include <deque>
 #include <utility>
 
 namespace zan::test {
 namespace {
 
-// Plain, because allocations come before and after all other objects live.
+// Plain objects: allocations happen before the constructors and after the destructors
+// of all others.
 constinit int allocations_until_refusal = 0;
 constinit int refused_option = -1;
 constinit int connects = 0;
 std::deque<std::size_t> taken;
-thread_local std::vector<std::chrono::milliseconds> pauses;
 std::function<void(int)> connect_action;
 std::function<void()> unlink_action;
 
@@ -37,10 +38,28 @@ bool allocation_refused() {
     return allocations_until_refusal > 0 && --allocations_until_refusal == 0;
 }
 
+class ResetAfterEachTest : public testing::EmptyTestEventListener {
+    void OnTestEnd(const testing::TestInfo &) override {
+        allocations_until_refusal = 0;
+        refused_option = -1;
+        connects = 0;
+        connected_sends = 0;
+        addressed_sends = 0;
+        taken.clear();
+        connect_action = nullptr;
+        unlink_action = nullptr;
+    }
+};
+
+const bool reset_registered = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(new ResetAfterEachTest);
+    return true;
+}();
+
 } // namespace
 
-void refuse_allocation(int which) {
-    allocations_until_refusal = which;
+void refuse_allocation(int n) {
+    allocations_until_refusal = n;
 }
 
 void take_only(std::initializer_list<std::size_t> bytes) {
@@ -65,10 +84,6 @@ void before_connect(std::function<void(int)> action) {
 
 int connects_made() {
     return connects;
-}
-
-std::vector<std::chrono::milliseconds> pauses_made() {
-    return pauses;
 }
 
 void after_unlink(std::function<void()> action) {
@@ -122,13 +137,6 @@ int __wrap_connect(int fd, const sockaddr *to, socklen_t to_size) {
     if (connect_action)
         connect_action(connects);
     return __real_connect(fd, to, to_size);
-}
-
-int __real_clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left);
-int __wrap_clock_nanosleep(clockid_t clock, int flags, const timespec *time, timespec *left) {
-    pauses.push_back(std::chrono::seconds(time->tv_sec) +
-                     std::chrono::milliseconds(time->tv_nsec / 1'000'000));
-    return __real_clock_nanosleep(clock, flags, time, left);
 }
 
 int __real_unlink(const char *path);

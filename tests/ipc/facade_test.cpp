@@ -5,6 +5,7 @@
 #include "ipc/send_test.h"
 #include "ipc/sockets.h"
 #include "support/capture.h"
+#include "support/pauses.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
 #include "support/worker.h"
@@ -32,9 +33,11 @@ const auto six_pauses = testing::ElementsAre(200ms, 200ms, 200ms, 200ms, 200ms, 
 
 // ---- The busy flag ---------------------------------------------------------
 
-// A receive that holds the flag in another thread until something is sent to it.
+// A receive in another thread that holds the flag until something is sent to it.
 class Busy : public testing::Test {
 protected:
+    ~Busy() override { zan_ipc_enable_lock(1); }
+
     void hold() {
         holder = std::make_unique<Worker>([this] {
             char byte;
@@ -51,6 +54,7 @@ protected:
 
     Pair ends = stream_pair();
     Pair others = stream_pair();
+    PauseWatch pauses;
     int received = 0;
     std::unique_ptr<Worker> holder;
 };
@@ -60,7 +64,7 @@ TEST_F(Busy, SendWaitsSixTimesAndGivesUp) {
     StdoutCapture out;
     const Stopwatch watch;
     EXPECT_EQ(zan_ipc_send(others.near.get(), "lost", 4), -1);
-    EXPECT_THAT(pauses_made(), six_pauses);
+    EXPECT_THAT(pauses.pauses(), six_pauses);
     EXPECT_GE(watch.elapsed(), 1200ms);
     EXPECT_EQ(out.stop(), retry_failure);
     EXPECT_EQ(read_available(others.far.get()), "");
@@ -70,12 +74,9 @@ TEST_F(Busy, SendWaitsSixTimesAndGivesUp) {
 TEST_F(Busy, SendGoesThroughOnceTheFlagIsFree) {
     hold();
     StdoutCapture out;
-    int sent = 0;
-    Worker sender([&] { sent = zan_ipc_send(others.near.get(), "kept", 4); });
-    ASSERT_TRUE(sender.wait_until_blocked());
-    let_go();
-    ASSERT_TRUE(sender.wait_until_done());
-    EXPECT_EQ(sent, 4);
+    pauses.before_each([this] { let_go(); });
+    EXPECT_EQ(zan_ipc_send(others.near.get(), "kept", 4), 4);
+    EXPECT_THAT(pauses.pauses(), testing::ElementsAre(200ms));
     EXPECT_EQ(out.stop(), "");
     EXPECT_EQ(read_available(others.far.get()), "kept");
 }
@@ -102,7 +103,7 @@ TEST_F(Busy, IsIgnoredOnRequest) {
     zan_ipc_enable_lock(0);
     StdoutCapture out;
     EXPECT_EQ(zan_ipc_send(others.near.get(), "sent", 4), 4);
-    EXPECT_THAT(pauses_made(), testing::IsEmpty());
+    EXPECT_THAT(pauses.pauses(), testing::IsEmpty());
     EXPECT_EQ(out.stop(), "");
     EXPECT_EQ(read_available(others.far.get()), "sent");
     let_go();
@@ -147,7 +148,7 @@ TEST_P(BusyOperation, WaitsSixTimesAndGivesUpInSilence) {
     StdoutCapture out;
     const Stopwatch watch;
     EXPECT_EQ(GetParam().call(others.near.get()), -1);
-    EXPECT_THAT(pauses_made(), six_pauses);
+    EXPECT_THAT(pauses.pauses(), six_pauses);
     EXPECT_GE(watch.elapsed(), 1200ms);
     EXPECT_EQ(out.stop(), "");
     EXPECT_TRUE(is_open(others.near.get()));

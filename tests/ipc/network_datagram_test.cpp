@@ -4,6 +4,7 @@
 
 #include "ipc/sockets.h"
 #include "support/capture.h"
+#include "support/new_process.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
 
@@ -68,6 +69,7 @@ TEST_F(ModuleServer, PassesOverAPortThatIsTaken) {
 }
 
 TEST_F(ModuleServer, SearchesOnWhereTheLastOneFoundItsPort) {
+    ZAN_NEEDS_NEW_PROCESS();
     Descriptor taken = udp_socket(12000);
     const Descriptor first(ipc_socket_create_server("one"));
     taken.reset();
@@ -77,6 +79,7 @@ TEST_F(ModuleServer, SearchesOnWhereTheLastOneFoundItsPort) {
 }
 
 TEST_F(ModuleServer, OfAnotherProcessTakesTheNextPort) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor first(ipc_socket_create_server("one"));
     EXPECT_TRUE(holds_in_child([] {
         const int fd = ipc_socket_create_server("two");
@@ -111,6 +114,7 @@ TEST_F(ModuleServer, RunsOutOfPortsUntilOneIsFreeAgain) {
 }
 
 TEST_F(ModuleServer, ReceivesFromAClientThatLooksItUp) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor server(ipc_socket_create_server("probe"));
     const Descriptor client(ipc_socket_create_client());
     sockaddr_in address{};

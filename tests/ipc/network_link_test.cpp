@@ -5,6 +5,8 @@
 #include "ipc/calls.h"
 #include "ipc/sockets.h"
 #include "support/capture.h"
+#include "support/new_process.h"
+#include "support/pauses.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
 
@@ -47,6 +49,7 @@ protected:
 class DaemonEnd : public DaemonLink {};
 
 TEST_F(DaemonEnd, ListensOnAllAddressesAndPublishesItsPort) {
+    ZAN_NEEDS_NEW_PROCESS();
     StdoutCapture out;
     const Descriptor fd(zan_socket_create("ZAN"));
     EXPECT_EQ(out.stop(), "");
@@ -61,6 +64,7 @@ TEST_F(DaemonEnd, ListensOnAllAddressesAndPublishesItsPort) {
 }
 
 TEST_F(DaemonEnd, IsMadeForTheNameInAnyCase) {
+    ZAN_NEEDS_NEW_PROCESS();
     for (const char *name : {"zan", "Zan", "zAN"}) {
         const Descriptor fd(zan_socket_create(name));
         ASSERT_GE(fd.get(), 0) << name;
@@ -69,6 +73,7 @@ TEST_F(DaemonEnd, IsMadeForTheNameInAnyCase) {
 }
 
 TEST_F(DaemonEnd, TakesTheNextPortWhenAnotherProcessHasTheFirst) {
+    ZAN_NEEDS_NEW_PROCESS();
     int hold[2];
     int held[2];
     ASSERT_EQ(pipe(hold), 0);
@@ -92,6 +97,7 @@ TEST_F(DaemonEnd, TakesTheNextPortWhenAnotherProcessHasTheFirst) {
 }
 
 TEST_F(DaemonEnd, PassesOverEveryPortThatIsTaken) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor first = tcp_listener(2679);
     const Descriptor second = tcp_listener(2680);
     const Descriptor third = tcp_listener(2681);
@@ -103,6 +109,7 @@ TEST_F(DaemonEnd, PassesOverEveryPortThatIsTaken) {
 
 // The option that would let it have the port again comes behind the attempts.
 TEST_F(DaemonEnd, TakesTheNextPortWhileAConnectionToTheFirstIsLeft) {
+    ZAN_NEEDS_NEW_PROCESS();
     const int first = zan_socket_create("ZAN");
     ASSERT_GE(first, 0);
     const Descriptor module = tcp_connection(default_port);
@@ -144,6 +151,7 @@ TEST_F(DaemonEnd, IsNoUseWithoutItsPortFile) {
 }
 
 TEST_F(DaemonEnd, StaysOpenWhenItGetsNoTimeOut) {
+    ZAN_NEEDS_NEW_PROCESS();
     refuse_option(SO_SNDTIMEO);
     StdoutCapture out;
     const int descriptors = open_descriptors();
@@ -154,6 +162,7 @@ TEST_F(DaemonEnd, StaysOpenWhenItGetsNoTimeOut) {
 }
 
 TEST_F(DaemonEnd, LetsSixtySixConnectionsWait) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor daemon(zan_socket_create("ZAN"));
     ASSERT_GE(daemon.get(), 0);
     std::vector<Descriptor> waiting;
@@ -172,6 +181,7 @@ TEST_F(DaemonEnd, LetsSixtySixConnectionsWait) {
 }
 
 TEST_F(DaemonEnd, HandsItsTimeOutToTheConnectionsItAccepts) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor daemon(zan_socket_create("ZAN"));
     const Descriptor module = tcp_connection(default_port);
     const Descriptor accepted = accept_one(daemon);
@@ -194,6 +204,7 @@ protected:
 };
 
 TEST_F(ModuleEnd, ConnectsToTheDaemonsEnd) {
+    ZAN_NEEDS_NEW_PROCESS();
     const Descriptor daemon(zan_socket_create("ZAN"));
     StdoutCapture out;
     const Descriptor module(zan_socket_create("probe"));
@@ -337,10 +348,11 @@ TEST_F(ModuleEnd, GivesUpAfterFiveAttempts) {
     StdoutCapture out;
     const int descriptors = open_descriptors();
     const Stopwatch watch;
+    const PauseWatch pauses;
     EXPECT_EQ(zan_socket_create("probe"), -1);
     EXPECT_EQ(out.stop(), cannot_connect(2690));
     EXPECT_EQ(connects_made(), 5);
-    EXPECT_THAT(pauses_made(), testing::ElementsAre(100ms, 100ms, 100ms, 100ms));
+    EXPECT_THAT(pauses.pauses(), testing::ElementsAre(100ms, 100ms, 100ms, 100ms));
     EXPECT_GE(watch.elapsed(), 400ms);
     EXPECT_EQ(open_descriptors(), descriptors);
 }

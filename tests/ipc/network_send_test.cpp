@@ -49,9 +49,11 @@ protected:
         daemon = accept_one(listener);
         narrow(module, SO_SNDBUF);
     }
+    // What the library keeps for the socket goes with it.
     void TearDown() override {
-        if (module >= 0)
-            close(module);
+        StdoutCapture out;
+        if (is_open(module))
+            zan_socket_delete(module);
     }
 
     // Sends a message that goes in part: how much of it went.

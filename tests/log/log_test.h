@@ -5,6 +5,7 @@
 #include "support/capture.h"
 #include "support/daemon.h"
 #include "support/module_test.h"
+#include "support/new_process.h"
 #include "support/sandbox.h"
 
 #include <zan.h>
@@ -22,6 +23,7 @@ class LogTest : public ModuleTest {
 protected:
     void SetUp() override {
         ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
+        ZAN_NEEDS_NEW_PROCESS(); // a process attaches to the table once
         ModuleTest::SetUp();
         daemon.on(1, 1, answer("0"));
         daemon.on(4, 4, never());

@@ -30,6 +30,8 @@ protected:
         ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
         set_test_time_zone();
         LogTest::SetUp();
+        if (IsSkipped())
+            return;
         outputs_ = std::make_unique<LogOutputs>();
     }
 

@@ -9,6 +9,7 @@
 #include "support/capture.h"
 #include "support/commands.h"
 #include "support/daemon.h"
+#include "support/new_process.h"
 #include "support/stream_peer.h"
 #include "support/worker.h"
 
@@ -96,6 +97,11 @@ const Mesh disabled = {
 class AgentTest : public testing::Test {
 protected:
     AgentTest() {
+        pauses_ms.clear();
+        lock_calls.clear();
+        at_pause = nullptr;
+        g_agent_name[0] = '\0';
+        g_ipc_handle = -1;
         zan_strcpy(g_module_name, "probe", sizeof g_module_name);
         g_zan_qid = daemon.request_queue();
         g_reg_msq_qid = daemon.registration_queue();
@@ -341,6 +347,7 @@ TEST_F(RegisterAgent, ADaemonThatHangsUpClosesTheLink) {
 }
 
 TEST_F(RegisterAgent, OtherRecordsAreSetAsideMeanwhile) {
+    ZAN_NEEDS_NEW_PROCESS(); // the library keeps the record
     mesh_is(settled);
     peer.reply(stream_bytes({.type = 4, .cmd = 4}, ByteOrder::network) +
                stream_bytes({.type = registration, .cmd = 0}, ByteOrder::network));
@@ -427,6 +434,21 @@ private:
     int pauses_left_ = 0;
 };
 
+// Leaves descriptor 0 to the next that is opened.
+class FreeStdin {
+public:
+    FreeStdin() : saved_(fcntl(0, F_DUPFD_CLOEXEC, 3)) { close(0); }
+    ~FreeStdin() {
+        dup2(saved_, 0);
+        close(saved_);
+    }
+    FreeStdin(const FreeStdin &) = delete;
+    FreeStdin &operator=(const FreeStdin &) = delete;
+
+private:
+    int saved_;
+};
+
 TEST_F(Connect, FourAttemptsFail) {
     StdoutCapture out;
     EXPECT_EQ(register_agent(), -2005);
@@ -448,20 +470,21 @@ TEST_F(Connect, ThePeerMayAppearBeforeTheLastAttempt) {
 TEST_F(Connect, AHandleOfZeroIsKeptAfterTheLastAttempt) {
     listen_after_attempt(3);
     StdoutCapture out;
-    close(0);
+    const FreeStdin free;
     EXPECT_EQ(register_agent(), 0);
     EXPECT_EQ(out.stop(), could_not_connect(3));
     EXPECT_EQ(g_ipc_handle, 0);
     EXPECT_EQ(peer.wait_for_records(1).size(), 1U);
+    zan_ipc_delete(g_ipc_handle);
+    g_ipc_handle = -1;
 }
 
 TEST_F(Connect, AHandleOfZeroIsTriedAgainBefore) {
     peer.listen();
-    close(0);
+    const FreeStdin free;
     EXPECT_GT(register_agent(), 0);
     EXPECT_GT(g_ipc_handle, 0);
     EXPECT_TRUE(peer.wait_for_connections(2));
-    close(0);
 }
 
 // ---- leaving ----------------------------------------------------------------------------

@@ -715,10 +715,7 @@ TEST_F(Poll, TheWaitingFormGivesZeroWhenItIsInterrupted) {
     int result = -1;
     Worker waiter([&] { result = zan_client_recv_msq2(msg.get(), 4, 35100); });
     EXPECT_TRUE(waiter.wait_until_blocked());
-    while (!waiter.done()) {
-        waiter.interrupt();
-        usleep(2000);
-    }
+    ASSERT_TRUE(waiter.interrupt_until_done());
     EXPECT_EQ(result, 0);
     EXPECT_EQ(
         out.stop(),

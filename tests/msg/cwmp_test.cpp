@@ -192,6 +192,7 @@ std::vector<std::string> g_calls;
 class CwmpPoll : public Cwmp {
 protected:
     CwmpPoll() {
+        g_calls.clear();
         zan_set_message_handler([](char *data, int len, zan_body *) {
             g_calls.push_back("message " + std::string(data, static_cast<std::size_t>(len)));
             return 0;

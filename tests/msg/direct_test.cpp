@@ -272,6 +272,11 @@ std::atomic<bool> handler_may_return = false;
 
 class BesideReceiveThread : public QueueMessages {
 protected:
+    BesideReceiveThread() {
+        messages_handled = 0;
+        handler_may_return = false;
+    }
+
     void start_thread(zan_message_fn handler) {
         zan_set_message_handler(handler);
         ASSERT_EQ(zan_thread_create(message), 0);
@@ -329,6 +334,7 @@ void PrintTo(const LinkSend &form, std::ostream *out) {
 class EachLinkSend : public testing::TestWithParam<LinkSend> {
 protected:
     EachLinkSend() {
+        g_zan_qid = -1;
         zan_strcpy(g_module_name, "probe", sizeof g_module_name);
         zan_strcpy(g_agent_name, "agent", sizeof g_agent_name);
         g_ipc_handle = zan_ipc_create("agent", 0);
@@ -339,7 +345,10 @@ protected:
         ASSERT_TRUE(peer.wait_for_connections(1));
     }
 
-    ~EachLinkSend() override { zan_ipc_delete(g_ipc_handle); }
+    ~EachLinkSend() override {
+        zan_ipc_delete(g_ipc_handle);
+        reset_locks();
+    }
 
     void acknowledged(std::int32_t result = 1, const std::string &text = {}) {
         peer.reply(stream_bytes({.type = form.type, .cmd = 2, .result = result, .payload = text},
@@ -409,6 +418,7 @@ TEST_P(EachLinkSend, TakesNoLock) {
 TEST_P(EachLinkSend, SetsOtherRecordsAside) {
     peer.reply(stream_bytes({.type = message, .cmd = 4, .payload = "hi"}, ByteOrder::network) +
                stream_bytes({.type = form.type, .cmd = 2, .result = 1}, ByteOrder::network));
+    messages_handled = 0;
     zan_set_message_handler([](char *, int, zan_body *) { return ++messages_handled; });
     EXPECT_EQ(form.send("peer", "hello", 5), 1);
     EXPECT_EQ(messages_handled, 0);

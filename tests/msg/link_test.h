@@ -43,6 +43,7 @@ inline std::vector<std::string> &delivered() {
 class LinkTest : public testing::Test {
 protected:
     LinkTest() {
+        delivered().clear();
         zan_strcpy(g_module_name, "probe", sizeof g_module_name);
         g_ipc_handle = zan_ipc_create("probe", 0);
         zan_set_message_handler([](char *, int len, zan_body *body) {

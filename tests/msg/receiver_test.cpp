@@ -5,6 +5,7 @@
 #include "support/patience.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
+#include "support/threads.h"
 #include "support/worker.h"
 
 #include <zan.h>
@@ -156,7 +157,7 @@ protected:
     // Errors count only when they follow each other: with a success behind each, none
     // is one too many.  The thread stops where it reports an error because standard
     // output is locked; the test waits for that and takes the cause away.
-    template<typename Wait> void expect_forgiven_errors(Wait wait_until_stopped) {
+    void expect_forgiven_errors() {
         ZAN_SKIP_WITHOUT_LONG_RECORDS();
         StdoutCapture out;
         start();
@@ -166,8 +167,7 @@ protected:
         for (char round = 1; round <= 6; ++round) {
             flockfile(stdout);
             oversized_arrives();
-            const auto stopped = wait_until_stopped(receiver);
-            EXPECT_TRUE(stopped);
+            EXPECT_TRUE(wait_until_blocked(receiver));
             oversized_leaves();
             event_arrives(round);
             funlockfile(stdout);
@@ -347,17 +347,6 @@ protected:
         zan_thread_cancel(); // synchronises with the end of the thread
         zan_msq_lock_destroy();
     }
-
-    // A probe that waits for the lock which the thread holds while it waits itself:
-    // one that is only slow gives the lock back.
-    static std::unique_ptr<LockProbe> await_held_lock(pid_t holder) {
-        std::unique_ptr<LockProbe> probe;
-        EXPECT_TRUE(eventually([&] {
-            probe = std::make_unique<LockProbe>(zan_msq_lock, zan_msq_unlock);
-            return !probe->is_free() && wait_until_asleep(holder) && !probe->is_free();
-        }));
-        return probe;
-    }
 };
 
 TEST_F(LockingReceiver, HoldsTheQueueLockWhileItDispatches) {
@@ -378,11 +367,8 @@ TEST_F(LockingReceiver, ReceivesNothingWhileTheQueueLockIsHeld) {
     handled.wait_for(1);
     zan_msq_lock();
     event_arrives(2);
-    // Several times as long as the thread pauses between two looks at the queue.
-    for (int looks = 0; looks < 400; ++looks) {
-        ASSERT_EQ(queue_length(id), 1);
-        usleep(1000);
-    }
+    EXPECT_TRUE(wait_until_blocked(thread())); // the pause between two receives is over
+    EXPECT_EQ(queue_length(id), 1);
     zan_msq_unlock();
     EXPECT_THAT(handled.wait_for(2), ElementsAre("event 1", "event 2"));
 }
@@ -413,7 +399,7 @@ TEST_F(LockingReceiver, DispatchesEvenAnEmptyRecord) {
 }
 
 TEST_F(LockingReceiver, ASuccessForgivesTheErrorsBefore) {
-    expect_forgiven_errors(await_held_lock); // which it holds while it reports
+    expect_forgiven_errors();
 }
 
 // ---- the lock-free form ---------------------------------------------------------
@@ -453,7 +439,7 @@ TEST_F(LockFreeReceiver, PassesOverAnEmptyRecord) {
 }
 
 TEST_F(LockFreeReceiver, ASuccessForgivesTheErrorsBefore) {
-    expect_forgiven_errors(wait_until_asleep);
+    expect_forgiven_errors();
 }
 
 TEST_F(LockFreeReceiver, InterruptionsAreNoErrors) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/capture.h"
 #include "support/daemon.h"
+#include "support/locks.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
 #include "support/worker.h"
@@ -48,16 +49,6 @@ std::string retry_line(const std::string &function, int left, int proj_id) {
 
 int queue_of_key(const std::string &path, int proj_id) {
     return msgget(ftok(path.c_str(), proj_id), 0);
-}
-
-bool sigterm_is_blocked() {
-    sigset_t mask;
-    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    return sigismember(&mask, SIGTERM) == 1;
-}
-
-bool api_lock_is_free() {
-    return LockProbe(zan_api_lock, zan_api_unlock).is_free();
 }
 
 // ---- the daemon's files -----------------------------------------------------------

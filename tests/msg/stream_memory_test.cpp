@@ -5,6 +5,7 @@
 // the test says so.
 #include "msg/link_test.h"
 #include "support/capture.h"
+#include "support/new_process.h"
 
 #include <zan.h>
 
@@ -65,6 +66,11 @@ using testing::IsEmpty;
 
 class Memory : public LinkTest {
 protected:
+    // The library keeps its receive buffers as long as the process lives.
+    void SetUp() override {
+        ZAN_NEEDS_NEW_PROCESS();
+        LinkTest::SetUp();
+    }
     ~Memory() override { watching = false; }
 
     static int read() {

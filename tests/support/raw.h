@@ -91,8 +91,8 @@ SizedRecord make_record(const Fields &fields);
 testing::AssertionResult same_record(const SizedRecord &actual, const SizedRecord &expected);
 testing::AssertionResult same_record(const SizedRecord &actual, const Fields &expected);
 
-// The time of a record that was sent during this test, which may last as long as the
-// patience of one.
+// Whether the time lies within a day of now. The clock may be set during a test; a
+// field that holds anything but the time is still far off.
 testing::AssertionResult is_recent(std::int32_t time);
 
 // ---- queues ----------------------------------------------------------------

@@ -4,9 +4,11 @@
 #include "support/capture.h"
 #include "support/daemon.h"
 #include "support/patience.h"
+#include "support/pauses.h"
 #include "support/program.h"
 #include "support/raw.h"
 #include "support/sandbox.h"
+#include "support/threads.h"
 #include "support/worker.h"
 
 #include <gmock/gmock.h>
@@ -14,14 +16,22 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <mutex>
+#include <thread>
 
 namespace zan::test {
 namespace {
 
+using namespace std::chrono_literals;
+
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 std::optional<SizedRecord> await_record(int qid, long msgtyp) {
     std::optional<SizedRecord> record;
@@ -96,6 +106,107 @@ TEST(Worker, AKnownInterruptionEndsABlockedCall) {
     worker.interrupt();
     ASSERT_TRUE(worker.wait_until_done());
     EXPECT_EQ(error, EINTR);
+}
+
+// A thread that does as it is told until it ends.
+class Puppet {
+public:
+    template<typename Work> explicit Puppet(Work work) {
+        thread_ = std::thread([this, work] {
+            id_ = gettid();
+            work();
+        });
+        EXPECT_TRUE(eventually([this] { return id_ != 0; }));
+    }
+    ~Puppet() { thread_.join(); }
+
+    pid_t id() const { return id_; }
+    // Whether it was never found blocked.
+    bool stays_unblocked() const {
+        for (int look = 0; look < 100; ++look)
+            if (is_blocked(id_))
+                return false;
+        return true;
+    }
+
+private:
+    std::atomic<pid_t> id_ = 0;
+    std::thread thread_;
+};
+
+TEST(Threads, ATimedSleepIsNotBlocked) {
+    std::atomic<bool> end = false;
+    const Puppet sleeper([&] {
+        const timespec tenth = {0, 100'000'000};
+        while (!end)
+            clock_nanosleep(CLOCK_MONOTONIC, 0, &tenth, nullptr);
+    });
+    EXPECT_TRUE(sleeper.stays_unblocked());
+    end = true;
+}
+
+TEST(Threads, AThreadIsBlockedOnlyWhenTheOwnerOfItsLockSleepsToo) {
+    std::mutex lock;
+    std::mutex gate;
+    std::atomic<bool> spin = true;
+    std::atomic<bool> locked = false;
+    gate.lock();
+    const Puppet owner([&] {
+        const std::lock_guard held(lock);
+        locked = true;
+        while (spin) {
+        }
+        gate.lock();
+        gate.unlock();
+    });
+    ASSERT_TRUE(eventually([&] { return locked.load(); }));
+    const Puppet waiter([&] { const std::lock_guard held(lock); });
+    EXPECT_TRUE(waiter.stays_unblocked());
+    spin = false;
+    EXPECT_TRUE(wait_until_blocked(waiter.id()));
+    gate.unlock();
+}
+
+TEST(Worker, CodeBetweenTwoCallsIsInterruptedUntilItEnds) {
+    Worker worker([] {
+        for (int calls = 0; calls < 3; ++calls)
+            pause();
+    });
+    EXPECT_TRUE(worker.interrupt_until_done());
+}
+
+void pause_for_ms(int ms) {
+    const timespec time = {0, ms * 1'000'000L};
+    clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
+}
+
+TEST(PauseWatch, SeesThePausesOfItsThread) {
+    PauseWatch watch;
+    int seen = 0;
+    watch.before_each([&] { ++seen; });
+    pause_for_ms(1);
+    std::thread([] { pause_for_ms(2); }).join();
+    pause_for_ms(3);
+    EXPECT_THAT(watch.pauses(), ElementsAre(1ms, 3ms));
+    EXPECT_EQ(seen, 2);
+    watch.forget();
+    EXPECT_THAT(watch.pauses(), IsEmpty());
+}
+
+TEST(PauseWatch, SeesThoseOfAllThreadsOnRequest) {
+    pause_for_ms(1);
+    const PauseWatch watch(PauseWatch::Of::all_threads);
+    std::thread([] { pause_for_ms(2); }).join();
+    EXPECT_THAT(watch.pauses(), ElementsAre(2ms));
+}
+
+TEST(RawRecord, TheTimeIsRecentForADay) {
+    const auto now = static_cast<std::int32_t>(std::time(nullptr));
+    EXPECT_TRUE(is_recent(now));
+    EXPECT_TRUE(is_recent(now - 3600));
+    EXPECT_FALSE(is_recent(0));
+    EXPECT_FALSE(is_recent(getpid()));
+    EXPECT_FALSE(is_recent(now + 2 * 86400));
 }
 
 std::mutex probed;

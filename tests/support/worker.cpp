@@ -2,6 +2,7 @@
 #include "support/worker.h"
 
 #include "support/patience.h"
+#include "support/threads.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -10,34 +11,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <string>
 
 namespace zan::test {
 
 namespace {
-
-bool asleep(pid_t thread) {
-    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string line;
-    std::getline(file, line);
-    const size_t name_end = line.rfind(')');
-    return name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0;
-}
-
-// One sleeping moment may be a page fault or the allocator; a thread that waits
-// for an event is found asleep every time.
-class Sightings {
-public:
-    bool suffice_with(pid_t thread) {
-        in_a_row_ = thread != 0 && asleep(thread) ? in_a_row_ + 1 : 0;
-        return in_a_row_ >= needed;
-    }
-
-private:
-    static constexpr int needed = 30;
-    int in_a_row_ = 0;
-};
 
 void install_interrupt_handler() {
     struct sigaction action {};
@@ -47,11 +24,6 @@ void install_interrupt_handler() {
 }
 
 } // namespace
-
-bool wait_until_asleep(pid_t thread) {
-    Sightings sightings;
-    return eventually([&] { return sightings.suffice_with(thread); });
-}
 
 struct Worker::State {
     std::atomic<pid_t> thread{0};
@@ -86,12 +58,19 @@ bool Worker::wait_until_done() const {
 }
 
 bool Worker::wait_until_blocked() const {
-    Sightings sightings;
-    return eventually([&] { return done() || sightings.suffice_with(state_->thread); }) && !done();
+    return eventually([this] { return done() || is_blocked(state_->thread); }) && !done();
 }
 
 void Worker::interrupt() {
     send(SIGUSR1);
+}
+
+bool Worker::interrupt_until_done() {
+    return eventually([this] {
+        if (!done())
+            interrupt();
+        return done();
+    });
 }
 
 void Worker::send(int signal) {

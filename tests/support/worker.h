@@ -1,22 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 #include <memory>
 #include <thread>
 
 namespace zan::test {
 
-// Waits until the thread sleeps in the kernel for good: whether it does.
-bool wait_until_asleep(pid_t thread);
-
-// A thread that runs one call which may block, watched from outside.
+// A thread that makes one call which may block, observed by the test.
 class Worker {
 public:
     explicit Worker(std::function<void()> work);
-    // Joins; ends the test program when the work does not come to an end.
+    // Joins the thread. Aborts the test program if the work does not end.
     ~Worker();
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
@@ -24,14 +19,17 @@ public:
     bool done() const;
     // Waits until the work has ended: whether it did.
     bool wait_until_done() const;
-    // Waits until the work has ended or sleeps in the kernel for good: true when
-    // it sleeps.
+    // Waits until the work has ended or is blocked (support/threads.h): true if it is
+    // blocked. A timed sleep does not count.
     bool wait_until_blocked() const;
-    // Interrupts the system call in which the thread waits, as a signal with a
-    // handler does.
+    // Interrupts the system call that the thread is blocked in, with a signal that has
+    // a handler.
     void interrupt();
+    // Interrupts it again and again until the work has ended: whether it did. For code
+    // that may be between two system calls when a signal arrives.
+    bool interrupt_until_done();
     void send(int signal);
-    // Leaves a thread behind that will never end.
+    // Detaches a thread that will never end.
     void abandon();
 
 private:
@@ -40,16 +38,16 @@ private:
     std::thread thread_;
 };
 
-// Whether another thread can take the lock: takes and releases it, or is found
-// waiting for it.
+// Tries to take and release a lock in another thread.
 class LockProbe {
 public:
     LockProbe(void (*lock)(), void (*unlock)());
-    // Call it where the lock is free again, or abandon() the probe.
+    // The lock must be free by then, or the probe abandoned.
     ~LockProbe() = default;
 
+    // Waits until the thread has had the lock or is blocked: whether it had it.
     bool is_free() const;
-    // Waits until the lock became free and was taken: whether it was.
+    // Waits until the thread has had the lock: whether it had it.
     bool wait_until_free() const { return worker_.wait_until_done(); }
     void abandon() { worker_.abandon(); }
 
