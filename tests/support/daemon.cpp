@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -72,7 +73,24 @@ void ScriptedDaemon::die() {
     remove_queue(registration_queue_);
 }
 
+// A record of the daemon's own that follows all others through the queue.
+constexpr long barrier_mtype = std::numeric_limits<long>::max();
+
+void ScriptedDaemon::wait_until_all_read() const {
+    std::unique_lock lock(mutex_);
+    if (holding_ || !queue_exists(request_queue_))
+        return;
+    const RawRecord barrier = {.mtype = barrier_mtype};
+    if (msgsnd(request_queue_, &barrier, 0, IPC_NOWAIT) < 0)
+        return; // full or removed
+    const int number = ++barriers_sent_;
+    changed_.wait_for(lock, patience, [&] {
+        return barriers_seen_ >= number || holding_ || !queue_exists(request_queue_);
+    });
+}
+
 std::vector<SizedRecord> ScriptedDaemon::records() const {
+    wait_until_all_read();
     const std::lock_guard lock(mutex_);
     return {records_.begin(), records_.end()};
 }
@@ -91,6 +109,7 @@ void ScriptedDaemon::forget_records() {
 }
 
 std::vector<std::string> ScriptedDaemon::take_payloads() {
+    wait_until_all_read();
     const std::lock_guard lock(mutex_);
     std::vector<std::string> payloads;
     for (const SizedRecord &record : records_)
@@ -104,8 +123,16 @@ void ScriptedDaemon::run() {
     while (true) {
         request->record = {};
         const ssize_t size = msgrcv(request_queue_, &request->record, raw_body_size, 0, 0);
-        if (size < 0)
+        if (size < 0) {
+            changed_.notify_all();
             return; // the queue is gone: the only way to end
+        }
+        if (request->record.mtype == barrier_mtype) {
+            const std::lock_guard lock(mutex_);
+            ++barriers_seen_;
+            changed_.notify_all();
+            continue;
+        }
         request->msgsz = static_cast<std::size_t>(size);
         Replies replies;
         {
@@ -139,7 +166,10 @@ bool ScriptedDaemon::wait_before(const Reply &reply) {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, reply.delay, [&] { return stopping_; });
     if (reply.held) {
+        holding_ = true;
+        changed_.notify_all();
         changed_.wait(lock, [&] { return stopping_ || released_ > 0; });
+        holding_ = false;
         --released_;
     }
     return !stopping_;

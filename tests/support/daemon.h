@@ -82,7 +82,8 @@ public:
     // files stay.
     void die();
 
-    // Everything that arrived, oldest first.
+    // Everything that has been sent to it by now, oldest first. A record that follows a
+    // held reply, or does not fit into the queue, has not arrived.
     std::vector<SizedRecord> records() const;
     // The same once at least `count` records have arrived; fails the test when they
     // do not.
@@ -94,6 +95,8 @@ public:
 
 private:
     using Key = std::pair<std::int32_t, std::int32_t>;
+
+    void wait_until_all_read() const;
 
     void run();
     Replies replies_for(const Key &key);
@@ -108,6 +111,9 @@ private:
     std::map<Key, std::deque<Replies>> once_;
     std::deque<SizedRecord> records_;
     int released_ = 0;
+    bool holding_ = false; // waits for release()
+    mutable int barriers_sent_ = 0;
+    int barriers_seen_ = 0;
     bool stopping_ = false;
     std::thread thread_;
 };

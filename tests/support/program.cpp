@@ -106,9 +106,9 @@ Program::Program(const std::vector<std::string> &command, const ProgramOptions &
         dup2(in.read_end, STDIN_FILENO);
         dup2(out.write_end, STDOUT_FILENO);
         dup2(err.write_end, STDERR_FILENO);
-        sigset_t none;
-        sigemptyset(&none);
-        sigprocmask(SIG_SETMASK, &none, nullptr);
+        sigset_t blocked;
+        options.block_signals ? sigfillset(&blocked) : sigemptyset(&blocked);
+        sigprocmask(SIG_SETMASK, &blocked, nullptr);
         execvpe(argv[0], argv.data(), envp.data());
         _exit(127);
     }

@@ -18,6 +18,8 @@ struct ProgramOptions {
     bool keep_stdin = false;
     // The program belongs to this machine, not to the target: no emulator.
     bool host = false;
+    // It starts with all signals blocked, else with none.
+    bool block_signals = false;
 };
 
 // A program started with its standard streams caught; through the emulator when

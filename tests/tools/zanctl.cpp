@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zanctl.h"
 
+#include "support/patience.h"
+
+#include <csignal>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -56,6 +59,21 @@ Ended ZanctlTest::finish(Program &program) {
     const int status = program.wait();
     records = daemon.records();
     return {status, program.output(), program.error()};
+}
+
+Ended ZanctlTest::expire(Program &program) {
+    // Again and again: one may arrive before the wait begins.
+    EXPECT_TRUE(eventually([&] {
+        program.signal(SIGALRM);
+        return !program.running();
+    }));
+    return finish(program);
+}
+
+Ended ZanctlTest::run_until_expired(const std::vector<std::string> &arguments, std::size_t count) {
+    Program program(zanctl_command(arguments));
+    daemon.wait_for_records(count);
+    return expire(program);
 }
 
 SizedRecord ZanctlTest::only_request() const {

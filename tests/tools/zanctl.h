@@ -94,6 +94,12 @@ protected:
     // Runs it to its end.  What arrived at the daemon is in `records`.
     Ended run(const std::vector<std::string> &arguments);
     Ended finish(Program &program);
+    // Lets the timeout of the program's current wait expire now, by the signal of its
+    // timer, and runs it to its end. Give the program a long --timeout: then it is the
+    // test that decides when it is over, however slow the machine is.
+    Ended expire(Program &program);
+    // Runs it until so many records have arrived, then as expire() does.
+    Ended run_until_expired(const std::vector<std::string> &arguments, std::size_t records);
 
     // The request between registration and unregistration, when there was one.
     SizedRecord only_request() const;

@@ -4,8 +4,14 @@
 // to another.
 #include "with_zansim.h"
 
+#include "support/patience.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
 #include <climits>
 #include <csignal>
+#include <optional>
 
 namespace zan::test {
 namespace {
@@ -96,42 +102,56 @@ TEST_F(ZanctlMessage, RefusalIsShown) {
 
 TEST_F(ZanctlMessage, WithoutAcknowledgementEndsInTime) {
     daemon.on(class_message, cmd_send_with_ack, never());
-    const Ended ended = run({"send", "--ack", "--timeout", "0.2", "wlan", "x"});
+    const Ended ended = run_until_expired({"send", "--ack", "--timeout", "600", "wlan", "x"}, 2);
     EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: no answer within 0.2 seconds\n"));
+    EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: no answer within 600 seconds\n"));
+    EXPECT_EQ(records.size(), 3U) << "registered, sent and unregistered";
 }
 
 // Registered with a daemon that then reads no further, on a queue without room.
 class ZanctlWithFullQueue : public ZanctlMessage {
 protected:
-    Ended end_blocked(const std::vector<std::string> &arguments, int signal = 0) {
-        daemon.on(class_registration, 0, {{.held = true}, {.held = true}});
-        Program program(zanctl_command(arguments));
+    void start_blocked(const std::vector<std::string> &arguments) {
+        daemon.on(class_registration, cmd_register, {{.held = true}, {.held = true}});
+        program.emplace(zanctl_command(arguments));
         daemon.wait_for_records(1);
         EXPECT_GT(fill_queue(daemon.request_queue(), 1), 0);
         daemon.release();
-        if (signal != 0)
-            program.signal(signal);
-        return finish(program);
+        EXPECT_TRUE(eventually([this] { return has_received_answer(); }));
+    }
+
+    std::optional<Program> program;
+
+private:
+    bool has_received_answer() const {
+        msqid_ds state{};
+        return msgctl(daemon.registration_queue(), IPC_STAT, &state) == 0 &&
+               state.msg_lrpid == program->pid();
     }
 };
 
 TEST_F(ZanctlWithFullQueue, SendEndsInTime) {
-    const Ended ended = end_blocked({"send", "--timeout", "2", "wlan", "x"});
+    start_blocked({"send", "--timeout", "600", "wlan", "x"});
+    const Ended ended = expire(*program);
     EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error, testing::EndsWith("zanctl: no daemon: no answer within 2 seconds\n"));
+    EXPECT_THAT(ended.error,
+                testing::EndsWith("zanctl: no daemon: no answer within 600 seconds\n"));
     expect_left_nothing();
 }
 
 TEST_F(ZanctlWithFullQueue, ControlEndsInTime) {
-    const Ended ended = end_blocked({"control", "--timeout", "2", "ls"});
+    start_blocked({"control", "--timeout", "600", "ls"});
+    const Ended ended = expire(*program);
     EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error, testing::EndsWith("zanctl: no daemon: no answer within 2 seconds\n"));
+    EXPECT_THAT(ended.error,
+                testing::EndsWith("zanctl: no daemon: no answer within 600 seconds\n"));
     expect_left_nothing();
 }
 
 TEST_F(ZanctlWithFullQueue, SendEndsAtASignal) {
-    EXPECT_EQ(end_blocked({"send", "--timeout", "60", "wlan", "x"}, SIGTERM).status, 128 + SIGTERM);
+    start_blocked({"send", "--timeout", "600", "wlan", "x"});
+    program->signal(SIGTERM);
+    EXPECT_EQ(finish(*program).status, 128 + SIGTERM);
     expect_left_nothing();
 }
 
