@@ -4,7 +4,9 @@
 .DEFAULT_GOAL := help
 FUZZ_SECONDS := 60
 FUZZ_TARGETS = $(notdir $(wildcard fuzz/corpus/*))
-.PHONY: help demo shell test test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly man pictures clean
+N := 20
+PRESETS := dev thread mipsel
+.PHONY: help demo shell test test-whole test-repeat test-release test-thread test-unprivileged test-target test-board check format bench fuzz test-nightly man pictures clean
 
 help: ## list the targets
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 20
@@ -32,6 +34,14 @@ test-target: ## run every test built for 32-bit little-endian MIPS, under emulat
 
 test-board: ## run them on emulated boards with a 32-bit MIPS kernel of their own
 	./zan test board
+
+test-whole: ## run each test program as one process, all its tests one after the other
+	scripts/bootstrap build test
+	scripts/run-tests dev whole
+
+test-repeat: ## run the tests of PRESETS N=20 times on busy CPUs, to find those that fail by chance
+	scripts/bootstrap build test target stress
+	scripts/repeat-tests $(N) $(PRESETS)
 
 check: ## check format, static analysis and scripts
 	scripts/bootstrap build test check bench
