@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "log_test.h"
 
+#include "support/records.h"
 #include "support/worker.h"
 
 #include <sys/shm.h>
@@ -27,18 +28,17 @@ protected:
 
     static std::string zeros(std::size_t size) { return std::string(size, '\0'); }
 
-    // Whether the record tells of the cpu test of the module entered under this name.
+    // Whether the record announces the cpu test of the module with this name.
     static testing::AssertionResult announces(const SizedRecord &record, const std::string &name) {
         std::string payload = "cpu_test " + name + " " + std::to_string(getpid());
         payload.resize(128);
-        return same_record(record, {.mtype = g_msq_qid,
-                                    .type = 4,
-                                    .cmd = 4,
-                                    .dst = "SEHD",
-                                    .src = "probe",
-                                    .pid = static_cast<std::int32_t>(getpid()),
-                                    .time = record.record.word(at::time),
-                                    .payload = payload});
+        return same_record(record,
+                           message_record(cmd_send, {.mtype = g_msq_qid,
+                                                     .dst = "SEHD",
+                                                     .src = "probe",
+                                                     .pid = static_cast<std::int32_t>(getpid()),
+                                                     .time = record.record.word(at::time),
+                                                     .payload = payload}));
     }
 };
 

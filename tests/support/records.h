@@ -38,10 +38,10 @@ inline Fields broadcast_record(std::int32_t cmd, Fields rest = {}) {
 }
 
 // A message, and a message to all, with this text.
-inline Fields message(std::string text) {
+inline Fields text_message(std::string text) {
     return message_record(cmd_send, {.payload = std::move(text)});
 }
-inline Fields broadcast(std::string text) {
+inline Fields text_broadcast(std::string text) {
     return broadcast_record(cmd_send_all, {.payload = std::move(text)});
 }
 
@@ -50,11 +50,11 @@ inline std::string word_bytes(std::int32_t word) {
     return {reinterpret_cast<const char *>(&word), sizeof word};
 }
 
-inline Fields event(std::int32_t code) {
+inline Fields event_record(std::int32_t code) {
     return notify_record(cmd_event, {.payload = word_bytes(code)});
 }
 // The text as "SOURCE PATH VALUE KIND OPTION SUBSCRIBED".
-inline Fields value_change(std::string text) {
+inline Fields value_change_record(std::string text) {
     return notify_record(cmd_value_changed, {.payload = std::move(text)});
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zanctl.h"
 
+#include "support/records.h"
 #include "support/sandbox.h"
 
 #include <sys/ipc.h>
@@ -19,9 +20,12 @@ TEST_F(ZanctlTest, GetRegistersReadsPrintsAndUnregisters) {
     ASSERT_EQ(records.size(), 3U);
     const std::string name = "zanctl-" + std::to_string(pid);
     const long queue = records[0].record.mtype;
-    EXPECT_TRUE(same_record(records[0], {.mtype = queue, .type = 3, .cmd = 0, .src = name}));
-    EXPECT_TRUE(same_record(records[1], request(1, 1, "ZAN_CFG", "/runtime/hw/model")));
-    EXPECT_TRUE(same_record(records[2], {.mtype = queue, .type = 3, .cmd = 1, .src = name}));
+    EXPECT_TRUE(
+        same_record(records[0], registration_record(cmd_register, {.mtype = queue, .src = name})));
+    EXPECT_TRUE(
+        same_record(records[1], request(class_cfg, cmd_get, "ZAN_CFG", "/runtime/hw/model")));
+    EXPECT_TRUE(same_record(records[2],
+                            registration_record(cmd_unregister, {.mtype = queue, .src = name})));
     expect_left_nothing();
 }
 
