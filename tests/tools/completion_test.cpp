@@ -18,8 +18,8 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 using testing::UnorderedElementsAreArray;
 
-// The completions that bash offers at the end of each line, with zanctl as this
-// function of the shell, for it may need the emulator.
+// The completions that bash offers at the end of each line.  zanctl is a shell function,
+// because it may need the emulator.
 std::vector<std::vector<std::string>> complete(const std::vector<std::string> &lines,
                                                const std::string &zanctl_function) {
     std::string input;
@@ -71,24 +71,25 @@ TEST(Completion, OffersTheCommands) {
 }
 
 TEST(Completion, OffersTheOptionsOfTheCommand) {
-    EXPECT_THAT(complete("zanctl --"),
-                UnorderedElementsAre("--help", "--version", "--json", "--name", "--timeout"));
+    EXPECT_THAT(complete("zanctl --"), UnorderedElementsAre("--help", "--version", "--json",
+                                                            "--verbose", "--name", "--timeout"));
     EXPECT_THAT(complete("zanctl watch /a --"),
-                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--event",
-                                     "--count", "--time"));
-    EXPECT_THAT(complete("zanctl send --"), UnorderedElementsAre("--help", "--json", "--name",
-                                                                 "--timeout", "--ack", "--agent"));
+                UnorderedElementsAre("--help", "--json", "--verbose", "--name", "--timeout",
+                                     "--event", "--count", "--time"));
+    EXPECT_THAT(complete("zanctl send --"),
+                UnorderedElementsAre("--help", "--json", "--verbose", "--name", "--timeout",
+                                     "--ack", "--agent"));
     EXPECT_THAT(complete("zanctl listen wlan --w"), ElementsAre("--watch"));
     EXPECT_THAT(complete("zanctl fad reset --"),
-                UnorderedElementsAre("--help", "--json", "--name", "--timeout", "--param",
-                                     "--no-wait", "--keep-wifi", "--yes"));
+                UnorderedElementsAre("--help", "--json", "--verbose", "--name", "--timeout",
+                                     "--param", "--no-wait", "--keep-wifi", "--yes"));
     EXPECT_THAT(complete("zanctl control --y"), ElementsAre("--yes"));
     EXPECT_THAT(complete("zanctl cwmp --y"), ElementsAre("--yes"));
-    EXPECT_THAT(complete("zanctl fad re"), UnorderedElementsAre("reset", "reboot"));
+    EXPECT_THAT(complete("zanctl action re"), UnorderedElementsAre("reset", "reboot"));
     EXPECT_THAT(complete("zanctl watch --ti"), UnorderedElementsAre("--timeout", "--time"));
 }
 
-// Everything that the help of each command names, asked for once each.
+// Reads the help of each command once.
 TEST(Completion, OffersEveryOptionOfEveryCommandAndNoOther) {
     const std::string remembers =
         "cache=$(mktemp -d)\n"
@@ -122,15 +123,20 @@ TEST(Completion, OffersKindsAndMembersOfEventMessages) {
     EXPECT_THAT(complete("zanctl event decode wan "), IsEmpty());
 }
 
-TEST(Completion, OffersWhatAnActionMayBeAbout) {
-    EXPECT_THAT(complete("zanctl fad upgrade "), UnorderedElementsAre("firmware", "config"));
-    EXPECT_THAT(complete("zanctl fad upgrade --yes f"), ElementsAre("firmware"));
-    EXPECT_THAT(complete("zanctl fad upgrade firmware "), IsEmpty());
-    EXPECT_THAT(complete("zanctl fad save "), UnorderedElementsAre("config", "config2", "log"));
-    EXPECT_THAT(complete("zanctl fad shell "), IsEmpty());
+TEST(Completion, OffersTheChoicesOfAnAction) {
+    EXPECT_THAT(complete("zanctl action upgrade "), UnorderedElementsAre("firmware", "config"));
+    EXPECT_THAT(complete("zanctl action upgrade --yes f"), ElementsAre("firmware"));
+    EXPECT_THAT(complete("zanctl action upgrade firmware "), IsEmpty());
+    EXPECT_THAT(complete("zanctl action save "), UnorderedElementsAre("config", "config2", "log"));
+    EXPECT_THAT(complete("zanctl action shell "), IsEmpty());
 }
 
-TEST(Completion, OffersNothingWhereAnOptionWantsAWord) {
+TEST(Completion, KnowsTheOldNameOfAction) {
+    EXPECT_THAT(complete("zanctl fad re"), UnorderedElementsAre("reset", "reboot"));
+    EXPECT_THAT(complete("zanctl fad save l"), ElementsAre("log"));
+}
+
+TEST(Completion, OffersNothingForTheValueOfAnOption) {
     EXPECT_THAT(complete("zanctl --name "), IsEmpty());
     EXPECT_THAT(complete("zanctl watch --event "), IsEmpty());
 }
@@ -152,14 +158,14 @@ protected:
     }
 };
 
-TEST_F(CompletionOfPaths, OffersThemWhereAPathIsWanted) {
+TEST_F(CompletionOfPaths, OffersPathsOnlyForPathArguments) {
     EXPECT_THAT(complete("zanctl listen --watch /sys/user:12"), ElementsAre("12"));
     for (const std::string command : {"pid", "send", "broadcast", "listen", "control", "dump",
-                                      "login a", "fad backup", "cwmp 1"})
+                                      "login a", "action backup", "cwmp 1"})
         EXPECT_THAT(complete("zanctl " + command + " /sys/user:12"), IsEmpty()) << command;
 }
 
-// Bash replaces only what stands behind the last colon.
+// Bash replaces only what follows the last colon.
 TEST_F(CompletionOfPaths, OffersInstances) {
     EXPECT_THAT(complete("zanctl get /sys/user:"), ElementsAre("1", "12"));
     EXPECT_EQ(daemon.records().at(1).payload(), "/sys/user");
@@ -180,7 +186,7 @@ TEST_F(CompletionOfPaths, OffersNothingWhenTheDaemonRefuses) {
     EXPECT_THAT(complete("zanctl get /sys/user:"), IsEmpty());
 }
 
-TEST(CompletionOfLogs, OffersModulesAndWhatTheyCanBeSetTo) {
+TEST(CompletionOfLogs, OffersModulesAndSettings) {
     ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
     EXPECT_THAT(complete("zanctl log level "), IsEmpty());
     RawTable table(create_raw_table());

@@ -191,7 +191,7 @@ INSTANTIATE_TEST_SUITE_P(
                "step 7: no queue is left"}),
     [](const auto &param) { return std::string(param.param.name); });
 
-TEST(Demo, MissingProgramsAreNamed) {
+TEST(Demo, ReportsMissingPrograms) {
     const fs::path empty = "/tmp/empty-build";
     fs::create_directory(empty);
     const Ended ended = run_script("demo", empty, "");
@@ -200,7 +200,7 @@ TEST(Demo, MissingProgramsAreNamed) {
     EXPECT_EQ(ended.error, "demo: /tmp/empty-build/sim/zansim is missing: build it first\n");
 }
 
-TEST(Demo, WantsSurroundingsOfItsOwn) {
+TEST(Demo, RequiresASandbox) {
     unsetenv("ZAN_SANDBOX");
     const Ended ended = run_script("demo", ZAN_TEST_BUILD, "");
     EXPECT_EQ(ended.status, 2);
@@ -216,7 +216,7 @@ TEST(Shell, RunsCommandsFromStandardInput) {
                                             "first_module Upstairs | tail -n 1\n");
     EXPECT_EQ(ended.status, 0);
     EXPECT_THAT(ended.output, testing::MatchesRegex("root\nWi-Fi network: .* -> Upstairs\n"));
-    EXPECT_EQ(ended.error, "zanctl: /nowhere: no such node: /nowhere\n");
+    EXPECT_EQ(ended.error, "zanctl: /nowhere: no such node (-101)\n");
     EXPECT_THAT(left_in_tmp("zan"), IsEmpty());
     EXPECT_THAT(left_in_tmp(".msq"), IsEmpty());
 }

@@ -51,7 +51,7 @@ bool is_entry_of(const ManEntry &entry, const std::string &command) {
     return entry.tag == command || entry.tag.starts_with(command + " ");
 }
 
-// What the page tells of a command under its name.
+// What the page says about a command.
 std::string entry_text(const std::vector<ManEntry> &entries, const std::string &command) {
     for (const ManEntry &entry : entries)
         if (is_entry_of(entry, command))
@@ -59,7 +59,7 @@ std::string entry_text(const std::vector<ManEntry> &entries, const std::string &
     return "";
 }
 
-TEST(ManPageOfZanctl, HasAnEntryForEveryCommandAndForNothingElse) {
+TEST(ManPageOfZanctl, HasAnEntryForEveryCommandAndNoOther) {
     const std::string text = page("zanctl.1");
     const std::string synopsis = plain_man_text(man_section(text, "SYNOPSIS"));
     const std::vector<ManEntry> entries = man_entries(man_section(text, "COMMANDS"));

@@ -8,7 +8,7 @@ namespace zan::test {
 
 namespace {
 
-// The words behind a macro; quotes hold one together.
+// The words after a macro; quotation marks keep a word together.
 std::vector<std::string> arguments_of(const std::string &line) {
     std::vector<std::string> arguments;
     bool quoted = false;

@@ -6,7 +6,7 @@
 
 namespace zan::test {
 
-// What stands under a tag of a list.
+// The text under a tag of a list.
 struct ManEntry {
     std::string tag;
     std::string text; // the tag included

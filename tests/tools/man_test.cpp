@@ -61,7 +61,7 @@ std::vector<std::string> lines_that_begin(const std::string &text, const std::st
     return found;
 }
 
-// A function's declaration begins on a line of its own.
+// The declaration of a function begins on a new line.
 std::vector<std::string> declared_functions() {
     std::vector<std::string> names;
     for (const std::string &line : lines_that_begin(read_file(ZAN_TEST_HEADER), "ZAN_API "))
@@ -170,7 +170,7 @@ std::vector<std::string> fixed_parts(const std::string &format) {
     return parts;
 }
 
-// Whether the parts stand one behind the other, with the name of a value between two.
+// Whether the parts follow each other, with the name of a value between two.
 bool has_parts(const std::string &text, const std::vector<std::string> &parts) {
     constexpr std::size_t longest_name = 40;
     for (std::size_t at = text.find(parts[0]); at != std::string::npos;

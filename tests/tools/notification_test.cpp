@@ -27,19 +27,19 @@ TEST(Notification, DecodesEscapesOfBothCases) {
     EXPECT_EQ(decoded("%C3%BC"), "\xc3\xbc");
 }
 
-TEST(Notification, OneEscapeStandsForTheEmptyValue) {
+TEST(Notification, DecodesTheEmptyValue) {
     EXPECT_EQ(decoded("%00"), "");
     EXPECT_EQ(decoded("%00%00"), std::string(2, '\0'));
     EXPECT_EQ(decoded(""), "");
 }
 
-TEST(Notification, LeavesAloneWhatIsNotEncoded) {
+TEST(Notification, KeepsTextThatIsNotEncoded) {
     for (const std::string value :
          {"%", "a%", "a%2", "%%", "%-1", "%+1", "% 1", "%2g", "%g2", "%20%"})
         EXPECT_EQ(decoded(value), value);
 }
 
-TEST(Notification, AValueOfTheWholeFieldMayBeCut) {
+TEST(Notification, MarksAValueThatFillsItsField) {
     const std::string before(1020, 'v');
     EXPECT_FALSE(decode_change("m", "/a", before + "xy", "", 1, 0).cut);
     EXPECT_TRUE(decode_change("m", "/a", before + "xyz", "", 1, 0).cut);

@@ -16,9 +16,10 @@ inline constexpr int exit_done = 0;
 inline constexpr int exit_refused = 1;
 inline constexpr int exit_usage = 2;
 inline constexpr int exit_no_daemon = 3;
+inline constexpr int exit_no_answer = 4;
 
-// Every command, held against zanctl's own list by zanctl_usage_test; the second word
-// is that of a command in a group.
+// Every command; zanctl_usage_test compares the list with the help.  The second word is
+// that of a command in a group.
 struct CommandName {
     std::vector<std::string> words;
     bool needs_daemon = true;
@@ -58,12 +59,13 @@ inline const std::vector<CommandName> zanctl_commands = {
     {{"ifname"}},
     {{"firewall"}},
     {{"cwmp"}},
-    {{"fad", "upgrade"}},
-    {{"fad", "save"}},
-    {{"fad", "backup"}},
-    {{"fad", "reset"}},
-    {{"fad", "reboot"}},
-    {{"fad", "shell"}},
+    {{"help"}, false},
+    {{"action", "upgrade"}},
+    {{"action", "save"}},
+    {{"action", "backup"}},
+    {{"action", "reset"}},
+    {{"action", "reboot"}},
+    {{"action", "shell"}},
     {{"event", "encode"}, false},
     {{"event", "decode"}, false},
 };

@@ -36,14 +36,14 @@ TEST_F(ZanctlTest, GetPrintsSeveralValuesInOrder) {
     EXPECT_EQ(run({"get", "/1", "/2", "/3"}).output, "one\n\nthree words here\n");
 }
 
-TEST_F(ZanctlTest, GetGoesOnAfterARefusalAndReportsIt) {
+TEST_F(ZanctlTest, GetContinuesAfterARefusal) {
     daemon.once(class_cfg, 1, answer("one"));
     daemon.once(class_cfg, 1, negative(-7, "no such node: /2"));
     daemon.once(class_cfg, 1, answer("three"));
     const Ended ended = run({"get", "/1", "/2", "/3"});
     EXPECT_EQ(ended.status, exit_refused);
     EXPECT_EQ(ended.output, "one\nthree\n");
-    EXPECT_EQ(ended.error, "zanctl: /2: no such node: /2\n");
+    EXPECT_EQ(ended.error, "zanctl: /2: no such node (-7)\n");
 }
 
 TEST_F(ZanctlTest, GetPrintsAJsonObjectPerValue) {
@@ -57,7 +57,7 @@ TEST_F(ZanctlTest, GetPrintsAJsonObjectPerValue) {
               "b\"}\n");
 }
 
-TEST_F(ZanctlTest, OptionsMayStandBeforeTheCommand) {
+TEST_F(ZanctlTest, AcceptsOptionsBeforeTheCommand) {
     daemon.on(class_cfg, 1, answer("x"));
     EXPECT_EQ(run({"--json", "--timeout", "20", "get", "/1"}).output,
               "{\"path\":\"/1\",\"value\":\"x\"}\n");
@@ -92,7 +92,7 @@ TEST_F(ZanctlTest, SetTakesNumbersBracketsAndCommandNamesAsValues) {
     }
 }
 
-TEST_F(ZanctlTest, PercentSignsTravelAsTheyAre) {
+TEST_F(ZanctlTest, SendsPercentSignsUnchanged) {
     daemon.on(class_cfg, 1, answer("%s%n"));
     EXPECT_EQ(run({"get", "/100%/%s%n%d"}).output, "%s%n\n");
     EXPECT_EQ(only_request().payload(), "/100%/%s%n%d");
@@ -104,7 +104,7 @@ TEST_F(ZanctlTest, PercentSignsTravelAsTheyAre) {
     EXPECT_EQ(only_request().payload(), "0/%s %n%%");
 }
 
-TEST_F(ZanctlTest, LongValuesTravelWhole) {
+TEST_F(ZanctlTest, SendsLongValuesWhole) {
     ZAN_SKIP_WITHOUT_LONG_RECORDS();
     const std::string value(33000, 'v');
     EXPECT_EQ(run({"set", "/x", value}).status, exit_done);
@@ -127,14 +127,14 @@ TEST_F(ZanctlTest, CountPrintsAJsonNumber) {
               "{\"path\":\"/sys/user\",\"count\":12}\n");
 }
 
-TEST_F(ZanctlTest, CountOfSomethingElseThanANumberIsAnError) {
+TEST_F(ZanctlTest, CountRefusesAnAnswerThatIsNotANumber) {
     for (const std::string text : {"", "x", "12x", " 12", "99999999999999999999"}) {
         daemon.on(class_cfg, 1, answer(text));
         const Ended ended = run({"count", "/sys/user"});
         EXPECT_EQ(ended.status, exit_refused) << text;
         EXPECT_EQ(ended.output, "");
-        EXPECT_EQ(ended.error,
-                  "zanctl: /sys/user: answered \"" + text + "\", which is no number\n");
+        EXPECT_EQ(ended.error, "zanctl: /sys/user: the daemon answered \"" + text +
+                                   "\", which is not a number\n");
     }
 }
 
@@ -143,14 +143,14 @@ TEST_F(ZanctlTest, ArrayPrintsTheDaemonsText) {
     EXPECT_EQ(run({"array", "/sys/user"}).output, "1 a\n2 b\n");
     EXPECT_TRUE(same_record(only_request(), request(1, 23, "ZAN_CFG", "/sys/user")));
     EXPECT_EQ(run({"array", "--json", "/sys/user"}).output,
-              "{\"path\":\"/sys/user\",\"value\":\"1 a\\n2 b\"}\n");
+              "{\"path\":\"/sys/user\",\"text\":\"1 a\\n2 b\"}\n");
 }
 
-TEST_F(ZanctlTest, ArrayAddsNoLineOfItsOwn) {
+TEST_F(ZanctlTest, ArrayAddsNoEmptyLine) {
     daemon.on(class_cfg, 23, answer("1 a\n2 b\n"));
     EXPECT_EQ(run({"array", "/sys/user"}).output, "1 a\n2 b\n");
     EXPECT_EQ(run({"array", "--json", "/sys/user"}).output,
-              "{\"path\":\"/sys/user\",\"value\":\"1 a\\n2 b\\n\"}\n");
+              "{\"path\":\"/sys/user\",\"text\":\"1 a\\n2 b\\n\"}\n");
     daemon.on(class_cfg, 23, answer(""));
     EXPECT_EQ(run({"array", "/sys/user"}).output, "");
 }
@@ -163,10 +163,10 @@ TEST_F(ZanctlTest, DelSendsThePath) {
 }
 
 TEST_F(ZanctlTest, AddSendsThePath) {
-    EXPECT_EQ(run({"add", "/sys/user:3"}).output, "");
+    EXPECT_EQ(run({"add", "/sys/user:3"}).output, "3\n");
     EXPECT_TRUE(same_record(only_request(), request(1, 25, "ZAN_CFG", "/sys/user:3")));
     EXPECT_EQ(run({"add", "--json", "/sys/user:3"}).output,
-              "{\"path\":\"/sys/user:3\",\"added\":true}\n");
+              "{\"path\":\"/sys/user:3\",\"added\":true,\"number\":3}\n");
 }
 
 TEST_F(ZanctlTest, PidSendsTheModulesName) {
@@ -176,7 +176,7 @@ TEST_F(ZanctlTest, PidSendsTheModulesName) {
     EXPECT_EQ(run({"pid", "--json", "wifid"}).output, "{\"module\":\"wifid\",\"pid\":4711}\n");
 }
 
-TEST_F(ZanctlTest, EveryCommandReportsTheDaemonsNo) {
+TEST_F(ZanctlTest, EveryCommandPrintsARefusal) {
     for (const int cmd : {1, 2, 3, 23, 25, 34})
         daemon.on(class_cfg, cmd, negative(-12, "not today"));
     for (const std::string command : {"get", "count", "array", "del", "add", "pid", "set"}) {
@@ -187,21 +187,80 @@ TEST_F(ZanctlTest, EveryCommandReportsTheDaemonsNo) {
         const Ended ended = run(arguments);
         EXPECT_EQ(ended.status, exit_refused) << command;
         EXPECT_EQ(ended.output, "") << command;
-        EXPECT_EQ(ended.error, "zanctl: " + subject + ": not today\n") << command;
+        EXPECT_EQ(ended.error, "zanctl: " + subject + ": not today (-12)\n") << command;
     }
     expect_left_nothing();
 }
 
-TEST_F(ZanctlTest, ANoWithoutATextShowsTheResult) {
+TEST_F(ZanctlTest, ARefusalIsAnObjectWithJson) {
+    daemon.once(class_cfg, 1, answer("one"));
+    daemon.once(class_cfg, 1, negative(-101, "no such node: /2"));
+    daemon.once(class_cfg, 1, negative(-5));
+    const Ended ended = run({"get", "--json", "/1", "/2", "/3"});
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_EQ(ended.output, R"({"path":"/1","value":"one"})"
+                            "\n"
+                            R"({"path":"/2","refused":true,"code":-101,"text":"no such node"})"
+                            "\n"
+                            R"({"path":"/3","refused":true,"code":-5,"text":"refused"})"
+                            "\n");
+    EXPECT_EQ(ended.error, "");
+}
+
+TEST_F(ZanctlTest, ARefusedRegistrationIsAnObjectWithJson) {
+    daemon.on(class_registration, 0, negative(-5, "full"));
+    const Ended ended = run({"get", "--json", "--name", "zanctl-x", "/x"});
+    EXPECT_EQ(ended.status, exit_refused);
+    EXPECT_EQ(ended.output, R"({"path":"registration as zanctl-x","refused":true,"code":-5,)"
+                            R"("text":"refused"})"
+                            "\n");
+    EXPECT_EQ(ended.error, "");
+}
+
+TEST_F(ZanctlTest, ArrayIsStructuredWithJson) {
+    daemon.on(class_cfg, 23, answer("1 name=a%20b level=%00\n12 name=%25\n"));
+    EXPECT_EQ(run({"array", "--json", "/sys/user"}).output,
+              R"({"path":"/sys/user","instances":[{"number":1,"values":{"name":"a b","level":""}},)"
+              R"({"number":12,"values":{"name":"%"}}]})"
+              "\n");
+    daemon.on(class_cfg, 23, answer(""));
+    EXPECT_EQ(run({"array", "--json", "/sys/user"}).output,
+              "{\"path\":\"/sys/user\",\"instances\":[]}\n");
+}
+
+TEST_F(ZanctlTest, AddPrintsTheNumberOfTheNewInstance) {
+    daemon.once(class_cfg, 23, answer("1 name=a\n3 name=c\n"));
+    daemon.once(class_cfg, 23, answer("1 name=a\n2 name=\n3 name=c\n"));
+    const Ended ended = run({"add", "/sys/user"});
+    EXPECT_EQ(ended.status, exit_done);
+    EXPECT_EQ(ended.output, "2\n");
+    ASSERT_EQ(records.size(), 5U);
+    EXPECT_TRUE(same_record(records[2], request(1, 25, "ZAN_CFG", "/sys/user")));
+}
+
+TEST_F(ZanctlTest, AddSaysIfTheNumberIsUnknown) {
+    // Another module added one too; a daemon that lists instances in another form.
+    for (const auto &[before, after] : {std::pair("", "1 a=\n2 a=\n"), std::pair("x", "y")}) {
+        daemon.once(class_cfg, 23, answer(before));
+        daemon.once(class_cfg, 23, answer(after));
+        const Ended ended = run({"add", "/sys/user"});
+        EXPECT_EQ(ended.status, exit_done);
+        EXPECT_EQ(ended.output, "");
+        EXPECT_EQ(ended.error,
+                  "zanctl: /sys/user: added, but the daemon does not tell its number\n");
+    }
+}
+
+TEST_F(ZanctlTest, ARefusalWithoutTextShowsItsCode) {
     for (const int result : {-1, -2, -2003, -12}) {
         daemon.on(class_cfg, 1, negative(result));
         const Ended ended = run({"get", "/x"});
         EXPECT_EQ(ended.status, exit_refused);
-        EXPECT_EQ(ended.error, "zanctl: /x: refused with " + std::to_string(result) + "\n");
+        EXPECT_EQ(ended.error, "zanctl: /x: refused (" + std::to_string(result) + ")\n");
     }
 }
 
-TEST_F(ZanctlTest, RegistersUnderTheNameItIsGiven) {
+TEST_F(ZanctlTest, RegistersUnderTheGivenName) {
     EXPECT_EQ(run({"del", "--name", "wifid", "/x"}).status, exit_done);
     ASSERT_EQ(records.size(), 3U);
     for (const SizedRecord &sized : records)
@@ -210,12 +269,12 @@ TEST_F(ZanctlTest, RegistersUnderTheNameItIsGiven) {
     expect_left_nothing();
 }
 
-TEST_F(ZanctlTest, AnswersToOtherCommandsAreNotTaken) {
+TEST_F(ZanctlTest, IgnoresAnswersToOtherCommands) {
     daemon.on(class_cfg, 1, {{.payload = "wrong", .cmd = 2}, {.payload = "right"}});
     EXPECT_EQ(run({"get", "/x"}).output, "right\n");
 }
 
-// The queue of the first attempt exists already, so the library reports it and
+// The queue of the first attempt exists already, so the library prints an error and
 // tries again under another key.
 class NoisyLibrary : public ZanctlTest {
 protected:
@@ -233,15 +292,15 @@ protected:
     int queue = -1;
 };
 
-TEST_F(NoisyLibrary, LeavesThePlainOutputAlone) {
+TEST_F(NoisyLibrary, IsSilent) {
     const Ended ended = run({"get", "--name", "noisy", "/x"});
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.output, "value\n");
-    EXPECT_EQ(ended.error, noise);
+    EXPECT_EQ(ended.error, "");
 }
 
-TEST_F(NoisyLibrary, LeavesTheJsonOutputAlone) {
-    const Ended ended = run({"get", "--json", "--name", "noisy", "/x"});
+TEST_F(NoisyLibrary, PrintsDiagnosticsOnStandardErrorWithVerbose) {
+    const Ended ended = run({"get", "--json", "--verbose", "--name", "noisy", "/x"});
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.output, "{\"path\":\"/x\",\"value\":\"value\"}\n");
     EXPECT_EQ(ended.error, noise);

@@ -43,7 +43,7 @@ Ended encode(const std::string &kind, const std::vector<std::string> &members) {
     return run_zanctl(arguments);
 }
 
-TEST(ZanctlEvent, EncodesEveryKindWhateverTheOrder) {
+TEST(ZanctlEvent, EncodesEveryKindInAnyOrder) {
     for (const Message &message : messages) {
         std::vector<std::string> members = message.members;
         EXPECT_EQ(encode(message.kind, members).output, message.text + "\n");
@@ -55,12 +55,12 @@ TEST(ZanctlEvent, EncodesEveryKindWhateverTheOrder) {
     }
 }
 
-TEST(ZanctlEvent, LeavesOutWhatIsNotGiven) {
+TEST(ZanctlEvent, LeavesOutMissingMembers) {
     EXPECT_EQ(encode("wan", {}).output, "{}\n");
     EXPECT_EQ(encode("wan", {"DNS=1", "IP="}).output, "{\"IP\":\"\",\"DNS\":\"1\"}\n");
 }
 
-TEST(ZanctlEvent, TakesAnyTextForAValue) {
+TEST(ZanctlEvent, AcceptsAnyTextAsAValue) {
     EXPECT_EQ(encode("palumesh", {"Type=a=b", "Action=--json", "Value=[\"x\\\n]"}).output,
               "{\"Type\":\"a=b\",\"Action\":\"--json\",\"Value\":\"[\\\"x\\\\\\n]\"}\n");
     // Every byte takes six characters.
@@ -80,7 +80,7 @@ TEST(ZanctlEvent, DecodesEveryKind) {
     }
 }
 
-TEST(ZanctlEvent, PrintsOnlyTheMembersThatAreThere) {
+TEST(ZanctlEvent, PrintsOnlyThePresentMembers) {
     EXPECT_EQ(run_zanctl({"event", "decode", "wan", "{}"}).output, "");
     EXPECT_EQ(run_zanctl({"event", "decode", "wan", "[1]"}).output, "");
     EXPECT_EQ(run_zanctl({"event", "decode", "wan", R"({"dns":"","X":"x","IP":5})"}).output,
@@ -115,13 +115,12 @@ TEST(ZanctlEvent, DecodesStandardInput) {
     EXPECT_EQ(program.error(), "");
 }
 
-TEST(ZanctlEvent, SaysWhenATextIsNoJson) {
+TEST(ZanctlEvent, ReportsTextThatIsNotJson) {
     for (const std::string text : {"x", "", "{", "{\"IP\":}"}) {
         const Ended ended = run_zanctl({"event", "decode", "wan", text});
         EXPECT_EQ(ended.status, exit_refused) << text;
         EXPECT_EQ(ended.output, "");
-        EXPECT_EQ(ended.error, "decode_wan_event_msg:cJSON format error...\n"
-                               "zanctl: event decode: the text is not JSON\n");
+        EXPECT_EQ(ended.error, "zanctl: event decode: the text is not JSON\n");
     }
 }
 
@@ -137,9 +136,9 @@ TEST(ZanctlEvent, HelpListsTheKinds) {
     }
 }
 
-TEST(ZanctlEvent, ReportsMistakes) {
+TEST(ZanctlEvent, ReportsErrorsOfUsage) {
     const std::string kinds =
-        "there are easymesh, palumesh, wan, wifi_sniffer, ser2net, firewall, neighbor";
+        " (expected one of: easymesh, palumesh, wan, wifi_sniffer, ser2net, firewall, neighbor)";
     const struct {
         std::vector<std::string> arguments;
         std::string complaint;
@@ -147,12 +146,12 @@ TEST(ZanctlEvent, ReportsMistakes) {
         {{}, "A subcommand is required"},
         {{"encode"}, "KIND is required"},
         {{"decode"}, "KIND is required"},
-        {{"encode", "lan"}, "KIND: no kind \"lan\"; " + kinds},
-        {{"decode", "WAN"}, "KIND: no kind \"WAN\"; " + kinds},
-        {{"encode", "ser2net", "Action"}, "KEY=VALUE: \"Action\" has no \"=\""},
+        {{"encode", "lan"}, "KIND: unknown kind: lan" + kinds},
+        {{"decode", "WAN"}, "KIND: unknown kind: WAN" + kinds},
+        {{"encode", "ser2net", "Action"}, "KEY=VALUE: missing \"=\": Action"},
         {{"encode", "ser2net", "action=x"},
-         "KEY=VALUE: ser2net has no \"action\", but Action, CFGPath"},
-        {{"encode", "ser2net", "Action=x", "Action=y"}, "KEY=VALUE: \"Action\" is there twice"},
+         "KEY=VALUE: unknown key of ser2net: action (expected one of: Action, CFGPath)"},
+        {{"encode", "ser2net", "Action=x", "Action=y"}, "KEY=VALUE: duplicate key: Action"},
     };
     for (const auto &mistake : mistakes) {
         std::vector<std::string> arguments = {"event"};

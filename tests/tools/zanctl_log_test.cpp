@@ -69,7 +69,7 @@ TEST_F(ZanctlLog, NamesEveryLevelAndDestination) {
     EXPECT_EQ(run({"log", "list"}).output, "MODULE  LEVEL        DEST\n" + expected);
 }
 
-TEST_F(ZanctlLog, ListsWhateverIsInTheTable) {
+TEST_F(ZanctlLog, ListsUnusualEntries) {
     RawTable table(create_raw_table());
     table.set(0, {.name = std::string(32, 'n'), .level = 2147483647, .dest = 1});
     table.set(1, {.name = "a\033[2J\nb", .in_use = 255});
@@ -87,14 +87,14 @@ TEST_F(ZanctlLog, ListsNothingWithoutATable) {
     const Ended none = run({"log", "list"});
     EXPECT_EQ(none.status, exit_done);
     EXPECT_EQ(none.output, "MODULE  LEVEL  DEST\n");
-    EXPECT_EQ(none.error, "zanctl: no module has a log yet\n");
+    EXPECT_EQ(none.error, "zanctl: no module has registered for logging\n");
     // The modules do not take a table with this id, either.
     ASSERT_EQ(shmget(raw_table_key(), raw_table_size, IPC_CREAT | 0777), 0);
-    EXPECT_EQ(run({"log", "list"}).error, "zanctl: no module has a log yet\n");
+    EXPECT_EQ(run({"log", "list"}).error, "zanctl: no module has registered for logging\n");
     EXPECT_EQ(run({"log", "list", "--json"}).output, "");
 }
 
-TEST_F(ZanctlLog, ReportsATableThatIsNone) {
+TEST_F(ZanctlLog, ReportsATableOfTheWrongSize) {
     ASSERT_EQ(shmget(raw_table_key(), 100, IPC_CREAT | 0777), 0);
     const Ended ended = run({"log", "list"});
     EXPECT_EQ(ended.status, exit_refused);
@@ -104,7 +104,7 @@ TEST_F(ZanctlLog, ReportsATableThatIsNone) {
 
 // ---- level and dest
 
-TEST_F(ZanctlLog, SetsTheLevelInTheTreeAndAtOnce) {
+TEST_F(ZanctlLog, SetsTheLevelInTheTreeAndTheTable) {
     struct {
         std::string text;
         int level;
@@ -132,7 +132,7 @@ TEST_F(ZanctlLog, SetsTheLevelInTheTreeAndAtOnce) {
     EXPECT_EQ(run({"log", "level", "wlan", "4"}).output, "");
 }
 
-TEST_F(ZanctlLog, SetsTheDestinationInTheTreeAndAtOnce) {
+TEST_F(ZanctlLog, SetsTheDestinationInTheTreeAndTheTable) {
     struct {
         std::string text;
         std::uint8_t dest;
@@ -152,7 +152,7 @@ TEST_F(ZanctlLog, SetsTheDestinationInTheTreeAndAtOnce) {
     }
 }
 
-TEST_F(ZanctlLog, LeavesTheTableAloneWhenTheTreeRefuses) {
+TEST_F(ZanctlLog, KeepsTheTableWhenTheDaemonRefuses) {
     RawTable table(create_raw_table());
     table.set(0, {.name = "wlan", .level = 2, .dest = 3});
     daemon.on(class_cfg, cmd_set, negative(-5, "no such node"));
@@ -160,14 +160,14 @@ TEST_F(ZanctlLog, LeavesTheTableAloneWhenTheTreeRefuses) {
          {std::vector<std::string>{"log", "level", "wlan", "7"}, {"log", "dest", "wlan", "off"}}) {
         const Ended ended = run(command);
         EXPECT_EQ(ended.status, exit_refused);
-        EXPECT_EQ(ended.error, "zanctl: /sys/log/wlan/log" + command[1] + ": no such node\n");
+        EXPECT_EQ(ended.error, "zanctl: /sys/log/wlan/log" + command[1] + ": no such node (-5)\n");
     }
     EXPECT_EQ(table.bytes(0), entry_bytes({.name = "wlan", .level = 2, .dest = 3}));
 }
 
-TEST_F(ZanctlLog, SetsWhatAModuleWillHave) {
+TEST_F(ZanctlLog, SetsTheTreeForAModuleThatIsNotRegistered) {
     const std::string note =
-        "zanctl: wlan has not registered for logging: only the tree was changed\n";
+        "zanctl: wlan has not registered for logging: only the configuration was changed\n";
     const Ended without_table = run({"log", "level", "wlan", "7", "--json"});
     EXPECT_EQ(without_table.status, exit_done);
     EXPECT_EQ(without_table.error, note);
@@ -178,19 +178,20 @@ TEST_F(ZanctlLog, SetsWhatAModuleWillHave) {
     EXPECT_EQ(table.bytes(0), entry_bytes({.name = "wlan", .in_use = 0}));
 }
 
-TEST_F(ZanctlLog, SaysThatTheTreeCannotKeepLevel0) {
+TEST_F(ZanctlLog, WarnsThatTheTreeCannotKeepLevel0) {
     RawTable table(create_raw_table());
     table.set(0, {.name = "wlan", .level = 2});
     const Ended ended = run({"log", "level", "wlan", "emergency"});
     EXPECT_EQ(ended.status, exit_done);
     EXPECT_EQ(ended.error,
-              "zanctl: 0 in the tree is no setting: wlan has it until it starts again\n");
+              "zanctl: 0 in the configuration means \"not set\": wlan keeps the setting only until "
+              "it restarts\n");
     EXPECT_EQ(table.bytes(0), entry_bytes({.name = "wlan"}));
 }
 
 // ---- module, daemon and zanctl together
 
-TEST(LogOfAModule, IsWhatZanctlAndTheTreeSay) {
+TEST(LogOfAModule, FollowsZanctlAndTheTree) {
     ZAN_SKIP_WITHOUT_PRIVATE_SANDBOX();
     const LogOutputs outputs;
     Program zansim({ZAN_TEST_ZANSIM, ZAN_TEST_TREE});
@@ -235,7 +236,7 @@ protected:
     }
 };
 
-TEST_F(ZanctlLogTail, PrintsLinesAsTheyComeUntilInterrupted) {
+TEST_F(ZanctlLogTail, PrintsLinesAsTheyArriveUntilInterrupted) {
     for (const int signal : {SIGINT, SIGTERM}) {
         append("(3)[Error]12:04:59:wlan\tbefore \n");
         const auto program = start();
@@ -253,7 +254,7 @@ TEST_F(ZanctlLogTail, PrintsLinesAsTheyComeUntilInterrupted) {
     EXPECT_TRUE(daemon.records().empty());
 }
 
-TEST_F(ZanctlLogTail, BeginsWithTheLastLines) {
+TEST_F(ZanctlLogTail, StartsWithTheLastLines) {
     std::string last;
     for (int line = 0; line < 30000; ++line) {
         const std::string text = "line " + std::to_string(line) + "\n";
@@ -275,7 +276,7 @@ TEST_F(ZanctlLogTail, BeginsWithTheLastLines) {
     EXPECT_EQ(all->output().substr(0, 7), "line 0\n");
 }
 
-TEST_F(ZanctlLogTail, WaitsForAFileThatIsNotThereYet) {
+TEST_F(ZanctlLogTail, WaitsForAFileThatDoesNotExistYet) {
     const auto program = start({"--lines", "0"});
     EXPECT_EQ(program->error(), "zanctl: waiting for /var/log/wlan\n");
     append("first\n");
@@ -312,7 +313,7 @@ TEST_F(ZanctlLogTail, FollowsThroughATruncation) {
     EXPECT_EQ(program->output(), "old and rather long\nnew\nnewer\n");
 }
 
-TEST_F(ZanctlLogTail, ShowsWhatWouldWriteToTheTerminal) {
+TEST_F(ZanctlLogTail, EscapesControlCharacters) {
     append("(3)[Error]12:04:59:wlan\ta\033[2J\tb\\c \n");
     EXPECT_EQ(run({"log", "tail", "wlan", "--count", "1"}).output,
               "(3)[Error]12:04:59:wlan\ta\\x1B[2J\\x09b\\x5Cc \n");
@@ -321,7 +322,7 @@ TEST_F(ZanctlLogTail, ShowsWhatWouldWriteToTheTerminal) {
               "\n");
 }
 
-TEST_F(ZanctlLogTail, ReportsWhatCannotBeRead) {
+TEST_F(ZanctlLogTail, ReportsAFileThatCannotBeRead) {
     ASSERT_EQ(std::system("mkdir /var/log/wlan"), 0);
     const Ended ended = run({"log", "tail", "wlan"});
     EXPECT_EQ(ended.status, exit_refused);

@@ -51,7 +51,7 @@ TEST_F(ZanctlMessage, SendDoesNotWait) {
     expect_done({"send", "--json", "wlan", "a\"b"}, "{\"module\":\"wlan\",\"text\":\"a\\\"b\"}\n");
 }
 
-TEST_F(ZanctlMessage, SendWaitsForTheAcknowledgementWhenAsked) {
+TEST_F(ZanctlMessage, SendWaitsForTheAcknowledgementOnRequest) {
     daemon.on(class_message, cmd_send_with_ack, acknowledgement());
     expect_done({"send", "wlan", "scan now", "--ack"}, "");
     expect_sent(class_message, cmd_send_with_ack, "wlan", "scan now");
@@ -75,7 +75,7 @@ TEST_F(ZanctlMessage, ControlPadsTheCommandLine) {
     expect_done({"control", "--json", "ls"}, "{\"command_line\":\"ls\"}\n");
 }
 
-TEST_F(ZanctlMessage, TextHasAnyLengthUpToTheLongest) {
+TEST_F(ZanctlMessage, TextHasAnyLengthUpToTheMaximum) {
     daemon.on(class_message, cmd_send_with_ack, acknowledgement());
     for (const std::size_t length : {0U, 1U, 1023U, 1024U}) {
         const std::string text(length, 't');
@@ -86,25 +86,31 @@ TEST_F(ZanctlMessage, TextHasAnyLengthUpToTheLongest) {
     }
 }
 
-TEST_F(ZanctlMessage, RefusalIsShown) {
+TEST_F(ZanctlMessage, RefusalIsPrinted) {
     daemon.on(class_message, cmd_send_with_ack, acknowledgement(-8, "no such module"));
     daemon.on(class_broadcast, cmd_send_all, acknowledgement(-9, "not today"));
     Ended ended = run({"send", "--json", "--ack", "wlan", "x"});
     EXPECT_EQ(ended.status, exit_refused);
-    EXPECT_EQ(ended.output, "");
-    EXPECT_EQ(ended.error, "zanctl: wlan: no such module\n");
+    EXPECT_EQ(ended.output, R"({"path":"wlan","refused":true,"code":-8,"text":"no such module"})"
+                            "\n");
+    EXPECT_EQ(ended.error, "");
     ended = run({"broadcast", "--json", "x"});
     EXPECT_EQ(ended.status, exit_refused);
-    EXPECT_EQ(ended.output, "");
-    EXPECT_EQ(ended.error, "zanctl: broadcast: not today\n");
+    EXPECT_EQ(ended.output, R"({"path":"broadcast","refused":true,"code":-9,"text":"not today"})"
+                            "\n");
+    EXPECT_EQ(ended.error, "");
     expect_left_nothing();
 }
 
 TEST_F(ZanctlMessage, WithoutAcknowledgementEndsInTime) {
     daemon.on(class_message, cmd_send_with_ack, never());
     const Ended ended = run_until_expired({"send", "--ack", "--timeout", "600", "wlan", "x"}, 2);
-    EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error, HasSubstr("zanctl: no daemon: no answer within 600 seconds\n"));
+    EXPECT_EQ(ended.status, exit_no_answer);
+    EXPECT_THAT(
+        ended.error,
+        HasSubstr(
+            "zanctl: no answer from the daemon within 10 minutes (is it busy? --timeout SECONDS "
+            "waits longer)\n"));
     EXPECT_EQ(records.size(), 3U) << "registered, sent and unregistered";
 }
 
@@ -133,18 +139,24 @@ private:
 TEST_F(ZanctlWithFullQueue, SendEndsInTime) {
     start_blocked({"send", "--timeout", "600", "wlan", "x"});
     const Ended ended = expire(*program);
-    EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error,
-                testing::EndsWith("zanctl: no daemon: no answer within 600 seconds\n"));
+    EXPECT_EQ(ended.status, exit_no_answer);
+    EXPECT_THAT(
+        ended.error,
+        testing::EndsWith(
+            "zanctl: no answer from the daemon within 10 minutes (is it busy? --timeout SECONDS "
+            "waits longer)\n"));
     expect_left_nothing();
 }
 
 TEST_F(ZanctlWithFullQueue, ControlEndsInTime) {
     start_blocked({"control", "--timeout", "600", "ls"});
     const Ended ended = expire(*program);
-    EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_THAT(ended.error,
-                testing::EndsWith("zanctl: no daemon: no answer within 600 seconds\n"));
+    EXPECT_EQ(ended.status, exit_no_answer);
+    EXPECT_THAT(
+        ended.error,
+        testing::EndsWith(
+            "zanctl: no answer from the daemon within 10 minutes (is it busy? --timeout SECONDS "
+            "waits longer)\n"));
     expect_left_nothing();
 }
 
@@ -223,7 +235,7 @@ TEST_F(ZanctlToZanctl, ListenPrintsChangesAndEventsToo) {
     EXPECT_EQ(zanctl({"get", "/zansim/subscriptions"}), "0\n");
 }
 
-TEST_F(ZanctlToZanctl, ListenEndsAtASignalAndIsKnownByItsNameUntilThen) {
+TEST_F(ZanctlToZanctl, ListenIsRegisteredByItsNameUntilASignal) {
     const auto listener = listen({"wlan"});
     EXPECT_EQ(zanctl({"pid", "wlan"}), std::to_string(listener->pid()) + "\n");
     listener->signal(SIGINT);
@@ -236,11 +248,11 @@ TEST_F(ZanctlToZanctl, AnUnknownModuleIsReportedOnlyWithAcknowledgement) {
     const Ended ended = run_zanctl({"send", "--ack", "nobody", "x"});
     EXPECT_EQ(ended.status, exit_refused);
     EXPECT_EQ(ended.output, "");
-    EXPECT_EQ(ended.error, "zanctl: nobody: unknown module: nobody\n");
+    EXPECT_EQ(ended.error, "zanctl: nobody: unknown module (-108)\n");
     EXPECT_EQ(zanctl({"send", "nobody", "x"}), "");
 }
 
-TEST_F(ZanctlToZanctl, WatchPassesMessagesOver) {
+TEST_F(ZanctlToZanctl, WatchIgnoresMessages) {
     const auto watcher = watch({"--name", "wlan", "--count", "1", "/sys/hostname"});
     zanctl({"send", "--ack", "wlan", "x"});
     zanctl({"set", "/sys/hostname", "attic"});
@@ -248,7 +260,7 @@ TEST_F(ZanctlToZanctl, WatchPassesMessagesOver) {
     EXPECT_EQ(watcher->output(), "changed /sys/hostname attic\n");
 }
 
-TEST_F(ZanctlToZanctl, CommandLinesAreKeptAndNotExecuted) {
+TEST_F(ZanctlToZanctl, CommandLinesAreRecordedAndNotExecuted) {
     const std::string line = "touch /tmp/zan_executed";
     zanctl({"control", line});
     EXPECT_EQ(zanctl({"get", "/zansim/last_command_line"}), line + "\n");

@@ -25,7 +25,7 @@ protected:
     }
 };
 
-TEST_F(ZanctlNetwork, RouteGetPrintsTheWayToAnAddress) {
+TEST_F(ZanctlNetwork, RouteGetPrintsTheRouteToAnAddress) {
     ip("route add 10.0.0.0/8 via 192.168.1.254 dev lan0\n");
     expect({"route", "get", "10.1.2.3"}, exit_done,
            "10.1.2.3 via 192.168.1.254 dev lan0 src 192.168.1.1\n");
@@ -58,7 +58,7 @@ TEST_F(ZanctlNetwork, IfaddrPrintsAddresses) {
            "zanctl: missing: no address\nzanctl: far_wan0: no address\n");
 }
 
-TEST_F(ZanctlNetwork, IfaddrPrintsThoseOfAllInterfaces) {
+TEST_F(ZanctlNetwork, IfaddrPrintsAllInterfaces) {
     const Ended ended = run_zanctl({"ifaddr"});
     EXPECT_EQ(ended.status, exit_done);
     std::vector<std::string> lines;
@@ -69,7 +69,7 @@ TEST_F(ZanctlNetwork, IfaddrPrintsThoseOfAllInterfaces) {
         lines, testing::UnorderedElementsAre("lo 127.0.0.1", "wan0 192.0.2.1", "lan0 192.168.1.1"));
 }
 
-TEST_F(ZanctlNetwork, MacPortDoesNotFindWhatABridgeHasNotLearnt) {
+TEST_F(ZanctlNetwork, MacPortReportsAnUnknownAddress) {
     ip("link add br0 type bridge\n");
     for (const std::string bridge : {"br0", "lo", "missing"})
         expect({"mac-port", bridge, "00:1a:2b:3c:4d:5e"}, exit_not_found, "",
@@ -90,7 +90,7 @@ TEST_F(ZanctlNetwork, MacPortPrintsThePort) {
            R"({"bridge":"br0","mac":")" + mac + "\",\"port\":\"lan0\"}\n");
 }
 
-TEST(ZanctlNetworkUsage, MistakesAreReported) {
+TEST(ZanctlNetworkUsage, ErrorsAreReported) {
     struct {
         std::vector<std::string> arguments;
         std::string error;
@@ -102,12 +102,10 @@ TEST(ZanctlNetworkUsage, MistakesAreReported) {
         {{"route", "get", "010.1.1.1"}, "ADDRESS: not an address: 010.1.1.1"},
         {{"route", "get", "1.2.3.4 "}, "ADDRESS: not an address: 1.2.3.4 "},
         {{"route", "get", "::g"}, "ADDRESS: not an address: ::g"},
-        {{"ifaddr", "sixteen_letters_"},
-         "INTERFACE: the name of an interface has 1 to 15 characters"},
+        {{"ifaddr", "sixteen_letters_"}, "INTERFACE: an interface name has 1 to 15 characters"},
         {{"mac-port", "br0"}, "MAC is required"},
         {{"mac-port", "br0", "00-1a"}, "MAC: not a MAC address: 00-1a"},
-        {{"mac-port", "", "00:1a:2b:3c:4d:5e"},
-         "BRIDGE: the name of an interface has 1 to 15 characters"},
+        {{"mac-port", "", "00:1a:2b:3c:4d:5e"}, "BRIDGE: an interface name has 1 to 15 characters"},
     };
     for (const auto &[arguments, error] : mistakes) {
         const Ended ended = run_zanctl(arguments);

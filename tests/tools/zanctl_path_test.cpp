@@ -43,7 +43,7 @@ TEST(ZanctlPath, MatchComparesTwoPaths) {
                       "{\"path\":\"/A\",\"other\":\"/B\",\"match\":false}\n"}});
 }
 
-TEST(ZanctlPath, PartLooksForABeginning) {
+TEST(ZanctlPath, PartComparesTheBeginning) {
     expect("part", {{{"/A/B", "/A/B/C"}, exit_done, match},
                     {{"/A/B/C", "/A/B"}, exit_no_match, no_match},
                     {{"--reverse", "/A/B/C", "/A/B"}, exit_done, match},
@@ -78,11 +78,15 @@ TEST(ZanctlPath, ExtractPrintsElements) {
     expect("extract", {{{longest, "0"}, exit_done, longest.substr(1) + "\n"}});
 }
 
-TEST(ZanctlPath, ExtractReportsARangeThatIsNotThere) {
+TEST(ZanctlPath, ExtractReportsAMissingRange) {
     const int largest = 2147483647;
     expect("extract",
            {{{"/A/B", "2"}, exit_no_match, "", "zanctl: /A/B: no elements 2 to 3\n"},
-            {{"--json", "/A/B", "1", "0"}, exit_no_match, "", "zanctl: /A/B: no elements 1 to 0\n"},
+            {{"/A/B", "1", "0"}, exit_no_match, "", "zanctl: /A/B: no elements 1 to 0\n"},
+            {{"--json", "/A/B", "1", "0"},
+             exit_no_match,
+             R"({"path":"/A/B","refused":true,"code":null,"text":"no elements 1 to 0"})"
+             "\n"},
             {{"", "-1"}, exit_no_match, "", "zanctl: : no elements -1 to 0\n"},
             {{"/A", std::to_string(largest)},
              exit_no_match,
@@ -90,7 +94,7 @@ TEST(ZanctlPath, ExtractReportsARangeThatIsNotThere) {
              "zanctl: /A: no elements 2147483647 to 2147483647\n"}});
 }
 
-TEST(ZanctlPath, LongPathsAndWordsForNumbersAreMistakes) {
+TEST(ZanctlPath, RefusesLongPathsAndInvalidNumbers) {
     const std::string more = "\nRun with --help for more information.\n";
     const std::string longer(1024, 'n');
     expect("match", {{{"/A"}, exit_usage, "", "zanctl: OTHER is required" + more},

@@ -74,11 +74,11 @@ protected:
     Terminal terminal;
 };
 
-TEST_F(ZanctlAtATerminal, AsksToConfirmWhatChangesTheDevice) {
+TEST_F(ZanctlAtATerminal, RequiresYesForChangesOfTheDevice) {
     const std::vector<std::vector<std::string>> commands = {
-        {"reset", "/a"},   {"apply", "--firewall"},  {"fad", "upgrade", "firmware", "f"},
-        {"fad", "reset"},  {"fad", "shell", "true"}, {"firewall", "-f", "up"},
-        {"control", "ls"}, {"cwmp", "1", "a"},
+        {"apply", "--firewall"},     {"action", "upgrade", "firmware", "f"},
+        {"action", "shell", "true"}, {"firewall", "-f", "up"},
+        {"control", "ls"},           {"cwmp", "1", "a"},
     };
     for (std::vector<std::string> words : commands) {
         SCOPED_TRACE(words.front() + " " + words.back());
@@ -91,19 +91,34 @@ TEST_F(ZanctlAtATerminal, AsksToConfirmWhatChangesTheDevice) {
         EXPECT_EQ(run_at_terminal(words).status, exit_done);
         EXPECT_EQ(records.size(), 3U);
     }
-    EXPECT_EQ(run_at_terminal({"fad", "reboot"}).status, exit_usage);
-    EXPECT_TRUE(records.empty());
 }
 
-TEST_F(ZanctlAtATerminal, DoesTheRestWithoutAsking) {
+// Without a terminal too.
+TEST_F(ZanctlAtATerminal, RequiresYesForDestructiveCommandsInScriptsToo) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"reset", "/a"}, {"action", "reset"}, {"action", "reboot"}, {"fad", "reboot"}};
+    for (const std::vector<std::string> &words : commands) {
+        SCOPED_TRACE(words.front() + " " + words.back());
+        for (const Ended &refused : {run_at_terminal(words), run(words)}) {
+            EXPECT_EQ(refused.status, exit_usage);
+            EXPECT_EQ(refused.error,
+                      "zanctl: --yes: required to confirm: this resets or restarts the device\n"
+                      "Run with --help for more information.\n");
+            EXPECT_TRUE(records.empty());
+        }
+    }
+    EXPECT_EQ(run_at_terminal({"reset", "/a", "--yes"}).status, exit_done);
+}
+
+TEST_F(ZanctlAtATerminal, RequiresYesForNothingElse) {
     for (const std::vector<std::string> &words : std::vector<std::vector<std::string>>{
-             {"fad", "save"}, {"fad", "backup"}, {"dump", "f"}, {"attr", "set", "/a", "b"}})
+             {"action", "save"}, {"action", "backup"}, {"dump", "f"}, {"attr", "set", "/a", "b"}})
         EXPECT_EQ(run_at_terminal(words).status, exit_done) << words.front();
     // Help is not an action.
-    EXPECT_EQ(run_at_terminal({"fad", "reboot", "--help"}).status, exit_done);
+    EXPECT_EQ(run_at_terminal({"action", "reboot", "--help"}).status, exit_done);
 }
 
-TEST_F(ZanctlAtATerminal, PromptsForALoginAndHidesIt) {
+TEST_F(ZanctlAtATerminal, PromptsForALoginWithoutEcho) {
     daemon.on(class_cfg, 19, answer("1"));
     Program program(at_terminal({"login", "web", "-", "x", "-"}), {.host = true});
     ASSERT_TRUE(program.read_error_until("item 2: "));
@@ -120,7 +135,7 @@ TEST_F(ZanctlAtATerminal, PromptsForALoginAndHidesIt) {
     EXPECT_EQ(terminal.shown().find("secret"), std::string::npos);
 }
 
-TEST_F(ZanctlAtATerminal, ShowsAgainWhatIsTypedAfterAnInterruption) {
+TEST_F(ZanctlAtATerminal, RestoresTheEchoAfterAnInterruption) {
     Program program(at_terminal({"login", "web", "-", "x", "y"}), {.host = true});
     ASSERT_TRUE(program.read_error_until("item 2: "));
     EXPECT_TRUE(eventually([&] { return !terminal.echoes(); }));
@@ -128,6 +143,37 @@ TEST_F(ZanctlAtATerminal, ShowsAgainWhatIsTypedAfterAnInterruption) {
     EXPECT_EQ(finish(program).status, 128 + SIGINT);
     EXPECT_TRUE(terminal.echoes());
     expect_left_nothing();
+}
+
+// ---- what a person sees
+
+class ZanctlOnATerminal : public ZanctlAtATerminal {
+protected:
+    // With standard output and error on the terminal; returns what it shows.
+    std::string show(const std::vector<std::string> &arguments, const std::string &setting = "") {
+        Program program(script("export TERM=xterm; unset NO_COLOR; " + setting + " exec \"$@\" >" +
+                                   terminal.path() + " 2>&1",
+                               arguments),
+                        {.host = true});
+        finish(program);
+        return terminal.shown();
+    }
+};
+
+TEST_F(ZanctlOnATerminal, ColorsErrors) {
+    daemon.on(class_cfg, 1, negative(-101, "no such node: /x"));
+    EXPECT_EQ(show({"get", "/x"}), "\x1b[1;31mzanctl:\x1b[0m /x: no such node (-101)\r\n");
+    EXPECT_EQ(show({"get", "/x"}, "export NO_COLOR=1;"), "zanctl: /x: no such node (-101)\r\n");
+    EXPECT_EQ(show({"get", "/x"}, "export TERM=dumb;"), "zanctl: /x: no such node (-101)\r\n");
+}
+
+TEST_F(ZanctlOnATerminal, ShowsHowLongAnActionTakes) {
+    daemon.on(class_action, 6, answer(""));
+    const std::string shown = show({"action", "backup"});
+    EXPECT_THAT(shown, testing::StartsWith(
+                           "\rzanctl: action backup: waiting for the daemon, up to 10 minutes (0 "
+                           "s)"));
+    EXPECT_THAT(shown, testing::EndsWith(" s)\r\n"));
 }
 
 } // namespace

@@ -9,153 +9,154 @@ namespace {
 
 using testing::HasSubstr;
 
-struct Mistake {
+struct UsageError {
     const char *name;
     std::vector<std::string> arguments;
-    std::string complaint;
+    std::string error;
 
-    friend void PrintTo(const Mistake &mistake, std::ostream *out) { *out << mistake.name; }
+    friend void PrintTo(const UsageError &error, std::ostream *out) { *out << error.name; }
 };
 
-class Usage : public testing::TestWithParam<Mistake> {};
+class Usage : public testing::TestWithParam<UsageError> {};
 
-// Without a daemon: a mistake is found before one is looked for.
-TEST_P(Usage, MistakeIsReported) {
+// There is no daemon: usage is checked first.
+TEST_P(Usage, ErrorIsReported) {
     const Ended ended = run_zanctl(GetParam().arguments);
     EXPECT_EQ(ended.status, exit_usage);
     EXPECT_EQ(ended.output, "");
     EXPECT_EQ(ended.error,
-              "zanctl: " + GetParam().complaint + "\nRun with --help for more information.\n");
+              "zanctl: " + GetParam().error + "\nRun with --help for more information.\n");
 }
 
 const std::string all_commands =
-    "there are get, set, count, array, add, del, watch, attr, dump, print, reset, apply, pid, "
-    "send, broadcast, listen, control, login, convert, ifname, firewall, cwmp, fad, path, route, "
-    "ifaddr, mac-port, log, event";
+    " (expected one of: get, set, count, array, add, del, watch, attr, dump, print, reset, apply, "
+    "pid, send, broadcast, listen, control, login, convert, ifname, firewall, cwmp, action, path, "
+    "route, ifaddr, mac-port, log, event, help)";
 const std::string path_length = "PATH: a path has 1 to 1023 characters";
-const std::string path_characters = "PATH: a path has no blanks or control characters";
+const std::string path_characters = "PATH: a path has no spaces or control characters";
 const std::string text_length = "TEXT: a message has at most 1024 characters";
 const std::string line_length = "CMDLINE: a command line has 1 to 1024 characters";
-const std::string item_count = "ITEM: a login has 4 or 5 of them";
+const std::string item_count = "ITEM: a login has 4 or 5 items";
 const std::string firewall_forms =
     "firewall: the options are -f [-p] [-a], -f -k, -C, or -b -p -i -m";
 const std::string name_length = "--name: a module name has 1 to 31 characters";
 const std::string name_characters =
-    "--name: a module name has no blanks, control characters or slashes";
+    "--name: a module name has no spaces, control characters or slashes";
 
 INSTANTIATE_TEST_SUITE_P(
     Zanctl, Usage,
     testing::Values(
-        Mistake{"NoCommand", {}, "A subcommand is required"},
-        Mistake{"UnknownCommand", {"frob"}, "no command \"frob\"; " + all_commands},
-        Mistake{"UnknownCommandWithWords",
-                {"frob", "--json", "/x"},
-                "no command \"frob\"; " + all_commands},
-        Mistake{"UnknownCommandOfAGroup",
-                {"fad", "rebot", "--yes"},
-                "no command \"rebot\" in \"fad\"; there are upgrade, save, backup, reset, "
-                "reboot, shell"},
-        Mistake{
-            "UnknownOptionAlone", {"--frob"}, "The following argument was not expected: --frob"},
-        Mistake{"UnknownOptionOfAGroup",
-                {"fad", "--frob", "1"},
-                "The following argument was not expected: --frob"},
-        Mistake{"NoPath", {"get"}, "PATH is required"},
-        Mistake{"NoValue", {"set", "/x"}, "VALUE is required"},
-        Mistake{"NoModule", {"pid"}, "MODULE is required"},
-        Mistake{"NothingToWatch", {"watch"}, "PATH or --event is required"},
-        Mistake{"EmptyPath", {"get", ""}, path_length},
-        Mistake{"LongPath", {"get", std::string(1024, '/')}, path_length},
-        Mistake{"BlankInPath", {"get", "/a b"}, path_characters},
-        Mistake{"BlankInPathToSet", {"set", "/a b", "c"}, path_characters},
-        Mistake{"LineEndInPath", {"watch", "/a\n"}, path_characters},
-        Mistake{"LongValue",
-                {"set", "/x", std::string(33975, 'v')},
-                "VALUE: a value has at most 33974 characters"},
-        Mistake{"EmptyName", {"get", "--name", "", "/x"}, name_length},
-        Mistake{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
-        Mistake{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
-        Mistake{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
-        Mistake{"NoText", {"send", "wlan"}, "TEXT is required"},
-        Mistake{"NoTextForAll", {"broadcast"}, "TEXT is required"},
-        Mistake{"NoCommandLine", {"control"}, "CMDLINE is required"},
-        Mistake{"LongText", {"send", "wlan", std::string(1025, 't')}, text_length},
-        Mistake{"LongTextForAll", {"broadcast", std::string(1025, 't')}, text_length},
-        Mistake{"LongCommandLine", {"control", std::string(1025, 't')}, line_length},
-        Mistake{"EmptyCommandLine", {"control", ""}, line_length},
-        Mistake{"LongReceiver",
-                {"send", std::string(32, 'n'), "x"},
-                "MODULE: a module name has 1 to 31 characters"},
-        Mistake{"SlashInModule",
-                {"pid", "a/b"},
-                "MODULE: a module name has no blanks, control characters or slashes"},
-        Mistake{"LongListener",
-                {"listen", std::string(32, 'n')},
-                "NAME: a module name has 1 to 31 characters"},
-        Mistake{"BlankInPathToListenFor",
-                {"listen", "--watch", "/a b"},
-                "--watch: a path has no blanks or control characters"},
-        Mistake{"UnconfirmedByAgent", {"send", "--agent", "wlan", "x"}, "--agent requires --ack"},
-        Mistake{"WhereNoAgentGoes",
-                {"set", "--agent", "/x", "y"},
-                "The following argument was not expected: --agent"},
-        Mistake{"UnknownLevel",
-                {"log", "level", "wlan", "8"},
-                "LEVEL: a level is 0 to 7, or one of: emergency, alert, critical, "
-                "error, warning, notice, info, verbose"},
-        Mistake{"UnknownDest",
-                {"log", "dest", "wlan", "printer"},
-                "DEST: a destination is 1 to 5, or one of: console, terminals, "
-                "syslog, all, file, off"},
-        Mistake{"SlashInLog",
-                {"log", "tail", "../wlan"},
-                "MODULE: a module name has no blanks, control characters or slashes"},
-        Mistake{"NoCommandOfAGroup", {"fad"}, "A subcommand is required"},
-        Mistake{"NoAttributes", {"attr", "set", "/x"}, "TEXT is required"},
-        Mistake{"LongAttributes",
-                {"attr", "set", "/x", std::string(1020, 't')},
-                "TEXT: path and text have at most 1022 characters together"},
-        Mistake{"LongTextToPrint",
-                {"print", "/x", std::string(1021, 't')},
-                "TEXT: path and text have at most 1023 characters together"},
-        Mistake{"LongFile", {"dump", std::string(1024, 'f')}, "FILE: it has 1 to 1023 characters"},
-        Mistake{"FewItems", {"login", "a", "b", "c"}, item_count},
-        Mistake{"ManyItems", {"login", "a", "b", "c", "d", "e", "f"}, item_count},
-        Mistake{"LineEndInItem", {"login", "a", "b\n", "c", "d"}, "ITEM: an item has no line end"},
-        Mistake{"UnknownKind", {"convert", "10", "/x"}, "KIND: Value 10 not in range 0 to 9"},
-        Mistake{"LongPathToConvert",
-                {"convert", "1", std::string(1023, '/')},
-                "PATH: a path to convert has 1 to 1022 characters"},
-        Mistake{"NothingForTheFirewall", {"firewall"}, firewall_forms},
-        Mistake{
+        UsageError{"NoCommand", {}, "A subcommand is required"},
+        UsageError{"UnknownCommand", {"frob"}, "unknown command: frob" + all_commands},
+        UsageError{"UnknownCommandWithWords",
+                   {"frob", "--json", "/x"},
+                   "unknown command: frob" + all_commands},
+        UsageError{"UnknownCommandOfAGroup",
+                   {"action", "rebot", "--yes"},
+                   "unknown command: action rebot (expected one of: upgrade, save, backup, reset, "
+                   "reboot, shell)"},
+        UsageError{"UnknownOptionAlone", {"--frob"}, "unknown option: --frob"},
+        UsageError{"UnknownOptionOfAGroup", {"action", "--frob", "1"}, "unknown option: --frob"},
+        UsageError{"NoPath", {"get"}, "PATH is required"},
+        UsageError{"NoValue", {"set", "/x"}, "VALUE is required"},
+        UsageError{"NoModule", {"pid"}, "MODULE is required"},
+        UsageError{"NothingToWatch", {"watch"}, "PATH or --event is required"},
+        UsageError{"EmptyPath", {"get", ""}, path_length},
+        UsageError{"LongPath", {"get", std::string(1024, '/')}, path_length},
+        UsageError{"BlankInPath", {"get", "/a b"}, path_characters},
+        UsageError{"BlankInPathToSet", {"set", "/a b", "c"}, path_characters},
+        UsageError{"LineEndInPath", {"watch", "/a\n"}, path_characters},
+        UsageError{"LongValue",
+                   {"set", "/x", std::string(33975, 'v')},
+                   "VALUE: a value has at most 33974 characters"},
+        UsageError{"EmptyName", {"get", "--name", "", "/x"}, name_length},
+        UsageError{"LongName", {"get", "--name", std::string(32, 'n'), "/x"}, name_length},
+        UsageError{"SlashInName", {"get", "--name", "a/b", "/x"}, name_characters},
+        UsageError{"BlankInName", {"get", "--name", "a b", "/x"}, name_characters},
+        UsageError{"NoText", {"send", "wlan"}, "TEXT is required"},
+        UsageError{"NoTextForAll", {"broadcast"}, "TEXT is required"},
+        UsageError{"NoCommandLine", {"control"}, "CMDLINE is required"},
+        UsageError{"LongText", {"send", "wlan", std::string(1025, 't')}, text_length},
+        UsageError{"LongTextForAll", {"broadcast", std::string(1025, 't')}, text_length},
+        UsageError{"LongCommandLine", {"control", std::string(1025, 't')}, line_length},
+        UsageError{"EmptyCommandLine", {"control", ""}, line_length},
+        UsageError{"LongReceiver",
+                   {"send", std::string(32, 'n'), "x"},
+                   "MODULE: a module name has 1 to 31 characters"},
+        UsageError{"SlashInModule",
+                   {"pid", "a/b"},
+                   "MODULE: a module name has no spaces, control characters or slashes"},
+        UsageError{"LongListener",
+                   {"listen", std::string(32, 'n')},
+                   "NAME: a module name has 1 to 31 characters"},
+        UsageError{"BlankInPathToListenFor",
+                   {"listen", "--watch", "/a b"},
+                   "--watch: a path has no spaces or control characters"},
+        UsageError{
+            "UnconfirmedByAgent", {"send", "--agent", "wlan", "x"}, "--agent requires --ack"},
+        UsageError{"WhereNoAgentGoes",
+                   {"set", "--agent", "/x", "y"},
+                   "The following argument was not expected: --agent"},
+        UsageError{"UnknownLevel",
+                   {"log", "level", "wlan", "8"},
+                   "LEVEL: a level is 0 to 7, or one of: emergency, alert, critical, "
+                   "error, warning, notice, info, verbose"},
+        UsageError{"UnknownDest",
+                   {"log", "dest", "wlan", "printer"},
+                   "DEST: a destination is 1 to 5, or one of: console, terminals, "
+                   "syslog, all, file, off"},
+        UsageError{"SlashInLog",
+                   {"log", "tail", "../wlan"},
+                   "MODULE: a module name has no spaces, control characters or slashes"},
+        UsageError{"NoCommandOfAGroup", {"fad"}, "A subcommand is required"},
+        UsageError{"NoAttributes", {"attr", "set", "/x"}, "TEXT is required"},
+        UsageError{"LongAttributes",
+                   {"attr", "set", "/x", std::string(1020, 't')},
+                   "TEXT: path and text have at most 1022 characters together"},
+        UsageError{"LongTextToPrint",
+                   {"print", "/x", std::string(1021, 't')},
+                   "TEXT: path and text have at most 1023 characters together"},
+        UsageError{"LongFile",
+                   {"dump", std::string(1024, 'f')},
+                   "FILE: a file name has 1 to 1023 characters"},
+        UsageError{"FewItems", {"login", "a", "b", "c"}, item_count},
+        UsageError{"ManyItems", {"login", "a", "b", "c", "d", "e", "f"}, item_count},
+        UsageError{
+            "LineEndInItem", {"login", "a", "b\n", "c", "d"}, "ITEM: an item has no newline"},
+        UsageError{"UnknownKind", {"convert", "10", "/x"}, "KIND: Value 10 not in range 0 to 9"},
+        UsageError{"LongPathToConvert",
+                   {"convert", "1", std::string(1023, '/')},
+                   "PATH: a path to convert has 1 to 1022 characters"},
+        UsageError{"NothingForTheFirewall", {"firewall"}, firewall_forms},
+        UsageError{
             "MixedFirewallForms", {"firewall", "-f", "a", "-k", "b", "-p", "c"}, firewall_forms},
-        Mistake{"RuleWithOption", {"firewall", "-C", "a", "-f", "b"}, firewall_forms},
-        Mistake{"BridgeWithout", {"firewall", "-b", "-p", "a"}, firewall_forms},
-        Mistake{"BridgeWithOther",
-                {"firewall", "-b", "-p", "a", "-i", "b", "-m", "1", "-f", "c"},
-                firewall_forms},
-        Mistake{"LongFirewallLine",
-                {"firewall", "-f", std::string(1008, 'f')},
-                "firewall: the line would have more than 1024 characters"},
-        Mistake{"UnknownUpgrade",
-                {"fad", "upgrade", "rom", "/x"},
-                "WHAT: rom not in {firmware,config}"},
-        Mistake{"NoFileToUpgradeFrom", {"fad", "upgrade", "config"}, "FILE is required"},
-        Mistake{"LongShellCommand",
-                {"fad", "shell", std::string(512, 'c')},
-                "COMMAND: it has 1 to 511 characters"},
-        Mistake{"NegativeParameter",
-                {"fad", "save", "--param", "-1"},
-                "--param: Value -1 not in range 0 to 2147483647"},
-        Mistake{"NoTimeout",
-                {"get", "--timeout", "0", "/x"},
-                "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
-        Mistake{"WordAsTimeout",
-                {"get", "--timeout", "soon", "/x"},
-                "--timeout: Value soon not in range 0.010000 to 86400.000000"}),
+        UsageError{"RuleWithOption", {"firewall", "-C", "a", "-f", "b"}, firewall_forms},
+        UsageError{"BridgeWithout", {"firewall", "-b", "-p", "a"}, firewall_forms},
+        UsageError{"BridgeWithOther",
+                   {"firewall", "-b", "-p", "a", "-i", "b", "-m", "1", "-f", "c"},
+                   firewall_forms},
+        UsageError{"LongFirewallLine",
+                   {"firewall", "-f", std::string(1008, 'f')},
+                   "firewall: the line would have more than 1024 characters"},
+        UsageError{"UnknownUpgrade",
+                   {"action", "upgrade", "rom", "/x"},
+                   "WHAT: rom not in {firmware,config}"},
+        UsageError{"NoFileToUpgradeFrom", {"action", "upgrade", "config"}, "FILE is required"},
+        UsageError{"LongShellCommand",
+                   {"action", "shell", std::string(512, 'c')},
+                   "COMMAND: a command has 1 to 511 characters"},
+        UsageError{"NegativeParameter",
+                   {"action", "save", "--param", "-1"},
+                   "--param: Value -1 not in range 0 to 2147483647"},
+        UsageError{"NoTimeout",
+                   {"get", "--timeout", "0", "/x"},
+                   "--timeout: Value 0 not in range 0.010000 to 86400.000000"},
+        UsageError{"WordAsTimeout",
+                   {"get", "--timeout", "soon", "/x"},
+                   "--timeout: Value soon not in range 0.010000 to 86400.000000"}),
     [](const auto &param) { return std::string(param.param.name); });
 
-TEST(Zanctl, TheLongestPathAndNameAreNoMistake) {
+TEST(Zanctl, AcceptsThePathAndNameOfMaximumLength) {
     const Ended ended = run_zanctl({"get", "--name", std::string(31, 'n'), std::string(1023, '/')});
     EXPECT_EQ(ended.status, exit_no_daemon);
 }
@@ -167,6 +168,18 @@ TEST(Zanctl, PrintsItsVersion) {
                                 std::to_string(ZAN_VERSION_MINOR) + "." +
                                 std::to_string(ZAN_VERSION_PATCH) + "\n");
     EXPECT_EQ(ended.error, "");
+}
+
+TEST(Zanctl, HelpIsACommandToo) {
+    EXPECT_EQ(run_zanctl({"help"}).output, run_zanctl({"--help"}).output);
+    EXPECT_EQ(run_zanctl({"help", "get"}).output, run_zanctl({"get", "--help"}).output);
+    EXPECT_EQ(run_zanctl({"help", "attr", "set"}).output,
+              run_zanctl({"attr", "set", "--help"}).output);
+    EXPECT_EQ(run_zanctl({"help", "attr"}).output, run_zanctl({"attr", "--help"}).output);
+    const Ended unknown = run_zanctl({"help", "frob"});
+    EXPECT_EQ(unknown.status, exit_usage);
+    EXPECT_EQ(unknown.output, "");
+    EXPECT_EQ(unknown.error, "zanctl: unknown command: frob" + all_commands + "\n");
 }
 
 TEST(Zanctl, HelpListsTheCommands) {
@@ -183,7 +196,7 @@ TEST(Zanctl, HelpListsTheCommands) {
         EXPECT_THAT(help.text, HasSubstr("\n  " + option + " "));
 }
 
-TEST(Zanctl, EveryCommandHasHelpOfItsOwn) {
+TEST(Zanctl, EveryCommandHasHelp) {
     for (const CommandName &command : zanctl_commands) {
         std::vector<std::string> words = command.words;
         std::string usage = "Usage: zanctl";

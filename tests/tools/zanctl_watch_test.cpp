@@ -113,7 +113,7 @@ TEST_F(ZanctlWatch, EndsAtTermination) {
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, EndsAfterTheCountItIsGiven) {
+TEST_F(ZanctlWatch, EndsAfterTheGivenCount) {
     const auto program = start({"--count", "2", "/a"});
     for (const std::string value : {"1", "2"})
         notify_change("m /a " + value + " 1 0 /a");
@@ -124,7 +124,7 @@ TEST_F(ZanctlWatch, EndsAfterTheCountItIsGiven) {
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, PrintsEachLineAtOnce) {
+TEST_F(ZanctlWatch, PrintsEachLineImmediately) {
     const auto program = start({"/a"});
     for (const std::string value : {"1", "2", "3"}) {
         notify_change("m /a " + value + " 1 0 /a");
@@ -150,14 +150,14 @@ TEST_F(ZanctlWatch, DecodesValues) {
     EXPECT_EQ(shown({}, "m /a %00 1 0 /a"), "changed /a\n");
 }
 
-TEST_F(ZanctlWatch, PrintsWhatIsNotEncodedAsItIs) {
+TEST_F(ZanctlWatch, PrintsValuesThatAreNotEncodedUnchanged) {
     EXPECT_EQ(shown({}, "m /a 100% 1 0 /a"), "changed /a 100%\n");
     EXPECT_EQ(shown({}, "m /a %zz%20 1 0 /a"), "changed /a %zz%20\n");
     EXPECT_EQ(shown({}, "m /a %2 1 0 /a"), "changed /a %2\n");
     EXPECT_EQ(shown({}, "m /a v 9 0 /a"), "9 /a v\n");
 }
 
-TEST_F(ZanctlWatch, ShowsThatALongValueIsCut) {
+TEST_F(ZanctlWatch, MarksALongValue) {
     const std::string encoded = std::string(1022, 'v') + "%20tail";
     EXPECT_EQ(shown({}, "m /a " + encoded + " 1 0 /a"),
               "changed /a " + std::string(1022, 'v') + "...\n");
@@ -170,7 +170,7 @@ TEST_F(ZanctlWatch, SurvivesNotificationsWithFieldsMissing) {
     EXPECT_EQ(shown({}, "m /a"), "changed /a\n");
 }
 
-TEST_F(ZanctlWatch, SaysWhenANotificationCame) {
+TEST_F(ZanctlWatch, PrintsTheTimeOfANotification) {
     const std::string time =
         "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}[+-][0-9]{4}";
     EXPECT_THAT(shown({"--time"}, "m /a v 1 0 /a"), MatchesRegex(time + " changed /a v\n"));
@@ -178,8 +178,8 @@ TEST_F(ZanctlWatch, SaysWhenANotificationCame) {
                 MatchesRegex(".*,\"time\":\"" + time + "\"\\}\n"));
 }
 
-TEST_F(ZanctlWatch, LibraryLinesDoNotReachTheOutput) {
-    const auto program = start({"--count", "1", "/a"});
+TEST_F(ZanctlWatch, KeepsDiagnosticsOutOfTheOutput) {
+    const auto program = start({"--verbose", "--count", "1", "/a"});
     // A class that no handler exists for: the library prints a line about it.
     EXPECT_TRUE(raw_send(queue, {.mtype = class_notify, .type = 6}));
     notify_change("m /a v 1 0 /a");
@@ -188,13 +188,13 @@ TEST_F(ZanctlWatch, LibraryLinesDoNotReachTheOutput) {
     EXPECT_EQ(ended.error, "zanctl: watching\nreceive unknown module message[6]\n");
 }
 
-TEST_F(ZanctlWatch, ARefusedSubscriptionTakesTheOthersBack) {
+TEST_F(ZanctlWatch, ARefusedSubscriptionRemovesTheOthers) {
     daemon.once(class_notify, cmd_watch, answer(""));
     daemon.once(class_notify, cmd_watch, negative(-3, "no such node: /b"));
     const Ended ended = run({"watch", "/a", "/b"});
     EXPECT_EQ(ended.status, exit_refused);
     EXPECT_EQ(ended.output, "");
-    EXPECT_EQ(ended.error, "zanctl: /b: no such node: /b\n");
+    EXPECT_EQ(ended.error, "zanctl: /b: no such node (-3)\n");
     ASSERT_EQ(records.size(), 5U);
     EXPECT_EQ(records[3].record.cmd(), cmd_unwatch);
     EXPECT_EQ(records[3].payload(), "/a");
@@ -206,13 +206,13 @@ TEST_F(ZanctlWatch, ARefusedUnsubscriptionDoesNotStopTheOthers) {
     daemon.once(class_notify, cmd_unwatch, negative(-3, "busy"));
     const Ended ended = interrupt(*program);
     EXPECT_EQ(ended.status, exit_done);
-    EXPECT_EQ(ended.error, "zanctl: watching\nzanctl: /a: busy\n");
+    EXPECT_EQ(ended.error, "zanctl: watching\nzanctl: /a: busy (-3)\n");
     ASSERT_EQ(records.size(), 6U);
     EXPECT_EQ(records[4].payload(), "/b");
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, ASilentDaemonIsAskedToUnsubscribeOnceOnly) {
+TEST_F(ZanctlWatch, UnsubscribesOnlyOnceFromASilentDaemon) {
     const auto program = start({"--timeout", "600", "/a", "/b"});
     daemon.on(class_notify, cmd_unwatch, never());
     program->signal(SIGINT);
@@ -223,31 +223,32 @@ TEST_F(ZanctlWatch, ASilentDaemonIsAskedToUnsubscribeOnceOnly) {
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, EndsWhenTheDaemonHasGone) {
+TEST_F(ZanctlWatch, EndsWhenTheDaemonDies) {
     const auto program = start({"/a"});
     daemon.die();
     const Ended ended = finish(*program);
     EXPECT_EQ(ended.status, exit_no_daemon);
-    EXPECT_EQ(ended.error, "zanctl: watching\nzanctl: no daemon: it has ended\n");
+    EXPECT_EQ(ended.error,
+              "zanctl: watching\nzanctl: no daemon: its queue was removed (has zansim ended?)\n");
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, EndsWhenItsQueueHasGone) {
+TEST_F(ZanctlWatch, EndsWhenItsQueueIsRemoved) {
     const auto program = start({"/a"});
     remove_queue(queue);
     const Ended ended = finish(*program);
     EXPECT_EQ(ended.status, exit_no_daemon);
     EXPECT_EQ(ended.output, "");
-    EXPECT_THAT(ended.error, EndsWith("zanctl: no daemon: it has removed this module's queue\n"));
+    EXPECT_THAT(ended.error, EndsWith("zanctl: no daemon: the queue of this module was removed\n"));
     expect_left_nothing();
 }
 
-TEST_F(ZanctlWatch, AReaderThatHasGoneEndsIt) {
+TEST_F(ZanctlWatch, EndsWhenItsOutputIsClosed) {
     Program program(script("\"$@\" > >(read -r line); echo status $?", {"watch", "/a"}),
                     {.host = true});
     EXPECT_TRUE(program.read_error_until("zanctl: watching\n"));
     queue = static_cast<int>(daemon.records().at(0).record.mtype);
-    // The first is read, a later one finds nobody.
+    // The first is read; a later one finds the pipe closed.
     EXPECT_TRUE(eventually([&] { return !queue_takes("m /a v 1 0 /a"); }));
     EXPECT_EQ(finish(program).output, "status " + std::to_string(128 + SIGPIPE) + "\n");
     expect_left_nothing();

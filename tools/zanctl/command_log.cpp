@@ -1,29 +1,44 @@
 // SPDX-License-Identifier: MIT
-// The levels and destinations of the modules' messages, and the messages.
+// Log levels and destinations of the modules, and their log files.
 #include "file_follower.h"
 #include "interrupt.h"
 #include "log_table.h"
 #include "printable.h"
 #include "run.h"
 
+#include <array>
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
-namespace zan::ctl {
+namespace zan::ctl::log_commands {
 namespace {
 
-constexpr auto log_poll_interval = std::chrono::milliseconds(50);
+constexpr auto poll_interval = std::chrono::milliseconds(50);
 
-void define_nothing(CLI::App & /*app*/, Arguments & /*arguments*/) {}
+struct ModuleOptions : Options {
+    std::string module;
+};
 
-CLI::Option *add_log_module(CLI::App &app, Arguments &arguments) {
-    return add_module(app, arguments)->description("The name that it logs under");
+void define_nothing(CLI::App & /*app*/, Options & /*options*/) {}
+
+void add_log_module(CLI::App &app, ModuleOptions &options) {
+    add_module(app, options.module)->description("The name it logs under");
 }
 
-void define_level(CLI::App &app, Arguments &arguments) {
-    add_log_module(app, arguments);
-    app.add_option("LEVEL", arguments.log.setting, "0 to 7, or one of: " + level_names())
+// ---- options
+
+struct SettingOptions : ModuleOptions {
+    std::string setting; // a level or a destination, by number or name
+};
+
+struct TailOptions : ModuleOptions {
+    std::size_t lines = 10;
+    unsigned count = 0; // of lines to print before the end; 0 for no limit
+};
+
+void define_level(CLI::App &app, SettingOptions &options) {
+    add_log_module(app, options);
+    app.add_option("LEVEL", options.setting, "0 to 7, or one of: " + level_names())
         ->option_text(" ")
         ->required()
         ->check([](const std::string &text) {
@@ -31,9 +46,9 @@ void define_level(CLI::App &app, Arguments &arguments) {
         });
 }
 
-void define_dest(CLI::App &app, Arguments &arguments) {
-    add_log_module(app, arguments);
-    app.add_option("DEST", arguments.log.setting, "1 to 5, or one of: " + dest_names())
+void define_dest(CLI::App &app, SettingOptions &options) {
+    add_log_module(app, options);
+    app.add_option("DEST", options.setting, "1 to 5, or one of: " + dest_names())
         ->option_text(" ")
         ->required()
         ->check([](const std::string &text) {
@@ -41,13 +56,12 @@ void define_dest(CLI::App &app, Arguments &arguments) {
         });
 }
 
-void define_tail(CLI::App &app, Arguments &arguments) {
-    add_log_module(app, arguments);
-    app.add_option("--lines", arguments.log.lines,
-                   "Begin with so many of the last lines (default: 10)")
+void define_tail(CLI::App &app, TailOptions &options) {
+    add_log_module(app, options);
+    app.add_option("--lines", options.lines, "Start with the last N lines (default: 10)")
         ->option_text("N")
         ->check(CLI::NonNegativeNumber);
-    app.add_option("--count", arguments.count, "End after so many lines")
+    app.add_option("--count", options.count, "Exit after N lines")
         ->option_text("N")
         ->check(CLI::PositiveNumber);
 }
@@ -87,64 +101,61 @@ void print_table(Output &output, const std::vector<Row> &rows) {
     }
 }
 
-int run_list(const Arguments &arguments, Output &output) {
+ExitCode run_list(const Options &options, Output &output) {
     const LogTable table;
     if (!table.exists())
-        std::fprintf(stderr, "zanctl: no module has a log yet\n");
+        report("no module has registered for logging");
     std::vector<Row> rows = {{"MODULE", "LEVEL", "DEST"}};
     for (const zan_log_entry &entry : table.entries()) {
-        if (arguments.json)
+        if (options.json())
             output.line(to_line(to_json(entry)));
         else
             rows.push_back(to_row(entry));
     }
-    if (!arguments.json)
+    if (!options.json())
         print_table(output, rows);
-    return exit_done;
+    return ExitCode::done;
 }
 
-// The tree first, which may refuse; what it does not take the table does not get.
-template<typename Set>
-int change(const char *key, int number, const std::string &name, Set set, Session &session,
-           const Arguments &arguments, Output &output) {
-    const std::string path = std::string(ZAN_LOG_TREE) + "/" + arguments.module + "/" + key;
-    return attempt(path, [&] {
+// Writes the setting to the tree and, unless the daemon refuses it, to the log table.
+template<typename SetEntry>
+ExitCode change(const char *key, int number, const std::string &name, SetEntry set_entry,
+                Session &session, const SettingOptions &options, Output &output) {
+    const std::string path = std::string(ZAN_LOG_TREE) + "/" + options.module + "/" + key;
+    return attempt(output, options, path, [&] {
         ask(session, ZAN_CFG_SET, "0" + path + " " + std::to_string(number));
         LogTable table;
-        const bool live = set(table);
+        const bool live = set_entry(table);
         if (!live)
-            std::fprintf(stderr,
-                         "zanctl: %s has not registered for logging: only the tree was changed\n",
-                         arguments.module.c_str());
+            report(options.module +
+                   " has not registered for logging: only the configuration was changed");
         if (number == 0)
-            std::fprintf(stderr,
-                         "zanctl: 0 in the tree is no setting: %s has it until it "
-                         "starts again\n",
-                         arguments.module.c_str());
-        print_json(output, arguments,
+            report("0 in the configuration means \"not set\": " + options.module +
+                   " keeps the setting only until it restarts");
+        print_json(output, options,
                    {{"path", path}, {"value", number}, {"name", name}, {"live", live}});
     });
 }
 
-int run_level(Session &session, const Arguments &arguments, Output &output) {
-    const std::int32_t level = to_level(arguments.log.setting).value_or(0);
+ExitCode run_level(Session &session, const SettingOptions &options, Output &output) {
+    const std::int32_t level = to_level(options.setting).value_or(0);
     return change(
         "loglevel", level, level_text(level),
-        [&](LogTable &table) { return table.set_level(arguments.module, level); }, session,
-        arguments, output);
+        [&](LogTable &table) { return table.set_level(options.module, level); }, session, options,
+        output);
 }
 
-int run_dest(Session &session, const Arguments &arguments, Output &output) {
-    const std::uint8_t dest = to_dest(arguments.log.setting).value_or(0);
+ExitCode run_dest(Session &session, const SettingOptions &options, Output &output) {
+    const std::uint8_t dest = to_dest(options.setting).value_or(0);
     return change(
         "logdest", dest, dest_text(dest),
-        [&](LogTable &table) { return table.set_dest(arguments.module, dest); }, session, arguments,
+        [&](LogTable &table) { return table.set_dest(options.module, dest); }, session, options,
         output);
 }
 
 // ---- the file
 
-// With its tab, which stands in front of every message.
+// Keeps the tab before the message.
 std::string printable_line(const std::string &line) {
     const std::size_t tab = line.find('\t');
     if (tab == std::string::npos)
@@ -152,38 +163,35 @@ std::string printable_line(const std::string &line) {
     return printable(line.substr(0, tab)) + "\t" + printable(line.substr(tab + 1));
 }
 
-int run_tail(const Arguments &arguments, Output &output) {
-    const std::string path = "/var/log/" + arguments.module;
+ExitCode run_tail(const TailOptions &options, Output &output) {
+    const std::string path = "/var/log/" + options.module;
     FileFollower file(path);
-    file.keep_last(arguments.log.lines);
-    std::fprintf(stderr, "zanctl: %s %s\n", file.exists() ? "following" : "waiting for",
-                 path.c_str());
+    file.keep_last(options.lines);
+    report((file.exists() ? "following " : "waiting for ") + path);
     for (unsigned printed = 0; interrupted() == 0;) {
         const std::optional<std::string> line = file.next_line();
         if (!line) {
-            std::this_thread::sleep_for(log_poll_interval);
+            std::this_thread::sleep_for(poll_interval);
             continue;
         }
-        print(output, arguments, printable_line(*line),
-              {{"module", arguments.module}, {"line", *line}});
-        if (++printed == arguments.count)
+        print(output, options, printable_line(*line),
+              {{"module", options.module}, {"line", *line}});
+        if (++printed == options.count)
             break;
     }
-    return exit_done;
+    return ExitCode::done;
 }
 
-constexpr Command log_commands[] = {
-    {"log", "Levels, destinations and messages of the modules' logs"},
-    {"log list", "Print every module's level and destination, without a daemon", define_nothing,
-     run_list},
-    {"log level", "Set a module's level, in the tree and at once", define_level, run_level},
-    {"log dest", "Set a module's destination, in the tree and at once", define_dest, run_dest},
-    {"log tail", "Print the lines of a module's log file as they come, without a daemon",
-     define_tail, run_tail},
+constexpr Command commands[] = {
+    command_group("log", "Log levels, destinations and files of the modules"),
+    command<define_nothing, run_list>("log list",
+                                      "Print the level and destination of every module"),
+    command<define_level, run_level>("log level", "Set the level of a module"),
+    command<define_dest, run_dest>("log dest", "Set the destination of a module"),
+    command<define_tail, run_tail>("log tail", "Follow the log file of a module").alone(),
 };
 
+const FamilyRegistration registration({"Logging", 70, commands});
+
 } // namespace
-
-const Family log_family = {"Logging", log_commands};
-
-} // namespace zan::ctl
+} // namespace zan::ctl::log_commands

@@ -1,116 +1,148 @@
 // SPDX-License-Identifier: MIT
-// Other modules: which there are, and messages to and from them.
+// Other modules: their process ids, and messages to and from them.
 #include "run.h"
 #include "watch.h"
 
 #include <functional>
 
-namespace zan::ctl {
+namespace zan::ctl::module_commands {
 namespace {
 
-void define_module(CLI::App &app, Arguments &arguments) {
-    add_module(app, arguments);
-}
+struct ModuleOptions : Options {
+    std::string module;
+};
 
-void define_text(CLI::App &app, Arguments &arguments) {
-    app.add_option("TEXT", arguments.text, "The message; \"\" for an empty one")
+void define_text(CLI::App &app, std::string &text) {
+    app.add_option("TEXT", text, "The message; \"\" for an empty one")
         ->option_text(" ")
         ->required()
         ->check(check_text);
     add_note(app, "Write -- before a TEXT that begins with a dash.");
 }
 
-void define_send(CLI::App &app, Arguments &arguments) {
-    add_module(app, arguments);
-    define_text(app, arguments);
-    auto *const ack =
-        app.add_flag("--ack", arguments.acknowledged, "Wait for the daemon's acknowledgement");
-    // What an agent sends is always acknowledged.
-    add_agent_option(app, arguments)->needs(ack);
-}
-
-void define_broadcast(CLI::App &app, Arguments &arguments) {
-    define_text(app, arguments);
-    add_agent_option(app, arguments);
-}
-
-void define_control(CLI::App &app, Arguments &arguments) {
-    app.add_option("CMDLINE", arguments.command_line, "A command line for the daemon, as one word")
-        ->option_text(" ")
-        ->required()
-        ->check(check_command_line);
-    add_confirmation(app, arguments);
-}
-
-void define_listen(CLI::App &app, Arguments &arguments) {
-    app.add_option("NAME", arguments.name, "Module name to register under, as with --name")
-        ->option_text(" ")
-        ->check(check_module_name);
-    app.add_option("--watch", arguments.paths, "Value or subtree to watch; may be repeated")
-        ->option_text("PATH")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->check(check_path);
-    add_agent_option(app, arguments);
-    add_arrival_options(app, arguments);
-}
-
-int run_pid(Session &session, const Arguments &arguments, Output &output) {
-    return attempt(arguments.module, [&] {
-        const long pid = to_number(ask(session, ZAN_CFG_MODULE_PID, arguments.module));
-        print(output, arguments, std::to_string(pid), {{"module", arguments.module}, {"pid", pid}});
-    });
-}
-
-// One of the library's sends of a message, with the message.
+// One of the library's send functions, with its arguments.
 std::function<int()> sending(int (*send)(const char *, const void *, int),
                              const std::string &module, const std::string &text) {
     return [=] { return send(module.c_str(), text.data(), static_cast<int>(text.size())); };
 }
 
-int run_send(Session &session, const Arguments &arguments, Output &output) {
-    return attempt(arguments.module, [&] {
-        Json json = {{"module", arguments.module}, {"text", arguments.text}};
-        if (arguments.agent)
-            session.call_over_link(sending(zan_send_agent, arguments.module, arguments.text));
-        else if (arguments.acknowledged)
-            session.request({ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, arguments.module.c_str(),
-                             arguments.text});
-        else
-            session.post(sending(zan_send, arguments.module, arguments.text));
-        if (arguments.acknowledged)
-            json["acknowledged"] = true;
-        print_json(output, arguments, json);
+// ---- pid
+
+void define_pid(CLI::App &app, ModuleOptions &options) {
+    add_module(app, options.module);
+}
+
+ExitCode run_pid(Session &session, const ModuleOptions &options, Output &output) {
+    return attempt(output, options, options.module, [&] {
+        const long pid = to_number(ask(session, ZAN_CFG_MODULE_PID, options.module));
+        print(output, options, std::to_string(pid), {{"module", options.module}, {"pid", pid}});
     });
 }
 
-int run_broadcast(Session &session, const Arguments &arguments, Output &output) {
-    return attempt("broadcast", [&] {
-        if (arguments.agent)
-            session.call_over_link(sending(zan_send_all_agent, ZAN_MODULE_CORE, arguments.text));
-        else
-            session.request(
-                {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, ZAN_MODULE_CORE, arguments.text});
-        print_json(output, arguments, {{"text", arguments.text}, {"acknowledged", true}});
-    });
-}
+// ---- send
 
-int run_control(Session &session, const Arguments &arguments, Output &output) {
-    session.post([&] { return zan_ctl_request(arguments.command_line.c_str()); });
-    print_json(output, arguments, {{"command_line", arguments.command_line}});
-    return exit_done;
-}
-
-constexpr Command module_commands[] = {
-    {"pid", "Print the process id of a module", define_module, run_pid},
-    {"send", "Send a message to a module", define_send, run_send},
-    {"broadcast", "Send a message to all modules", define_broadcast, run_broadcast},
-    {"listen", "Print messages as they come", define_listen, run_listen},
-    {"control", "Hand the daemon a command line to carry out", define_control, run_control},
+struct SendOptions : ModuleOptions {
+    std::string text;
+    bool acknowledged = false;
+    bool agent = false;
 };
 
+void define_send(CLI::App &app, SendOptions &options) {
+    add_module(app, options.module);
+    define_text(app, options.text);
+    auto *const ack =
+        app.add_flag("--ack", options.acknowledged, "Wait for the daemon's acknowledgement");
+    // The library always waits for the acknowledgement of an agent's message.
+    add_agent_option(app, options.agent)->needs(ack);
+}
+
+ExitCode run_send(Session &session, const SendOptions &options, Output &output) {
+    if (options.agent)
+        session.register_agent();
+    return attempt(output, options, options.module, [&] {
+        Json json = {{"module", options.module}, {"text", options.text}};
+        if (options.agent)
+            session.call_over_link(sending(zan_send_agent, options.module, options.text));
+        else if (options.acknowledged)
+            session.request({ZAN_CLASS_MESSAGE, ZAN_MESSAGE_SEND_WITH_ACK, options.module.c_str(),
+                             options.text});
+        else
+            session.post(sending(zan_send, options.module, options.text));
+        if (options.acknowledged)
+            json["acknowledged"] = true;
+        print_json(output, options, json);
+    });
+}
+
+// ---- broadcast
+
+struct BroadcastOptions : Options {
+    std::string text;
+    bool agent = false;
+};
+
+void define_broadcast(CLI::App &app, BroadcastOptions &options) {
+    define_text(app, options.text);
+    add_agent_option(app, options.agent);
+}
+
+ExitCode run_broadcast(Session &session, const BroadcastOptions &options, Output &output) {
+    if (options.agent)
+        session.register_agent();
+    return attempt(output, options, "broadcast", [&] {
+        if (options.agent)
+            session.call_over_link(sending(zan_send_all_agent, ZAN_MODULE_CORE, options.text));
+        else
+            session.request(
+                {ZAN_CLASS_BROADCAST, ZAN_MESSAGE_SEND_ALL, ZAN_MODULE_CORE, options.text});
+        print_json(output, options, {{"text", options.text}, {"acknowledged", true}});
+    });
+}
+
+// ---- listen
+
+void define_listen(CLI::App &app, ArrivalOptions &options) {
+    app.add_option("NAME", options.global->name, "Module name to register under, as with --name")
+        ->option_text(" ")
+        ->check(check_module_name);
+    app.add_option("--watch", options.paths, "Value or subtree to watch; may be repeated")
+        ->option_text("PATH")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->check(check_path);
+    add_agent_option(app, options.agent);
+    add_arrival_options(app, options);
+}
+
+// ---- control
+
+struct ControlOptions : Options {
+    std::string command_line;
+};
+
+void define_control(CLI::App &app, ControlOptions &options) {
+    app.add_option("CMDLINE", options.command_line, "A command line, as one word")
+        ->option_text(" ")
+        ->required()
+        ->check(check_command_line);
+    add_confirmation(app, Confirmation::at_terminal);
+}
+
+ExitCode run_control(Session &session, const ControlOptions &options, Output &output) {
+    session.post([&] { return zan_ctl_request(options.command_line.c_str()); });
+    print_json(output, options, {{"command_line", options.command_line}});
+    return ExitCode::done;
+}
+
+constexpr Command commands[] = {
+    command<define_pid, run_pid>("pid", "Print the process id of a module"),
+    command<define_send, run_send>("send", "Send a message to a module"),
+    command<define_broadcast, run_broadcast>("broadcast", "Send a message to all modules"),
+    command<define_listen, run_listen>("listen", "Print messages as they arrive").alone(),
+    command<define_control, run_control>("control", "Send the daemon a command line to execute"),
+};
+
+const FamilyRegistration registration({"Modules", 20, commands});
+
 } // namespace
-
-const Family module_family = {"Modules", module_commands};
-
-} // namespace zan::ctl
+} // namespace zan::ctl::module_commands

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the library learns of interfaces, routes and bridges, by hand.
+// The library's queries of interfaces, routes and bridges.
 #include "run.h"
 
 #include <arpa/inet.h>
@@ -8,12 +8,12 @@
 #include <sys/socket.h>
 
 #include <array>
-#include <cstdio>
+#include <utility>
 
-namespace zan::ctl {
+namespace zan::ctl::network_commands {
 namespace {
 
-// An address or a name as the library writes it; empty when it has none.
+// The library's buffer for an address or a name; empty if there is none.
 using Text = std::array<char, INET6_ADDRSTRLEN>;
 
 bool is_ipv6(const std::string &address) {
@@ -21,8 +21,8 @@ bool is_ipv6(const std::string &address) {
 }
 
 std::string check_address(const std::string &address) {
-    in6_addr room{}; // for an IPv4 address, too
-    if (inet_pton(is_ipv6(address) ? AF_INET6 : AF_INET, address.c_str(), &room) == 1)
+    in6_addr parsed{}; // large enough for IPv4 too
+    if (inet_pton(is_ipv6(address) ? AF_INET6 : AF_INET, address.c_str(), &parsed) == 1)
         return {};
     return "not an address: " + address;
 }
@@ -30,7 +30,7 @@ std::string check_address(const std::string &address) {
 std::string check_interface(const std::string &name) {
     if (!name.empty() && name.size() < IF_NAMESIZE)
         return {};
-    return "the name of an interface has 1 to " + std::to_string(IF_NAMESIZE - 1) + " characters";
+    return "an interface name has 1 to " + std::to_string(IF_NAMESIZE - 1) + " characters";
 }
 
 std::string check_mac(const std::string &mac) {
@@ -39,64 +39,68 @@ std::string check_mac(const std::string &mac) {
     return "not a MAC address: " + mac;
 }
 
-int not_found(const std::string &what, const char *missing) {
-    std::fprintf(stderr, "zanctl: %s: %s\n", what.c_str(), missing);
-    return exit_refused;
-}
-
 // ---- route get
 
-void define_route_get(CLI::App &app, Arguments &arguments) {
-    app.add_option("ADDRESS", arguments.network.address, "Where to; an IPv6 route by its network")
+struct RouteOptions : Options {
+    std::string address;
+};
+
+void define_route_get(CLI::App &app, RouteOptions &options) {
+    app.add_option("ADDRESS", options.address, "An IPv4 address, or the network of an IPv6 route")
         ->option_text(" ")
         ->required()
         ->check(check_address);
 }
 
-struct Way {
+struct Route {
     Text source{};
     Text gateway{};
     Text interface {};
     bool found = false;
 };
 
-Way way_to(const std::string &address) {
-    Way way;
+Route find_route(const std::string &address) {
+    Route route;
     if (is_ipv6(address)) {
-        get_route6_ip(address.c_str(), way.source.data());
-        way.found = way.source[0] != '\0';
+        get_route6_ip(address.c_str(), route.source.data());
+        route.found = route.source[0] != '\0';
     } else {
-        way.found = get_route_ip(address.c_str(), way.source.data(), way.gateway.data()) != 0;
-        if (way.source[0] != '\0')
-            get_infname_by_ip(way.interface.data(), way.source.data());
+        route.found = get_route_ip(address.c_str(), route.source.data(), route.gateway.data()) != 0;
+        if (route.source[0] != '\0')
+            get_infname_by_ip(route.interface.data(), route.source.data());
     }
-    return way;
+    return route;
 }
 
-int run_route_get(const Arguments &arguments, Output &output) {
-    const Way way = way_to(arguments.network.address);
-    if (!way.found)
-        return not_found(arguments.network.address, "no route");
-    const std::string gateway = way.gateway.data();
-    std::string line = arguments.network.address;
-    Json json = {{"address", arguments.network.address}};
-    const auto add = [&](const char *word, const char *member, const std::string &value) {
-        if (value.empty())
-            return;
-        line += std::string(" ") + word + " " + value;
-        json[member] = value;
-    };
-    add("via", "gateway", gateway == "0.0.0.0" ? "" : gateway);
-    add("dev", "interface", way.interface.data());
-    add("src", "source", way.source.data());
-    print(output, arguments, line, json);
-    return exit_done;
+ExitCode run_route_get(const RouteOptions &options, Output &output) {
+    return attempt(output, options, options.address, [&] {
+        const Route route = find_route(options.address);
+        if (!route.found)
+            throw Refusal("no route");
+        const std::string gateway = route.gateway.data();
+        std::string line = options.address;
+        Json json = {{"address", options.address}};
+        const auto add = [&](const char *word, const char *member, const std::string &value) {
+            if (value.empty())
+                return;
+            line += std::string(" ") + word + " " + value;
+            json[member] = value;
+        };
+        add("via", "gateway", gateway == "0.0.0.0" ? "" : gateway);
+        add("dev", "interface", route.interface.data());
+        add("src", "source", route.source.data());
+        print(output, options, line, json);
+    });
 }
 
 // ---- ifaddr
 
-void define_ifaddr(CLI::App &app, Arguments &arguments) {
-    app.add_option("INTERFACE", arguments.network.interfaces, "Interfaces (default: all)")
+struct IfaddrOptions : Options {
+    std::vector<std::string> interfaces;
+};
+
+void define_ifaddr(CLI::App &app, IfaddrOptions &options) {
+    app.add_option("INTERFACE", options.interfaces, "Interfaces (default: all)")
         ->option_text("...")
         ->check(check_interface);
 }
@@ -111,8 +115,8 @@ std::vector<std::string> all_interfaces() {
     return names;
 }
 
-// Whether it has an address.
-bool show_addresses(const std::string &name, const Arguments &arguments, Output &output) {
+// Returns whether the interface has an address.
+bool print_addresses(const std::string &name, const IfaddrOptions &options, Output &output) {
     Text ipv4{};
     Text ipv6{};
     get_addr_by_inf(AF_INET, name.c_str(), nullptr, nullptr, ipv4.data());
@@ -127,59 +131,64 @@ bool show_addresses(const std::string &name, const Arguments &arguments, Output 
     }
     if (line == name)
         return false;
-    print(output, arguments, line, json);
+    print(output, options, line, json);
     return true;
 }
 
-int run_ifaddr(const Arguments &arguments, Output &output) {
-    int status = exit_done;
-    if (arguments.network.interfaces.empty()) {
+ExitCode run_ifaddr(const IfaddrOptions &options, Output &output) {
+    ExitCode exit_code = ExitCode::done;
+    if (options.interfaces.empty()) {
         for (const std::string &name : all_interfaces())
-            show_addresses(name, arguments, output);
+            print_addresses(name, options, output);
     }
-    for (const std::string &name : arguments.network.interfaces) {
-        if (!show_addresses(name, arguments, output))
-            status = not_found(name, "no address");
+    for (const std::string &name : options.interfaces) {
+        exit_code = std::max(exit_code, attempt(output, options, name, [&] {
+                                 if (!print_addresses(name, options, output))
+                                     throw Refusal("no address");
+                             }));
     }
-    return status;
+    return exit_code;
 }
 
 // ---- mac-port
 
-void define_mac_port(CLI::App &app, Arguments &arguments) {
-    app.add_option("BRIDGE", arguments.network.bridge, "A bridge")
+struct MacPortOptions : Options {
+    std::string bridge;
+    std::string mac;
+};
+
+void define_mac_port(CLI::App &app, MacPortOptions &options) {
+    app.add_option("BRIDGE", options.bridge, "A bridge")
         ->option_text(" ")
         ->required()
         ->check(check_interface);
-    app.add_option("MAC", arguments.network.address, "An address, such as 00:1a:2b:3c:4d:5e")
+    app.add_option("MAC", options.mac, "A MAC address, such as 00:1a:2b:3c:4d:5e")
         ->option_text(" ")
         ->required()
         ->check(check_mac);
 }
 
-int run_mac_port(const Arguments &arguments, Output &output) {
-    std::array<unsigned char, 6> mac{};
-    std::array<char, IF_NAMESIZE> port{};
-    zan_macstr_to_num(arguments.network.address.c_str(), mac.data());
-    if (get_ifname_from_macaddr(arguments.network.bridge.c_str(), mac.data(), port.data()) < 0)
-        return not_found(arguments.network.bridge + " " + arguments.network.address, "no port");
-    print(output, arguments, port.data(),
-          {{"bridge", arguments.network.bridge},
-           {"mac", arguments.network.address},
-           {"port", port.data()}});
-    return exit_done;
+ExitCode run_mac_port(const MacPortOptions &options, Output &output) {
+    return attempt(output, options, options.bridge + " " + options.mac, [&] {
+        std::array<unsigned char, 6> mac{};
+        std::array<char, IF_NAMESIZE> port{};
+        zan_macstr_to_num(options.mac.c_str(), mac.data());
+        if (get_ifname_from_macaddr(options.bridge.c_str(), mac.data(), port.data()) < 0)
+            throw Refusal("no port");
+        print(output, options, port.data(),
+              {{"bridge", options.bridge}, {"mac", options.mac}, {"port", port.data()}});
+    });
 }
 
-constexpr Command network_commands[] = {
-    {"route", "Ask for routes, as the library does"},
-    {"route get", "Print the route that leads to an address", define_route_get, run_route_get},
-    {"ifaddr", "Print the addresses of interfaces", define_ifaddr, run_ifaddr},
-    {"mac-port", "Print the port behind which a bridge has learnt an address", define_mac_port,
-     run_mac_port},
+constexpr Command commands[] = {
+    command_group("route", "Look up routes, as the library does"),
+    command<define_route_get, run_route_get>("route get", "Print the route to an address"),
+    command<define_ifaddr, run_ifaddr>("ifaddr", "Print the addresses of interfaces"),
+    command<define_mac_port, run_mac_port>("mac-port",
+                                           "Print the bridge port that leads to a MAC address"),
 };
 
+const FamilyRegistration registration({"The network, without a daemon", 60, commands});
+
 } // namespace
-
-const Family network_family = {"The network, without a daemon", network_commands};
-
-} // namespace zan::ctl
+} // namespace zan::ctl::network_commands

@@ -11,8 +11,8 @@
 namespace zan::ctl {
 namespace {
 
-// A decoder leaves the buffer of a missing member alone, and ends any other with a
-// NUL: a buffer without one was not written.
+// A decoder terminates the value of each member it finds and does not write the buffers of
+// the others: a buffer without a NUL belongs to a missing member.
 constexpr char untouched = '\x7f';
 
 const char *c_string(const std::optional<std::string> &value) {
@@ -26,9 +26,9 @@ std::optional<std::string> written(const std::string &buffer) {
     return buffer.substr(0, end);
 }
 
-// A byte takes at most six characters, "\u001f"; a member's quotation marks, colon
-// and comma are six more.
-std::size_t longest_object(std::span<const char *const> keys, const MemberValues &values) {
+// A byte takes at most six characters, as in "\u001f"; quotation marks, colon and comma
+// of a member are six more.
+std::size_t max_object_length(std::span<const char *const> keys, const MemberValues &values) {
     std::size_t length = 3;
     for (const char *const key : keys)
         length += std::string_view(key).size() + 6;
@@ -38,7 +38,7 @@ std::size_t longest_object(std::span<const char *const> keys, const MemberValues
 }
 
 template<const auto &keys, auto encoder> std::string encode(const MemberValues &values) {
-    std::string text(longest_object(keys, values), '\0');
+    std::string text(max_object_length(keys, values), '\0');
     const auto call = [&]<std::size_t... i>(std::index_sequence<i...>) {
         encoder(c_string(values.at(i))..., text.data(), static_cast<unsigned>(text.size()));
     };
@@ -48,7 +48,7 @@ template<const auto &keys, auto encoder> std::string encode(const MemberValues &
 
 template<const auto &keys, auto decoder>
 std::optional<MemberValues> decode(const std::string &text) {
-    // No value is longer than the text it stands in.
+    // No value is longer than the text.
     std::vector<std::string> buffers(std::size(keys), std::string(text.size() + 1, untouched));
     const auto call = [&]<std::size_t... i>(std::index_sequence<i...>) {
         return std::apply(decoder,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The library's event codecs behind one face, whatever their number of members.
+// The library's event codecs behind one interface, whatever their number of members.
 #pragma once
 
 #include <optional>
@@ -9,22 +9,22 @@
 
 namespace zan::ctl {
 
-// What a member has: nothing for one that is not there.
+// The value of each member; nothing for a missing one.
 using MemberValues = std::vector<std::optional<std::string>>;
 
 struct EventCodec {
     const char *kind;
     std::span<const char *const> keys;
-    // A value for each key, in their order.
+    // Takes a value for each key, in the order of `keys`.
     std::string (*encode)(const MemberValues &values);
-    // Nothing when the text does not parse.
+    // Nothing if the text does not parse.
     std::optional<MemberValues> (*decode)(const std::string &text);
 };
 
-// A row for each of ZAN_EVENTS.
+// One for each row of ZAN_EVENTS.
 std::span<const EventCodec> event_codecs();
 
-// Null for a kind that there is not.
+// Null for an unknown kind.
 const EventCodec *find_event_codec(const std::string &kind);
 
 } // namespace zan::ctl

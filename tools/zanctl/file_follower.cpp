@@ -18,7 +18,7 @@ FileFollower::~FileFollower() {
 }
 
 void FileFollower::open_file() {
-    // A log may be a pipe by mistake: never wait for its other end.
+    // Never waits for the writer of a named pipe.
     file_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     offset_ = 0;
     if (file_ >= 0)
@@ -67,7 +67,7 @@ void FileFollower::start_over_when_cut() {
 bool FileFollower::replaced() const {
     struct stat now = {};
     if (stat(path_.c_str(), &now) != 0)
-        return false; // the next one is not there yet
+        return false; // the new file does not exist yet
     return now.st_dev != opened_.st_dev || now.st_ino != opened_.st_ino;
 }
 
@@ -81,8 +81,7 @@ void FileFollower::keep_last(std::size_t count) {
 std::optional<std::string> FileFollower::next_line() {
     if (file_ < 0)
         open_file();
-    // What is replaced was complete before the new file appeared: looked at first,
-    // read to its end after.
+    // Checked before the last read: a file is complete by the time it is replaced.
     if (file_ >= 0 && lines_.empty()) {
         const bool leave = replaced();
         start_over_when_cut();

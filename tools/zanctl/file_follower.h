@@ -9,8 +9,8 @@
 
 namespace zan::ctl {
 
-// Hands out the lines of a file that grows, and of those that take its place: it need
-// not exist yet, may be renamed and begun anew, or cut to nothing.
+// Reads the lines of a growing file as they are written, and of the files that replace it.
+// The file may not exist yet, and it may be rotated or truncated.
 class FileFollower {
 public:
     explicit FileFollower(std::string path);
@@ -20,11 +20,11 @@ public:
 
     bool exists() const { return file_ >= 0; }
 
-    // Of what is there now, only the last `count` lines are still to come.
+    // Skips the present lines except the last `count`.
     void keep_last(std::size_t count);
 
-    // The next line that is complete, or that a file ended with which has been
-    // replaced; nothing when none is there yet.
+    // The next complete line, or the incomplete last line of a file that was replaced.
+    // Nothing if there is none yet.
     std::optional<std::string> next_line();
 
 private:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "interrupt.h"
 
-#include "failure.h"
+#include "error.h"
 
 #include <cerrno>
 #include <cmath>
@@ -12,9 +12,8 @@
 namespace zan::ctl {
 namespace {
 
-// Once due, the timer goes on ticking: a signal that arrives just before a
-// system call does not interrupt it, and the library repeats an interrupted
-// receive once.
+// The timer keeps ticking after it expires: a signal just before a system call does not
+// interrupt the call, and the library repeats an interrupted receive once.
 constexpr timespec tick = {0, 10'000'000};
 
 timer_t timer;
@@ -77,11 +76,10 @@ void catch_signals() {
     set_handler(SIGTERM, on_end_signal);
     if (!is_ignored(SIGHUP)) // nohup
         set_handler(SIGHUP, on_end_signal);
-    // A reader that goes away shows as a failed write, so that there is still
-    // time to clean up.
+    // Writing to a closed pipe fails instead, which leaves time to clean up.
     set_handler(SIGPIPE, SIG_IGN);
 
-    // A mask inherited from the caller must not make the waits endless.
+    // The caller may have blocked them, which would make the waits endless.
     sigset_t wanted;
     sigemptyset(&wanted);
     for (const int number : {SIGALRM, SIGINT, SIGTERM, SIGHUP})
@@ -108,7 +106,7 @@ Deadline::Deadline(double seconds) {
     timer_expired = 0;
     deadline_active = 1;
     arm_timer(to_timespec(seconds));
-    // The signal may have come before the timer was set.
+    // A signal may have arrived before the timer was set.
     if (end_signal != 0 && signals_ignored == 0)
         arm_timer(tick);
 }

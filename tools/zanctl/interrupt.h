@@ -1,27 +1,26 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// Bounds the library's waits, which have no time limit of their own: a wait
-// ends early only when a signal interrupts its system call.
+// Limits the library's waits, which have no timeout: only a signal that interrupts the
+// system call ends a wait early.
 
 namespace zan::ctl {
 
-// Makes SIGINT, SIGTERM and SIGHUP ask for an end instead of ending at once.
-// Call before anything else here.
+// Makes SIGINT, SIGTERM and SIGHUP set a flag instead of ending the program.  Call this
+// first.
 void catch_signals();
 
-// The first signal that asked for an end, or 0.
+// The first of these signals that arrived, or 0.
 int interrupted();
 
-// Throws Interrupted when a signal has asked for an end, unless cleaning up.
+// Throws Interrupted if one has arrived, except after ignore_signals().
 void throw_if_interrupted();
 
-// From here on no signal asks for an end, and none interrupts a wait: cleaning
-// up is bounded by its deadline alone.
+// From now on these signals are ignored: only the deadline limits the cleanup.
 void ignore_signals();
 
-// While one exists, system calls are interrupted from `seconds` on, and at once
-// when a signal asks for an end.  One at a time.
+// While it exists, system calls are interrupted after `seconds`, and as soon as one of the
+// signals arrives.  Only one may exist at a time.
 class Deadline {
 public:
     explicit Deadline(double seconds);

@@ -8,7 +8,7 @@ namespace zan::ctl {
 
 using Json = nlohmann::ordered_json;
 
-// A value may hold any bytes; JSON is UTF-8, so what is not becomes U+FFFD.
+// A value may have any bytes; those that are not UTF-8 become U+FFFD.
 inline std::string to_line(const Json &json) {
     return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

@@ -17,7 +17,7 @@ namespace {
 struct Named {
     int number;
     const char *name;
-    const char *also = nullptr; // understood, but not shown
+    const char *also = nullptr; // accepted, but not printed
 };
 
 constexpr Named levels[] = {
@@ -28,7 +28,7 @@ constexpr Named levels[] = {
     {ZAN_LOG_VERBOSE, "verbose"},
 };
 
-// Any other number is off, too; 0 would not do, which in the tree is no setting.
+// Any other number means off too, except 0: in the tree that means "not set".
 constexpr int off = 255;
 
 constexpr Named dests[] = {
@@ -69,7 +69,7 @@ constexpr std::size_t table_size = ZAN_LOG_ENTRIES * sizeof(zan_log_entry);
 LogTable::LogTable() {
     const int id = shmget(ftok(ZAN_LOG_KEY_PATH, ZAN_LOG_KEY_ID), table_size, 0);
     if (id == 0 || (id < 0 && errno == ENOENT))
-        return; // the modules take 0 for none, too
+        return; // the modules treat 0 like a missing table
     void *const memory = id < 0 ? nullptr : shmat(id, nullptr, 0);
     if (memory == nullptr || memory == reinterpret_cast<void *>(-1))
         throw std::system_error(errno, std::generic_category(), "cannot attach the log table");

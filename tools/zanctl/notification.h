@@ -6,19 +6,18 @@
 
 namespace zan::ctl {
 
-// What a value-changed notification says, by the field positions of the
-// stand-in daemon.
+// A value-changed notification.  What each field means is zansim's choice.
 struct Change {
-    std::string source; // the module that made it
+    std::string source; // the module that changed it
     std::string path;
     std::string value;
-    bool cut;               // the value is only the beginning
+    bool cut;               // the value may have been longer
     int kind;               // 1 changed, 2 added, 3 deleted
     int option;             // the subscription's
     std::string subscribed; // the path it was subscribed with
 };
 
-// The fields as the value-changed handler gets them.
+// Takes the arguments of the value-changed handler.
 Change decode_change(std::string_view f1, std::string_view f2, std::string_view f3,
                      std::string_view f6, int f4, int f5);
 

@@ -2,13 +2,14 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 namespace zan::ctl {
 
-// The program's standard output, to itself.  The library prints diagnostics on
-// descriptor 1; they go to standard error instead, so that a script that reads
-// the output gets results and nothing else.
+// The program's standard output.  The library prints diagnostics on descriptor 1: while
+// an Output exists, they are discarded or go to standard error, so that standard output
+// has results only.
 class Output {
 public:
     Output();
@@ -16,11 +17,28 @@ public:
     Output(const Output &) = delete;
     Output &operator=(const Output &) = delete;
 
-    // Writes a line at once.  Throws std::system_error when it cannot.
+    // Sends the library's diagnostics to standard error.
+    static void show_diagnostics();
+
+    // Writes a line and flushes it.  Throws std::system_error if that fails.
     void line(std::string_view text);
+
+    bool has_colors() const { return has_colors_; }
 
 private:
     std::FILE *stream_ = nullptr;
+    bool has_colors_ = false;
 };
+
+// A terminal that shows colors, unless NO_COLOR or TERM says otherwise.
+bool has_colors(int descriptor);
+
+enum class Color { none, red, green, blue };
+
+// The text in this color, bold, when `enabled`.
+std::string colored(bool enabled, Color color, std::string_view text);
+
+// Prints "zanctl: TEXT" on standard error.
+void report(const std::string &text);
 
 } // namespace zan::ctl

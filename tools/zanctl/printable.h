@@ -6,7 +6,7 @@
 
 namespace zan::ctl {
 
-// Control characters and backslashes as \xHH, so that the text stays one line.
+// Replaces control characters and backslashes by \xHH, so that the text is one line.
 std::string printable(std::string_view text);
 
 } // namespace zan::ctl

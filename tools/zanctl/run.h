@@ -2,8 +2,7 @@
 // What the commands have in common when they run.
 #pragma once
 
-#include "commands.h"
-#include "failure.h"
+#include "command.h"
 #include "json.h"
 
 #include <algorithm>
@@ -11,38 +10,46 @@
 
 namespace zan::ctl {
 
-// Prints the daemon's "no" to a request about `subject`.
-void print_refusal(const std::string &subject, const Refused &refusal);
+// "SUBJECT: TEXT (CODE)".
+std::string format_refusal(const std::string &subject, const Refusal &refusal);
 
-// Runs the action; when the daemon refuses it, says so about `subject`.
-template<typename Action> int attempt(const std::string &subject, Action action) {
+// Prints why a request about `subject` failed: on standard error, or with --json as an
+// object on standard output.
+void print_refusal(Output &output, const Options &options, const std::string &subject,
+                   const Refusal &refusal);
+
+// Runs the action and prints a refusal.
+template<typename Action>
+ExitCode attempt(Output &output, const Options &options, const std::string &subject,
+                 Action action) {
     try {
         action();
-    } catch (const Refused &refusal) {
-        print_refusal(subject, refusal);
-        return exit_refused;
+    } catch (const Refusal &refusal) {
+        print_refusal(output, options, subject, refusal);
+        return ExitCode::refused;
     }
-    return exit_done;
+    return ExitCode::done;
 }
 
-// Runs the action on each path, and goes on after a refusal.
-template<typename Action> int for_each_path(const Arguments &arguments, Action action) {
-    int exit_code = exit_done;
-    for (const std::string &path : arguments.paths)
-        exit_code = std::max(exit_code, attempt(path, [&] { action(path); }));
+// Runs the action on each path, and continues after a refusal.
+template<typename Action>
+ExitCode for_each_path(Output &output, const PathsOptions &options, Action action) {
+    ExitCode exit_code = ExitCode::done;
+    for (const std::string &path : options.paths)
+        exit_code = std::max(exit_code, attempt(output, options, path, [&] { action(path); }));
     return exit_code;
 }
 
-// A request to the configuration tree, and its answer's text.
+// Makes a request to the configuration tree and returns the text of its answer.
 std::string ask(Session &session, zan_cfg_cmd cmd, const std::string &payload, int arg = 0);
 
-// Throws Refused when the text is none.
+// Throws Refusal if the text is not a number.
 long to_number(const std::string &text);
 
-// One form or the other, as the caller has asked for.
-void print(Output &output, const Arguments &arguments, const std::string &plain, const Json &json);
+// Prints the plain text, or the object with --json.
+void print(Output &output, const Options &options, const std::string &plain, const Json &json);
 
-// The object alone, and nothing in plain form.
-void print_json(Output &output, const Arguments &arguments, const Json &json);
+// Prints the object with --json, else nothing.
+void print_json(Output &output, const Options &options, const Json &json);
 
 } // namespace zan::ctl

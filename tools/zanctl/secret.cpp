@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "secret.h"
 
-#include "failure.h"
-#include "interrupt.h"
+#include "error.h"
+#include "file.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace zan::ctl {
 namespace {
 
-// Keeps the terminal of standard input, if it is one, from showing what is typed.
+// Turns off the echo of standard input if that is a terminal.
 class HiddenInput {
 public:
     explicit HiddenInput(const std::string &prompt)
@@ -28,7 +28,7 @@ public:
         if (!terminal_)
             return;
         tcsetattr(STDIN_FILENO, TCSANOW, &saved_);
-        std::fputc('\n', stderr); // the one that was typed did not show
+        std::fputc('\n', stderr); // the user's own was not echoed
     }
     HiddenInput(const HiddenInput &) = delete;
     HiddenInput &operator=(const HiddenInput &) = delete;
@@ -40,21 +40,12 @@ private:
 
 } // namespace
 
-// A byte at a time: what is behind the line is for the next reader.
 std::string read_secret(const std::string &prompt) {
     const HiddenInput hidden(prompt);
-    std::string line;
-    for (char c = '\0';;) {
-        const ssize_t got = read(STDIN_FILENO, &c, 1);
-        throw_if_interrupted();
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0 && line.empty())
-            throw Failure(exit_usage, "standard input has no " + prompt);
-        if (got <= 0 || c == '\n')
-            return line;
-        line += c;
-    }
+    std::optional<std::string> line = read_input_line();
+    if (!line)
+        throw Error(ExitCode::usage, prompt + " is missing on standard input");
+    return std::move(*line);
 }
 
 } // namespace zan::ctl

@@ -5,8 +5,8 @@
 
 namespace zan::ctl {
 
-// The next line of standard input.  At a terminal it is prompted for on standard
-// error and not echoed.  Throws Failure when there is none, Interrupted.
+// Reads a line of standard input.  A terminal prompts for it on standard error and does not
+// echo it.  Throws Error at the end of the input, Interrupted.
 std::string read_secret(const std::string &prompt);
 
 } // namespace zan::ctl

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "session.h"
 
-#include "failure.h"
+#include "error.h"
 #include "interrupt.h"
+#include "progress.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <sstream>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -17,41 +17,54 @@
 namespace zan::ctl {
 namespace {
 
-constexpr int instance = 0;
+constexpr int queue_instance = 0;
+
+constexpr const char *mesh_not_ready =
+    "this device is not a mesh agent, or the mesh is not ready (--verbose shows which)";
+constexpr const char *link_closed = "it closed the link";
 
 bool queue_exists(int queue) {
     msqid_ds status;
     return queue >= 0 && (msgctl(queue, IPC_STAT, &status) == 0 || errno == EACCES);
 }
 
-Failure no_daemon(const std::string &why) {
-    return {exit_no_daemon, "no daemon: " + why};
+Error no_daemon(const std::string &why) {
+    return {ExitCode::no_daemon, "no daemon: " + why};
 }
 
-Failure no_answer(double seconds) {
-    std::ostringstream text;
-    text << "no answer within " << seconds << (seconds == 1 ? " second" : " seconds");
-    return no_daemon(text.str());
+Error no_answer(double timeout) {
+    return {ExitCode::no_answer, "no answer from the daemon within " + duration_text(timeout) +
+                                     " (is it busy? --timeout SECONDS waits longer)"};
 }
 
-// Asked before registering, because the library would try four times.
+struct IdFile {
+    const char *path;
+    int (*read)();
+};
+constexpr IdFile id_files[] = {{"/tmp/zan_qid", zan_get_msq_qid},
+                               {"/tmp/zan_req_qid", zan_get_reg_msq_qid}};
+
+// Checked first, because the library would try to register four times.
 void require_daemon() {
-    for (int (*const queue_id)() : {zan_get_msq_qid, zan_get_reg_msq_qid}) {
-        const int queue = queue_id();
+    for (const IdFile &file : id_files) {
+        const int queue = file.read();
+        if (queue < 0 && access(file.path, F_OK) != 0)
+            throw no_daemon(std::string(file.path) + " not found (is zansim running?)");
         if (queue < 0)
-            throw no_daemon("it has not left its queue ids in /tmp");
+            throw no_daemon(std::string(file.path) + " has no queue id (is zansim running?)");
         if (!queue_exists(queue))
-            throw no_daemon("its queue " + std::to_string(queue) + " has gone");
+            throw no_daemon("queue " + std::to_string(queue) + " of " + file.path +
+                            " does not exist (has zansim ended?)");
     }
 }
 
-// The library's answer to a peek is 0 at the end of the stream.
+// The library returns 0 at the end of the stream.
 bool link_is_open() {
     char byte = 0;
     return zan_ipc_try_recv(g_ipc_handle, &byte, 1) > 0 || errno == EAGAIN;
 }
 
-// Where the daemon's files say that it serves agents.
+// The port and address for agents, from the daemon's files.
 std::string link_place() {
     char address[ZAN_NAME_SIZE] = {};
     zan_get_socket_ip(address);
@@ -60,13 +73,13 @@ std::string link_place() {
     return host.empty() ? port : port + " of " + host;
 }
 
-// Messages are acknowledged by a command of its own, all else by the same.
+// The answer has the command of the request, except that of a message.
 int answer_command(const zan_body &request) {
     const bool message = request.type == ZAN_CLASS_MESSAGE || request.type == ZAN_CLASS_BROADCAST;
     return message ? int{ZAN_MESSAGE_ACK} : request.cmd;
 }
 
-// The others leave the time of sending zero.
+// Requests of the other classes have no time.
 bool is_timed(int type) {
     return type == ZAN_CLASS_MESSAGE || type == ZAN_CLASS_BROADCAST || type == ZAN_CLASS_NOTIFY;
 }
@@ -77,7 +90,7 @@ struct Session::Exchange {
     zan_msg request;
     zan_resp answer;
     char error[1024]; // the daemon's text
-    int reason;       // the system's, when the request or its answer got lost
+    int reason;       // errno, if sending or receiving failed
 
     int size() const { return ZAN_HEADER_SIZE + request.body.len; }
     int run();
@@ -96,7 +109,7 @@ int Session::Exchange::run() {
     return result;
 }
 
-// Configuration answers by reference, remote management in the area itself.
+// A configuration answer is returned by reference, that of remote management as a copy.
 std::string Session::Exchange::text() const {
     if (request.body.type == ZAN_CLASS_CWMP)
         return {answer.data, static_cast<std::size_t>(answer.len)};
@@ -111,23 +124,25 @@ Session::Session(std::string name, double timeout)
 
 void Session::register_module() {
     const Deadline deadline(timeout_);
-    const int result = zan_register(name_.c_str(), instance);
+    const int result = zan_register(name_.c_str(), queue_instance);
     queue_ = result;
     if (result >= 0)
         return;
-    // Each failed attempt has removed its queue, but not the key file.
-    zan_del_msq_file(name_.c_str(), instance);
+    // The library removes the queue of each failed attempt, but not the key file.
+    zan_del_msq_file(name_.c_str(), queue_instance);
     throw_if_interrupted();
+    require_daemon();
     if (deadline.expired())
         throw no_answer(timeout_);
-    require_daemon();
-    const std::string registration = "registration as " + name_ + ": ";
+    const std::string subject = "registration as " + name_;
     if (result == ZAN_ERR_QUEUE_IDS)
-        throw Refused(registration + "cannot create a queue");
-    throw Refused(registration + "refused with " + std::to_string(result));
+        throw Refusal("cannot create a queue (is kernel.msgmni reached?)", result, subject);
+    throw Refusal("refused", result, subject);
 }
 
 void Session::register_agent() {
+    if (agent_)
+        return;
     throw_if_interrupted();
     const Deadline deadline(timeout_);
     const int result = zan_register_agent(name_.c_str(), getpid());
@@ -135,16 +150,16 @@ void Session::register_agent() {
     if (agent_)
         return;
     throw_if_interrupted();
-    const std::string registration = "registration as agent " + name_ + ": ";
+    const std::string subject = "registration as agent " + name_;
     if (result == ZAN_ERR_MESH)
-        throw Refused(registration + "the mesh is not ready, for the reason above");
+        throw Refusal(mesh_not_ready, result, subject);
     if (result == ZAN_ERR_CREATE)
-        throw no_daemon("it serves no agents at " + link_place());
+        throw no_daemon("cannot connect to " + link_place() + " (does it serve mesh agents?)");
     if (deadline.expired())
         throw no_answer(timeout_);
     if (result == ZAN_ERR || result == ZAN_ERR_SEND)
-        throw no_daemon("it has closed the link");
-    throw Refused(registration + "refused with " + std::to_string(result));
+        throw no_daemon(link_closed);
+    throw Refusal("refused", result, subject);
 }
 
 Session::~Session() {
@@ -152,27 +167,26 @@ Session::~Session() {
     leave_link();
     if (queue_exists(g_zan_qid)) {
         const Deadline deadline(clean_up_seconds());
-        zan_unregister(name_.c_str(), instance);
+        zan_unregister(name_.c_str(), queue_instance);
     }
-    // A daemon that answers "no" or not at all leaves both in place.
+    // They remain if the daemon refused or did not answer.
     if (queue_exists(queue_))
         zan_msg_del(queue_);
-    zan_del_msq_file(name_.c_str(), instance);
+    zan_del_msq_file(name_.c_str(), queue_instance);
 }
 
 void Session::leave_link() const {
     if (!agent_)
         return;
     const Deadline deadline(clean_up_seconds());
-    // Without word to a daemon that could not hear it; and the mesh may not be
-    // ready any more, when the library sends nothing.
+    // The library unregisters only while the mesh is ready, and it needs the daemon.
     if (!link_is_open() || !queue_exists(g_zan_qid) ||
         zan_unregister_agent(name_.c_str(), getpid()) != 0)
         zan_ipc_delete(g_ipc_handle);
 }
 
 double Session::clean_up_seconds() const {
-    // Enough to leave word with a daemon that has not answered before.
+    // Enough to send; a daemon that did not answer before is not waited for.
     if (daemon_silent_)
         return 0.1;
     return interrupted() != 0 ? std::min(timeout_, 1.0) : timeout_;
@@ -198,14 +212,15 @@ void Session::fill(const Request &request) {
 Answer Session::exchange(const Request &request) {
     throw_if_interrupted();
     fill(request);
-    const Deadline deadline(timeout_);
+    const double timeout = request.timeout > 0 ? request.timeout : timeout_;
+    const Deadline deadline(timeout);
     zan_api_lock();
     const int result = exchange_->run();
-    // The text lives until the next request: copied before the lock goes.
+    // The next request overwrites the text, so it is copied under the lock.
     std::string text = result >= 0 ? exchange_->text() : "";
     zan_api_unlock();
     if (result < 0)
-        fail(result, deadline.expired());
+        fail(result, deadline.expired(), timeout);
     return {std::move(text), result};
 }
 
@@ -213,46 +228,47 @@ void Session::post(const std::function<int()> &send) {
     throw_if_interrupted();
     const Deadline deadline(timeout_);
     if (send() < 0)
-        lose_daemon(errno, deadline.expired());
+        report_lost_daemon(errno, deadline.expired(), timeout_);
 }
 
-int Session::call(const std::function<int()> &make) {
+int Session::call(const std::function<int()> &make_request) {
     throw_if_interrupted();
     const Deadline deadline(timeout_);
     exchange_->error[0] = '\0';
     errno = 0;
-    const int result = make();
+    const int result = make_request();
     exchange_->reason = errno;
     if (result < 0)
-        fail(result, deadline.expired());
+        fail(result, deadline.expired(), timeout_);
     return result;
 }
 
-// The matcher reports a failed receive as -1, which a daemon may also answer;
-// only the former leaves an error number and no text.
-void Session::fail(int result, bool expired) {
+// A failed receive gives -1, and so may the daemon; only the former sets errno and has no
+// text.
+void Session::fail(int result, bool expired, double timeout) {
     const std::string text = exchange_->error;
     const int reason = exchange_->reason;
     if (reason == 0 || !text.empty())
-        throw Refused(text.empty() ? "refused with " + std::to_string(result) : text);
+        throw Refusal(text.empty() ? "refused" : text, result);
     throw_if_interrupted();
     if (result == ZAN_ERR_SEND && reason == EINVAL && connected())
-        throw Refused("a request of " + std::to_string(exchange_->size()) +
-                      " bytes is longer than kernel.msgmax allows");
-    lose_daemon(reason, expired);
+        throw Refusal("a request of " + std::to_string(exchange_->size()) +
+                          " bytes exceeds kernel.msgmax",
+                      result);
+    report_lost_daemon(reason, expired, timeout);
 }
 
-void Session::lose_daemon(int reason, bool expired) {
+void Session::report_lost_daemon(int reason, bool expired, double timeout) {
     throw_if_interrupted();
     daemon_silent_ = true;
-    if (expired)
-        throw no_answer(timeout_);
     require_connection();
+    if (expired)
+        throw no_answer(timeout);
     throw no_daemon(std::strerror(reason));
 }
 
 std::string Session::get_over_link(const std::string &path) {
-    // A terminator more than the longest value.
+    // The longest value and its terminator.
     std::string value(ZAN_DATA_SIZE + 1, '\0');
     call_over_link([&] {
         return ctl_getstr(value.data(), static_cast<int>(value.size()), "%s", path.c_str());
@@ -260,32 +276,31 @@ std::string Session::get_over_link(const std::string &path) {
     return value.c_str();
 }
 
-void Session::call_over_link(const std::function<int()> &make) {
+void Session::call_over_link(const std::function<int()> &make_request) {
     throw_if_interrupted();
     const Deadline deadline(timeout_);
-    const int result = make();
+    const int result = make_request();
     if (result <= 0)
         fail_over_link(result, deadline.expired());
 }
 
-// The daemon may answer any negative number, so what the library's own numbers
-// would say is looked for first.
+// The daemon may answer with any negative number, also with one of the library's own, so
+// other causes are ruled out first.
 void Session::fail_over_link(int result, bool expired) {
     throw_if_interrupted();
     if (result == ZAN_ERR_MESH)
-        throw Refused("the mesh is not ready, for the reason above");
+        throw Refusal(mesh_not_ready, result);
     if (expired) {
         daemon_silent_ = true;
         throw no_answer(timeout_);
     }
     if (!link_is_open())
-        lose_link();
-    throw Refused("refused with " + std::to_string(result));
+        report_lost_link();
+    throw Refusal("refused", result);
 }
 
-void Session::lose_link() const {
-    throw no_daemon(link_is_open() ? "what it writes to the link is no record"
-                                   : "it has closed the link");
+void Session::report_lost_link() const {
+    throw no_daemon(link_is_open() ? "it sent an invalid record on the link" : link_closed);
 }
 
 bool Session::connected() const {
@@ -294,9 +309,9 @@ bool Session::connected() const {
 
 void Session::require_connection() const {
     if (!queue_exists(g_zan_qid))
-        throw no_daemon("it has ended");
+        throw no_daemon("its queue was removed (has zansim ended?)");
     if (!queue_exists(queue_))
-        throw no_daemon("it has removed this module's queue");
+        throw no_daemon("the queue of this module was removed");
 }
 
 } // namespace zan::ctl

@@ -15,53 +15,54 @@ struct Request {
     const char *dst;
     std::string payload;
     int arg = 0;
+    double timeout = 0; // seconds; 0 for the session's
 };
 
 struct Answer {
-    std::string text; // empty for the commands that answer without
-    int result;       // what the library's wait returned, 0 or more
+    std::string text; // empty for the commands whose answer has none
+    int result;       // of the library's wait, 0 or 1
 };
 
-// Registered with the daemon as a module from construction to destruction, which
-// leaves no queue, no key file and no link behind, whatever happened in between.
+// Registered with the daemon as a module from construction to destruction, which removes
+// the queue, the key file and the link in any case.
+//
+// Every call that waits throws Refusal if the request is refused, Error if there is no
+// daemon or no answer in time, and Interrupted after a signal.
 class Session {
 public:
-    // Throws Failure when no daemon answers or it refuses the module.
     Session(std::string name, double timeout);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    // Sends a request and waits for its answer.  Throws Refused with the daemon's
-    // text, Failure when it does not answer, Interrupted.
+    void set_timeout(double seconds) { timeout_ = seconds; }
+
+    // Sends a request and waits for its answer.
     Answer exchange(const Request &request);
     std::string request(const Request &request) { return exchange(request).text; }
 
-    // Runs a send of the library's that nobody answers.  Throws Failure when it
-    // fails, Interrupted.
+    // Runs one of the library's functions that send without an answer.
     void post(const std::function<int()> &send);
 
-    // Runs a request of the library's and returns its result.  Throws as exchange,
-    // but knows no text of the daemon's.
-    int call(const std::function<int()> &make);
+    // Runs one of the library's requests and returns its result.  The library keeps the
+    // text of a refusal to itself.
+    int call(const std::function<int()> &make_request);
 
-    // Makes the module a mesh agent too, under the same name, with a link to the
-    // daemon.  Throws Refused when the device is no agent or the daemon says no,
-    // Failure when there is no link to be had, Interrupted.
+    // Registers as a mesh agent too, under the same name, with a link to the daemon.  Does
+    // nothing the second time.
     void register_agent();
 
-    // A value, read over the link.  Throws as request() does.
+    // Reads a value over the link.
     std::string get_over_link(const std::string &path);
 
-    // Runs a call of the library's that waits for its answer on the link.  Throws
-    // as request() does, but the daemon's text stays with the library.
-    void call_over_link(const std::function<int()> &make);
+    // Runs one of the library's requests over the link.
+    void call_over_link(const std::function<int()> &make_request);
 
-    // Whether the daemon still has its queue and leaves this module its own.
+    // Whether both queues still exist.
     bool connected() const;
-    void require_connection() const; // throws Failure
+    void require_connection() const; // throws Error
     bool has_link() const { return agent_; }
-    [[noreturn]] void lose_link() const; // throws Failure
+    [[noreturn]] void report_lost_link() const; // throws Error
 
 private:
     struct Exchange;
@@ -71,8 +72,8 @@ private:
     double clean_up_seconds() const;
     void leave_link() const;
     [[noreturn]] void fail_over_link(int result, bool expired);
-    [[noreturn]] void fail(int result, bool expired);
-    [[noreturn]] void lose_daemon(int reason, bool expired);
+    [[noreturn]] void fail(int result, bool expired, double timeout);
+    [[noreturn]] void report_lost_daemon(int reason, bool expired, double timeout);
 
     std::string name_;
     double timeout_;

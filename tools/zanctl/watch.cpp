@@ -21,7 +21,7 @@ namespace {
 
 constexpr auto poll_interval = std::chrono::milliseconds(20);
 
-// Filled by the handlers, which have no argument of the caller's.
+// The handlers have no argument for the caller's data.
 std::deque<Json> arrived;
 
 int on_value_changed(char *f1, char *f2, char *f3, char *f6, int f4, int f5) {
@@ -64,7 +64,7 @@ Request notify_request(zan_notify_cmd cmd, std::string payload) {
 }
 
 Subscription value_subscription(const std::string &path) {
-    const std::string settings(2, '\0'); // flag and option, which only the daemon knows
+    const std::string settings(2, '\0'); // flag and option: their meaning is the daemon's
     return {path, notify_request(ZAN_NOTIFY_REGISTER_VALUE, settings + path),
             notify_request(ZAN_NOTIFY_UNREGISTER_VALUE, path)};
 }
@@ -76,10 +76,11 @@ Subscription event_subscription(int event) {
             notify_request(ZAN_NOTIFY_UNREGISTER_EVENT, payload)};
 }
 
-// Takes every subscription back when it goes.
+// Removes its subscriptions on destruction.
 class Subscriptions {
 public:
-    explicit Subscriptions(Session &session) : session_(session) {}
+    Subscriptions(Session &session, const Options &options, Output &output)
+        : session_(session), options_(options), output_(output) {}
     ~Subscriptions();
     Subscriptions(const Subscriptions &) = delete;
     Subscriptions &operator=(const Subscriptions &) = delete;
@@ -88,14 +89,16 @@ public:
 
 private:
     Session &session_;
+    const Options &options_;
+    Output &output_;
     std::deque<Subscription> active_;
 };
 
 bool Subscriptions::add(const Subscription &subscription) {
     try {
         session_.request(subscription.subscribe);
-    } catch (const Refused &refusal) {
-        print_refusal(subscription.subject, refusal);
+    } catch (const Refusal &refusal) {
+        print_refusal(output_, options_, subscription.subject, refusal);
         return false;
     }
     active_.push_back(subscription);
@@ -109,19 +112,19 @@ Subscriptions::~Subscriptions() {
             return;
         try {
             session_.request(subscription.unsubscribe);
-        } catch (const Refused &refusal) {
-            print_refusal(subscription.subject, refusal);
-        } catch (const Failure &) {
-            return; // no answer: waiting for the next one would only take longer
+        } catch (const Refusal &refusal) {
+            report(format_refusal(subscription.subject, refusal));
+        } catch (const Error &) {
+            return; // no answer: do not wait for those of the other subscriptions
         }
     }
 }
 
-bool subscribe_all(Subscriptions &subscriptions, const Arguments &arguments) {
+bool subscribe_all(Subscriptions &subscriptions, const ArrivalOptions &options) {
     bool all = true;
-    for (const std::string &path : arguments.paths)
+    for (const std::string &path : options.paths)
         all = subscriptions.add(value_subscription(path)) && all;
-    for (const int event : arguments.events)
+    for (const int event : options.events)
         all = subscriptions.add(event_subscription(event)) && all;
     return all;
 }
@@ -159,18 +162,18 @@ std::string plain_line(const Json &json) {
     return json.contains("cut") ? line + "..." : line;
 }
 
-void print(Output &output, const Arguments &arguments, Json json) {
-    const std::string time = arguments.time ? time_text() : "";
-    if (arguments.json) {
-        if (arguments.time)
+void print(Output &output, const ArrivalOptions &options, Json json) {
+    const std::string time = options.time ? time_text() : "";
+    if (options.json()) {
+        if (options.time)
             json["time"] = time;
         output.line(to_line(json));
     } else {
-        output.line(arguments.time ? time + " " + plain_line(json) : plain_line(json));
+        output.line(options.time ? time + " " + plain_line(json) : plain_line(json));
     }
 }
 
-// Of each class that comes unasked, one.
+// Takes one record of each class that arrives unsolicited.
 bool dispatch_queued() {
     static zan_msg record;
     bool dispatched = false;
@@ -179,27 +182,27 @@ bool dispatch_queued() {
     return dispatched;
 }
 
-// Also of those that the link has.
+// Also takes one from the agent's link.
 bool dispatch_arrivals(const Session &session) {
     bool dispatched = dispatch_queued();
     if (session.has_link()) {
         const int result = zan_client_recv(g_ipc_handle, nullptr, 0);
         if (result < 0)
-            session.lose_link();
+            session.report_lost_link();
         dispatched = result > 0 || dispatched;
     }
     return dispatched;
 }
 
-// Polled, because the answer to an unsubscription arrives on the same type as
-// the notifications: a receive thread would take it.
-void print_arrivals(Session &session, const Arguments &arguments, Output &output) {
+// Polls instead of starting a receive thread, which would take the answer to an
+// unsubscription: it has the same queue type as a notification.
+void print_arrivals(Session &session, const ArrivalOptions &options, Output &output) {
     unsigned printed = 0;
     while (interrupted() == 0) {
         const bool dispatched = dispatch_arrivals(session);
         for (; !arrived.empty(); arrived.pop_front()) {
-            print(output, arguments, std::move(arrived.front()));
-            if (++printed == arguments.count)
+            print(output, options, std::move(arrived.front()));
+            if (++printed == options.count)
                 return;
         }
         if (!dispatched) {
@@ -209,27 +212,29 @@ void print_arrivals(Session &session, const Arguments &arguments, Output &output
     }
 }
 
-int run(const char *ready, Session &session, const Arguments &arguments, Output &output) {
+ExitCode run(const char *ready, Session &session, const ArrivalOptions &options, Output &output) {
     zan_set_value_changed_handler2(on_value_changed);
     zan_set_event_handler(on_event);
-    Subscriptions subscriptions(session);
-    if (!subscribe_all(subscriptions, arguments))
-        return exit_refused;
-    // For those who change or send something from here on.
-    std::fprintf(stderr, "zanctl: %s\n", ready);
-    print_arrivals(session, arguments, output);
-    return exit_done;
+    Subscriptions subscriptions(session, options, output);
+    if (!subscribe_all(subscriptions, options))
+        return ExitCode::refused;
+    // A script waits for this line before it changes or sends something.
+    report(ready);
+    print_arrivals(session, options, output);
+    return ExitCode::done;
 }
 
 } // namespace
 
-int run_watch(Session &session, const Arguments &arguments, Output &output) {
-    return run("watching", session, arguments, output);
+ExitCode run_watch(Session &session, const ArrivalOptions &options, Output &output) {
+    return run("watching", session, options, output);
 }
 
-int run_listen(Session &session, const Arguments &arguments, Output &output) {
+ExitCode run_listen(Session &session, const ArrivalOptions &options, Output &output) {
+    if (options.agent)
+        session.register_agent();
     zan_set_message_handler(on_message);
-    return run("listening", session, arguments, output);
+    return run("listening", session, options, output);
 }
 
 } // namespace zan::ctl

@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "arguments.h"
-#include "output.h"
-#include "session.h"
+#include "command.h"
 
 namespace zan::ctl {
 
-// Prints notifications until a signal asks for an end.
-int run_watch(Session &session, const Arguments &arguments, Output &output);
-
-// The same, and messages from other modules.
-int run_listen(Session &session, const Arguments &arguments, Output &output);
+// Print what arrives until a signal, or until the number of lines in the options.
+ExitCode run_watch(Session &session, const ArrivalOptions &options, Output &output);
+ExitCode run_listen(Session &session, const ArrivalOptions &options, Output &output);
 
 } // namespace zan::ctl

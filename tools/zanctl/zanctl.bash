@@ -2,16 +2,15 @@
 # shellcheck shell=bash
 #
 # Completion for zanctl.  Commands and options come from its own --help.  Paths
-# are completed with the instances of multi-instance objects and their values,
-# as long as a daemon runs that renders them one per line, as zansim does:
-# "1 name=admin level=3".
+# are completed with the instances of multi-instance objects and their values, if
+# the daemon lists them as zansim does, one per line: "1 name=admin level=3".
 
-# The help of zanctl, or of one of its commands.
+# Prints the help of zanctl or of one of its commands.
 _zanctl_help() {
     "$zanctl" "$@" --help 2>/dev/null
 }
 
-# Of zanctl, or of one of its groups of commands.
+# Lists the commands of zanctl or of one of its groups.
 _zanctl_commands() {
     _zanctl_help "$@" | awk '/^  [a-z]/ { print $1 }'
 }
@@ -20,7 +19,7 @@ _zanctl_options() {
     _zanctl_help "$@" | grep -oE -e '^  (-h,)?--[a-z-]+' | grep -oE -e '--[a-z-]+'
 }
 
-# Those that another word belongs to, which the help shows in capitals.
+# Lists the options with a value, which the help shows in capitals.
 _zanctl_options_with_word() {
     _zanctl_help "$@" | grep -oE -e '^  --[a-z-]+ [A-Z]+' | cut -d' ' -f3
 }
@@ -34,7 +33,7 @@ _zanctl_logging_modules() {
     "$zanctl" log list 2>/dev/null | awk 'NR > 1 { print $1 }'
 }
 
-# The words that the help of a command offers for an argument; the first is 0.
+# Lists the words that the help of a command offers for argument number $1, from 0.
 _zanctl_one_of() {
     local position=$1
     shift
@@ -47,7 +46,7 @@ _zanctl_one_of() {
         }'
 }
 
-# OBJECT:N and OBJECT:N/VALUE; everything up to the last of both is typed already.
+# Completes N of OBJECT:N and VALUE of OBJECT:N/VALUE.
 _zanctl_paths() {
     local typed=$1 object number
     if [[ $typed =~ ^(.*):([0-9]+)/[^/:]*$ ]]; then
@@ -68,8 +67,8 @@ _zanctl_interfaces() {
     awk -F: 'NF > 1 { gsub(/ /, "", $1); print $1 }' /proc/net/dev
 }
 
-# KEY= for what a kind of event messages tells.  The kinds themselves are listed as
-# commands are.
+# Lists KEY= for each member of a kind of event message.  The help lists the kinds as it
+# lists commands.
 _zanctl_members() {
     _zanctl_help event encode | awk -v kind="$1" '
         $1 == kind { for (i = 2; i <= NF; i++) { sub(/,/, "", $i); print $i "=" } }'
@@ -77,7 +76,7 @@ _zanctl_members() {
 
 _zanctl() {
     local zanctl=$1
-    # Read from the line, because bash takes a colon for the end of a word.
+    # Taken from the line, because bash ends a word at a colon.
     local line=${COMP_LINE:0:COMP_POINT}
     local current=${line##*[[:space:]]}
     local -a words
@@ -85,7 +84,9 @@ _zanctl() {
 
     local word='' skip='' with_word commands
     local -a command=() arguments=()
+    # fad is the old name of action, which the help does not list.
     commands=" $(_zanctl_commands | tr '\n' ' ')"
+    [[ " ${words[*]} " != *' fad '* ]] || commands+='fad '
     with_word=" $(_zanctl_options_with_word | tr '\n' ' ')"
     for word in "${words[@]:1}"; do
         if [ -n "$skip" ]; then
@@ -106,16 +107,18 @@ _zanctl() {
         choices=$(_zanctl_paths "$current")
     elif [ -n "$skip" ]; then
         choices=''
+    elif [[ ${command[0]-} == help && $current != -* ]]; then
+        choices=$(_zanctl_commands "${arguments[@]}")
     elif [[ $current == -* ]]; then
         choices=$(_zanctl_options "${command[@]}")
     elif [[ ${command[*]} == 'event decode '* ]]; then
         choices=''
     elif [[ ${command[*]} == 'event encode '* ]]; then
         choices=$(_zanctl_members "${command[2]}")
-        compopt -o nospace 2>/dev/null || : # a value follows at once
+        compopt -o nospace 2>/dev/null || : # the value follows
     elif [[ $commands == *[a-z]* ]]; then
         choices=${commands// /$'\n'}
-    elif _zanctl_help "${command[@]}" | grep -q '^Usage:.* PATH'; then
+    elif _zanctl_help "${command[@]}" | grep -q '^Usage:.* \[\?PATH'; then
         choices=$(_zanctl_paths "$current")
     elif [[ ${command[*]} == ifaddr || $word == mac-port ]]; then
         choices=$(_zanctl_interfaces)
@@ -128,7 +131,7 @@ _zanctl() {
 
     local IFS=$'\n'
     local choice prefix=''
-    # What stands before the last colon is on the line already.
+    # Bash completes only what follows the last colon.
     if [[ $current == *:* && $COMP_WORDBREAKS == *:* ]]; then
         prefix=${current%:*}:
     fi

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "arguments.h"
+#include "options.h"
 
 #include <zan.h>
 
@@ -8,12 +8,13 @@
 #include <utility>
 
 namespace zan::ctl {
+
 std::string check_path(const std::string &path) {
     if (path.empty() || path.size() >= ZAN_PATH_SIZE)
         return "a path has 1 to " + std::to_string(ZAN_PATH_SIZE - 1) + " characters";
     if (std::any_of(path.begin(), path.end(),
                     [](unsigned char c) { return c <= ' ' || c == 0x7f; }))
-        return "a path has no blanks or control characters";
+        return "a path has no spaces or control characters";
     return {};
 }
 
@@ -23,7 +24,7 @@ std::string check_module_name(const std::string &name) {
         return "a module name has 1 to " + std::to_string(ZAN_NAME_SIZE - 1) + " characters";
     for (const char c : name)
         if (c <= ' ' || c == '/' || c == '\x7f')
-            return "a module name has no blanks, control characters or slashes";
+            return "a module name has no spaces, control characters or slashes";
     return {};
 }
 
@@ -42,7 +43,7 @@ std::string check_command_line(const std::string &text) {
 
 std::string check_file_name(const std::string &name) {
     if (name.empty() || name.size() > ZAN_LONGEST_FILE_NAME)
-        return "it has 1 to " + std::to_string(ZAN_LONGEST_FILE_NAME) + " characters";
+        return "a file name has 1 to " + std::to_string(ZAN_LONGEST_FILE_NAME) + " characters";
     return {};
 }
 
@@ -50,48 +51,56 @@ void add_note(CLI::App &app, const std::string &note) {
     app.footer(note + "\n\n" + app.get_footer());
 }
 
-CLI::Option *add_paths(CLI::App &app, Arguments &arguments) {
-    return app.add_option("PATH", arguments.paths, "Paths, such as /sys/user:1/name")
+CLI::Option *add_paths(CLI::App &app, std::vector<std::string> &paths) {
+    return app.add_option("PATH", paths, "Paths, such as /sys/user:1/name")
         ->option_text("...")
         ->check(check_path);
 }
 
-CLI::Option *add_path(CLI::App &app, Arguments &arguments) {
-    return app.add_option("PATH", arguments.path, "A path, such as /sys/user:1/name")
+CLI::Option *add_path(CLI::App &app, std::string &path) {
+    return app.add_option("PATH", path, "A path, such as /sys/user:1/name")
         ->option_text(" ")
         ->required()
         ->check(check_path);
 }
 
-void add_confirmation(CLI::App &app, Arguments &arguments, std::function<void()> check) {
-    app.add_flag("--yes", arguments.confirmed, "Do it, even at a terminal");
-    app.parse_complete_callback([&arguments, check = std::move(check)] {
-        check();
-        if (!arguments.confirmed && isatty(STDIN_FILENO) != 0)
-            throw CLI::ValidationError("--yes", "required at a terminal: this changes the device");
-    });
-}
-
-CLI::Option *add_module(CLI::App &app, Arguments &arguments) {
-    return app.add_option("MODULE", arguments.module, "The name it has registered under")
+CLI::Option *add_module(CLI::App &app, std::string &module) {
+    return app.add_option("MODULE", module, "The name it is registered under")
         ->option_text(" ")
         ->required()
         ->check(check_module_name);
 }
 
-CLI::Option *add_agent_option(CLI::App &app, Arguments &arguments) {
-    return app.add_flag("--agent", arguments.agent, "Go over TCP, as a mesh agent");
+CLI::Option *add_agent_option(CLI::App &app, bool &agent) {
+    return app.add_flag("--agent", agent, "Use the TCP link of a mesh agent");
 }
 
-void add_arrival_options(CLI::App &app, Arguments &arguments) {
-    app.add_option("--event", arguments.events, "Event code to watch; may be repeated")
+void add_arrival_options(CLI::App &app, ArrivalOptions &options) {
+    app.add_option("--event", options.events, "Event code to watch; may be repeated")
         ->option_text("CODE")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--count", arguments.count, "End after so many lines")
+    app.add_option("--count", options.count, "Exit after N lines")
         ->option_text("N")
         ->check(CLI::PositiveNumber);
-    app.add_flag("--time", arguments.time, "Say when each came");
+    app.add_flag("--time", options.time, "Print the time of arrival");
+}
+
+void add_confirmation(CLI::App &app, Confirmation confirmation, std::function<void()> check) {
+    const bool always = confirmation == Confirmation::always;
+    const std::string description =
+        always ? "Confirm; required, in scripts too" : "Confirm; required at a terminal";
+    CLI::Option *const yes = app.add_flag("--yes", description);
+    app.parse_complete_callback([yes, always, check = std::move(check)] {
+        check();
+        if (yes->count() > 0)
+            return;
+        if (always)
+            throw CLI::ValidationError("--yes", "required to confirm: this resets or restarts the "
+                                                "device");
+        if (isatty(STDIN_FILENO) != 0)
+            throw CLI::ValidationError("--yes", "required at a terminal: this changes the device");
+    });
 }
 
 } // namespace zan::ctl
