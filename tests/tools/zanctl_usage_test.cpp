@@ -30,8 +30,9 @@ TEST_P(Usage, ErrorIsReported) {
 
 const std::string all_commands =
     " (expected one of: get, set, count, array, add, del, watch, attr, dump, print, reset, apply, "
-    "pid, send, broadcast, listen, control, login, convert, ifname, firewall, cwmp, action, path, "
-    "route, ifaddr, mac-port, log, event, help)";
+    "ls, tree, export, import, diff, pid, send, broadcast, listen, control, login, convert, "
+    "ifname, "
+    "firewall, cwmp, action, path, route, ifaddr, mac-port, log, event, batch, help)";
 const std::string path_length = "PATH: a path has 1 to 1023 characters";
 const std::string path_characters = "PATH: a path has no spaces or control characters";
 const std::string text_length = "TEXT: a message has at most 1024 characters";
