@@ -2,6 +2,7 @@
 // System actions, which the daemon's file-and-action module executes.  They take no lock.
 // HAZARD: the wait of another action, or any receive of their class or of any type, can
 // take the answer.
+#include "wire/action.h"
 #include "cfg/formatted.h"
 #include "msg/request.h"
 
@@ -9,10 +10,6 @@
 
 namespace zan {
 namespace {
-
-std::string_view bytes_of(const zan_action_data &data) {
-    return {reinterpret_cast<const char *>(&data), sizeof data};
-}
 
 constexpr Command action_command(const char *function, int cmd, const char *destination) {
     return {.function = function,
@@ -54,7 +51,8 @@ int zan_fad_send(int cmd, int wait, int param, int code, const char *name) {
     zan_strcpy(action.name, name, sizeof action.name);
     const Command command = action_command("zan_fad_send", cmd, ZAN_MODULE_ACTION);
     ReceiveRecord record;
-    const int sent = send_request(record.msg, {.command = command, .payload = bytes_of(action)});
+    const int sent =
+        send_request(record.msg, {.command = command, .payload = wire::bytes_of(action)});
     if (sent < 0)
         return sent;
     return wait != 0 ? await_answer(record, command.type, cmd, nullptr, nullptr) : 1;
@@ -113,5 +111,5 @@ int zan_fad_recv_msq(void) {
 int zan_report_event_result(int event, int result) {
     zan_action_data answer = {.code = event, .wait = 0, .param = 0, .name = {}};
     zan_sprintf(answer.name, sizeof answer.name, "%d", result);
-    return post({.command = event_result, .payload = bytes_of(answer)});
+    return post({.command = event_result, .payload = wire::bytes_of(answer)});
 }

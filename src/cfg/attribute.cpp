@@ -4,6 +4,7 @@
 #include "msg/lock.h"
 #include "msg/request.h"
 #include "msg/request_record.h"
+#include "wire/text_request.h"
 
 #include <cstdint>
 
@@ -34,7 +35,8 @@ int cfg_setattr(const char *attr, const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
     if (attr == nullptr)
         return ZAN_ERR;
-    char payload[ZAN_LONGEST_ATTRIBUTES + 1];
-    zan_sprintf(payload, sizeof payload, "%s %s", path.text(), attr);
-    return exchange_locked({.command = set_attr, .payload = payload, .subject = path.text()});
+    wire::FixedText<ZAN_LONGEST_ATTRIBUTES + 1> payload;
+    wire::format_path_text(payload, {.path = path.text(), .text = attr});
+    return exchange_locked(
+        {.command = set_attr, .payload = payload.view(), .subject = path.text()});
 }

@@ -5,6 +5,7 @@
 #include "cfg/formatted.h"
 #include "msg/request.h"
 #include "util/text.h"
+#include "wire/text_request.h"
 
 #include <cstdio>
 #include <cstring>
@@ -15,8 +16,6 @@ namespace {
 constexpr Command convert = {"zan_convert", ZAN_CFG_CONVERT};
 constexpr Command converted_path = {"zan_convert_path", ZAN_CFG_CONVERT_PATH};
 constexpr Command interface_name = {"zan_cfg_get_ifname", ZAN_CFG_IFNAME};
-
-constexpr int kinds = 10; // one digit of the payload
 
 // A text that fits is also limited by the default bound; one that does not fit is cut
 // without a warning.
@@ -35,11 +34,11 @@ void copy_converted(char *value, int size, const char *text) {
 } // namespace
 
 int convert_path(char *value, int size, int kind, const char *path) {
-    if (kind < 0 || kind >= kinds)
+    if (kind < 0 || kind >= wire::conversion_kinds)
         return ZAN_ERR;
-    char payload[ZAN_PATH_SIZE];
-    std::snprintf(payload, sizeof payload, "%d%s", kind, path);
-    return exchange_locked(text_request(converted_path, payload),
+    wire::FixedText<ZAN_PATH_SIZE> payload;
+    wire::format_conversion(payload, {.kind = static_cast<char>('0' + kind), .path = path});
+    return exchange_locked(text_request(converted_path, payload.c_str()),
                            [&](const Answer &answer) { copy_converted(value, size, answer.text); });
 }
 

@@ -3,6 +3,7 @@
 #include "msg/lock.h"
 #include "msg/request.h"
 #include "util/number.h"
+#include "wire/text_request.h"
 
 #include <algorithm>
 #include <climits>
@@ -14,23 +15,6 @@ namespace {
 
 constexpr Command login = {"zan_loginauth", ZAN_CFG_LOGIN};
 
-// The items, one per line.  Text that does not fit is left out, but counted.
-class LoginText {
-public:
-    void append(const char *separator, const char *item) {
-        const std::size_t end = std::min(counted_, sizeof text_ - 1);
-        std::snprintf(text_ + end, sizeof text_ - end, "%s%s", separator, item);
-        counted_ += std::strlen(separator) + std::strlen(item);
-    }
-
-    const char *text() const { return text_; }
-    int counted() const { return static_cast<int>(std::min<std::size_t>(counted_, INT_MAX / 2)); }
-
-private:
-    char text_[ZAN_LONGEST_LOGIN + 1] = {};
-    std::size_t counted_ = 0;
-};
-
 } // namespace
 } // namespace zan
 
@@ -39,19 +23,21 @@ using namespace zan;
 int zan_loginauth(zan_login_req *req) {
     if (req == nullptr)
         return ZAN_ERR;
-    LoginText text;
-    const char *separator = "";
+    wire::FixedText<ZAN_LONGEST_LOGIN + 1> text;
+    bool is_first = true;
     for (const char *item : {req->item1, req->item2, req->item3, req->item4}) {
         if (item == nullptr)
             return ZAN_ERR;
-        text.append(separator, item);
-        separator = "\n";
+        wire::format_login_item(text, item, is_first);
+        is_first = false;
     }
     if (req->item5 != nullptr)
-        text.append(separator, req->item5);
+        wire::format_login_item(text, req->item5, false);
+    // Items that do not fit are left out, but counted.
+    const auto len = static_cast<int>(std::min<std::size_t>(text.counted(), INT_MAX / 2));
     const ApiLock lock;
     req->result = 0;
-    return exchange({.command = login, .payload = text.text(), .len = text.counted()},
+    return exchange({.command = login, .payload = text.view(), .len = len},
                     [&](const Answer &answer) { req->result = to_int(answer.text); });
 }
 

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Subscriptions to value changes and events.
+#include "wire/subscription.h"
+
 #include "msg/lock.h"
 #include "msg/request.h"
+#include "wire/event.h"
 
 #include <algorithm>
 #include <climits>
@@ -12,7 +15,6 @@ namespace zan {
 namespace {
 
 constexpr unsigned int option_limit = 256;
-constexpr std::size_t settings_size = 2;
 constexpr int registered_path_bound = 1024;
 constexpr int unregistered_path_bound = 1025;
 
@@ -40,9 +42,8 @@ Request subscription_request(const Command &command, std::string_view payload, s
 }
 
 int subscribe_to_event(const Command &command, int32_t event) {
-    char code[sizeof event];
-    std::memcpy(code, &event, sizeof event);
-    return exchange_locked(subscription_request(command, {code, sizeof code}, sizeof code));
+    const auto code = wire::format_event(event);
+    return exchange_locked(subscription_request(command, {code.data(), code.size()}, code.size()));
 }
 
 } // namespace
@@ -58,13 +59,16 @@ int zan_notify_register_value_changed(const char *path, unsigned int option, int
     const ApiLock lock;
     if (option >= option_limit)
         return ZAN_ERR;
-    char payload[settings_size + registered_path_bound];
-    payload[0] = static_cast<char>(flag);
-    payload[1] = static_cast<char>(option);
-    const auto copied =
-        static_cast<std::size_t>(zan_strcpy(payload + settings_size, path, registered_path_bound));
-    return exchange(subscription_request(register_value_changed, {payload, settings_size + copied},
-                                         settings_size + std::strlen(path)));
+    const auto settings = wire::format_subscription_settings(static_cast<uint8_t>(flag),
+                                                             static_cast<uint8_t>(option));
+    char payload[settings.size() + registered_path_bound];
+    std::copy(settings.begin(), settings.end(), payload);
+    // Copied here, because a path that is cut prints a warning.
+    const auto copied = static_cast<std::size_t>(
+        zan_strcpy(payload + settings.size(), path, registered_path_bound));
+    return exchange(subscription_request(register_value_changed,
+                                         {payload, settings.size() + copied},
+                                         settings.size() + std::strlen(path)));
 }
 
 int zan_notify_unregister_value_changed(const char *path) {

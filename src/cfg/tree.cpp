@@ -2,6 +2,7 @@
 // The configuration tree as a whole, and its nodes.
 #include "cfg/formatted.h"
 #include "msg/request.h"
+#include "wire/text_request.h"
 
 namespace zan {
 namespace {
@@ -51,11 +52,11 @@ int cfg_dump(int mode, char *file) {
 
 int cfg_print(int mode, const char *extra, const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(ZAN_ERR, path, fmt);
-    char payload[ZAN_LONGEST_PRINT + 1];
-    if (extra == nullptr)
-        zan_sprintf(payload, sizeof payload, "%s", path.text());
-    else
-        zan_sprintf(payload, sizeof payload, "%s %s", path.text(), extra);
+    wire::PathText request = {.path = path.text()};
+    if (extra != nullptr)
+        request.text = extra;
+    wire::FixedText<ZAN_LONGEST_PRINT + 1> payload;
+    wire::format_path_text(payload, request);
     return exchange_locked(
-        {.command = print, .payload = payload, .subject = path.text(), .arg = mode});
+        {.command = print, .payload = payload.view(), .subject = path.text(), .arg = mode});
 }

@@ -4,6 +4,7 @@
 #include "msg/request.h"
 #include "util/number.h"
 #include "util/text.h"
+#include "wire/text_request.h"
 
 #include <cstdio>
 
@@ -23,11 +24,9 @@ int get_text(const Command &command, const Formatted &path, char *value, int siz
 }
 
 int set_text(const Formatted &path, const char *value) {
-    char payload[ZAN_LONGEST_SET + 1];
-    // The leading digit is a flag that is always 0; the daemon splits path and value at the
-    // first space.
-    std::snprintf(payload, sizeof payload, "%d%s %s", 0, path.text(), value);
-    return exchange_locked({.command = set, .payload = payload, .subject = path.text()});
+    wire::FixedText<ZAN_LONGEST_SET + 1> payload;
+    wire::format_assignment(payload, {.path = path.text(), .value = value});
+    return exchange_locked({.command = set, .payload = payload.view(), .subject = path.text()});
 }
 
 } // namespace
@@ -67,8 +66,7 @@ int cfg_setint(int value, const char *fmt, ...) {
 
 int cfg_getcount(const char *fmt, ...) {
     ZAN_FORMAT_OR_RETURN(0, path, fmt, count_path_size);
-    // After an object's path it requests the number of instances.
-    path.append('#');
+    path.append(wire::count_mark);
     char number[number_size] = {};
     get_text(get, path.formatted_again(), number, sizeof number);
     return to_int(number);

@@ -2,6 +2,7 @@
 // The daemon link and the links between modules over local sockets.
 #include "ipc/pending.h"
 #include "ipc/socket.h"
+#include "wire/place.h"
 #include "zan.h"
 
 #include <cstdio>
@@ -30,7 +31,7 @@ struct SocketFile {
     char path[256];
 
     SocketFile(const char *name, int number) {
-        zan_sprintf(path, sizeof path, "%s/%s_%d.ls", "/tmp", name, number);
+        zan_sprintf(path, sizeof path, wire::local_socket_format, name, number);
     }
 
     sockaddr_un address() const {

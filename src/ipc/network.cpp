@@ -5,6 +5,7 @@
 #include "util/errno_guard.h"
 #include "util/number.h"
 #include "util/pause.h"
+#include "wire/place.h"
 #include "zan.h"
 
 #include <arpa/inet.h>
@@ -25,28 +26,21 @@ constexpr int send_timeout_ms = 300;
 constexpr int receive_timeout_s = 3;
 constexpr SendPolicy send_policy = {"ipc socket send failed, %s\n", Remainder::kept};
 
-constexpr int default_daemon_port = 2679;
-constexpr char default_daemon_address[] = "192.168.0.1";
 constexpr std::size_t address_text_size = 32;
 constexpr int connect_attempts = 5;
 constexpr int connect_pause_us = 100'000;
-constexpr int first_module_port = 12000;
-constexpr int last_port = 65535;
 constexpr std::size_t first_line_size = 256;
 
 constinit PendingList pending = {};
-constinit int g_zan_port = default_daemon_port;
-constinit int g_ipc_port = first_module_port;
+constinit int g_zan_port = wire::first_daemon_port;
+constinit int g_ipc_port = wire::first_module_port;
 
 // A file under /tmp with the port or address of a socket.
 struct AddressFile {
     char path[256];
 
-    explicit AddressFile(const char *name) {
-        zan_sprintf(path, sizeof path, "%s/%s", "/tmp", name);
-    }
-    AddressFile(const char *module, const char *suffix) {
-        zan_sprintf(path, sizeof path, "%s/%s%s", "/tmp", module, suffix);
+    AddressFile(const char *format, const char *name) {
+        zan_sprintf(path, sizeof path, format, name);
     }
 
     int write(int port) const {
@@ -79,13 +73,13 @@ struct AddressFile {
 };
 
 AddressFile daemon_port_file() {
-    return AddressFile("zan.socket");
+    return AddressFile("%s", wire::port_file);
 }
 AddressFile daemon_address_file() {
-    return AddressFile("zan.socketip");
+    return AddressFile("%s", wire::address_file);
 }
 AddressFile module_port_file(const char *module) {
-    return AddressFile(module, ".info");
+    return AddressFile(wire::module_port_format, module);
 }
 
 sockaddr_in address_of(in_addr_t host, int port) {
@@ -103,7 +97,7 @@ const sockaddr *generic(const sockaddr_in *address) {
 // Binds to the first free port from *port upward and stores it there.  False if none is
 // free; *port stays, because ports may be free again at the next search.
 bool bind_upward(int fd, in_addr_t host, int *port) {
-    for (int candidate = *port; candidate <= last_port; ++candidate) {
+    for (int candidate = *port; candidate <= wire::last_port; ++candidate) {
         const sockaddr_in address = address_of(host, candidate);
         if (bind(fd, generic(&address), sizeof address) == 0) {
             *port = candidate;
@@ -143,7 +137,7 @@ sockaddr_in daemon_address() {
     zan_get_socket_ip(text);
     // Before it is trimmed: a line of spaces is an address that cannot be reached.
     if (text[0] == '\0')
-        std::memcpy(text, default_daemon_address, sizeof default_daemon_address);
+        std::memcpy(text, wire::default_daemon_address, sizeof wire::default_daemon_address);
     zan_trimr(text);
     in_addr host{};
     if (inet_aton(text, &host) == 0)
@@ -188,7 +182,7 @@ int zan_socket_write_port_file(int port) {
 }
 
 int zan_get_socket_port(void) {
-    return daemon_port_file().read_port(default_daemon_port);
+    return daemon_port_file().read_port(wire::first_daemon_port);
 }
 
 void zan_get_socket_ip(char *out) {

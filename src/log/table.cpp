@@ -2,6 +2,7 @@
 #include "log/table.h"
 
 #include "util/errno_guard.h"
+#include "wire/place.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -20,7 +21,7 @@ static_assert(creation_flags == 1023);
 
 // Lets people find the segment with ipcs.
 void write_key_file(key_t key) {
-    FILE *file = std::fopen("/tmp/ipc_used", "w+");
+    FILE *file = std::fopen(wire::log_key_file, "w+");
     if (file == nullptr)
         return;
     std::fprintf(file, "0x%x", static_cast<unsigned int>(key));

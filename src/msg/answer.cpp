@@ -4,12 +4,12 @@
 #include "msg/dispatch.h"
 #include "msg/request_record.h"
 #include "util/errno_guard.h"
+#include "wire/command.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <pthread.h>
 
 namespace zan {
@@ -19,16 +19,11 @@ namespace {
 constinit char g_kept_text[ZAN_DATA_SIZE + 1] = {};
 constinit pthread_mutex_t g_kept_text_lock = PTHREAD_MUTEX_INITIALIZER;
 
-constexpr int commands_answered_with_text[] = {
-    ZAN_CFG_GET,       ZAN_CFG_GET_ATTR, ZAN_CFG_LOGIN,       ZAN_CFG_CONVERT_PATH,
-    ZAN_CFG_GET_ARRAY, ZAN_CFG_IFNAME,   ZAN_CFG_RESERVED_30, ZAN_CFG_MODULE_PID,
-};
-
 bool answers_with_text(int type, int cmd) {
     if (type != ZAN_CLASS_CFG)
         return type == ZAN_CLASS_CWMP;
-    return std::find(std::begin(commands_answered_with_text), std::end(commands_answered_with_text),
-                     cmd) != std::end(commands_answered_with_text);
+    const auto &cmds = wire::answered_with_text;
+    return std::find(cmds.begin(), cmds.end(), cmd) != cmds.end();
 }
 
 // Receives until (type, cmd) arrives.  Stores the length of its payload in *len; a record

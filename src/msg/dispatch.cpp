@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "msg/dispatch.h"
 
-#include "util/number.h"
-#include "util/text.h"
+#include "wire/value_change.h"
+#include "wire/word.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <span>
 #include <string_view>
 
 namespace zan {
@@ -23,58 +22,32 @@ struct Handlers {
 };
 constinit Handlers g_zan_api_callback = {};
 
-// Reads a notification's text field by field, like sscanf with "%s %s %s %d %d %s", but
-// within the text and within each field's bound.
-class FieldReader {
-public:
-    explicit FieldReader(std::string_view text) : text_(text) {}
-
-    // Copies the next field, cut to the bound.
-    void read(std::span<char> field) {
-        const std::string_view token = next();
-        const std::size_t length = std::min(token.size(), field.size() - 1);
-        std::memcpy(field.data(), token.data(), length);
-        field[length] = '\0';
-    }
-
-    // A field that is not a number ends the reading, and *value stays.
-    void read(int *value) {
-        if (!take_int(text_, value))
-            text_.remove_prefix(text_.size());
-    }
-
-private:
-    std::string_view next() {
-        skip_space(text_);
-        std::size_t length = 0;
-        while (length < text_.size() && !is_space(text_[length]))
-            ++length;
-        const std::string_view token(text_.data(), length);
-        text_.remove_prefix(length);
-        return token;
-    }
-
-    std::string_view text_;
-};
+// Bounded by the field, with a terminator.
+template<std::size_t Size> void copy_cut(char (&field)[Size], std::string_view text) {
+    const std::size_t length = std::min(text.size(), Size - 1);
+    std::copy_n(text.data(), length, field); // an empty text may be a null pointer
+    field[length] = '\0';
+}
 
 // The arguments of a value-changed handler, by position.  A handler may write into its
 // texts, so each has its own.
 struct ValueChange {
-    char f1[32];
-    char f2[1024];
-    char f3[ZAN_LONGEST_CHANGED_VALUE + 1];
-    char f6[512];
-    int f4 = 1;
-    int f5 = 0;
+    char f1[wire::max_changed_source + 1];
+    char f2[wire::max_changed_path + 1];
+    char f3[wire::max_changed_value + 1];
+    char f6[wire::max_changed_subscription + 1];
+    int f4;
+    int f5;
 
     ValueChange(const zan_body &body, int room) {
-        FieldReader reader({body.data, strnlen(body.data, static_cast<std::size_t>(room))});
-        reader.read(f1);
-        reader.read(f2);
-        reader.read(f3);
-        reader.read(&f4);
-        reader.read(&f5);
-        reader.read(f6);
+        const wire::ValueChange change = wire::parse_value_change(
+            {body.data, strnlen(body.data, static_cast<std::size_t>(room))});
+        copy_cut(f1, change.source);
+        copy_cut(f2, change.path);
+        copy_cut(f3, change.value);
+        copy_cut(f6, change.subscribed);
+        f4 = change.kind;
+        f5 = change.option;
     }
 };
 
@@ -97,8 +70,7 @@ int dispatch_value_changed(const zan_body &body, int room) {
 int dispatch_event(const zan_body &body, int room) {
     if (g_zan_api_callback.event == nullptr)
         return 0;
-    int32_t code = 0;
-    std::memcpy(&code, body.data, std::min(sizeof code, static_cast<std::size_t>(room)));
+    const int code = wire::load_word({body.data, static_cast<std::size_t>(room)});
     g_zan_api_callback.event(code, body.type);
     return 1;
 }

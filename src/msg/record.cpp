@@ -4,10 +4,7 @@
 #include "msg/identity.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <string_view>
 
 namespace zan {
@@ -70,9 +67,7 @@ void zero_after(zan_body &body, int received, int end) {
 }
 
 void convert_byte_order(zan_body &body) {
-    for (int32_t *word :
-         {&body.type, &body.cmd, &body.pid, &body.result, &body.aux, &body.arg, &body.len})
-        *word = static_cast<int32_t>(htonl(static_cast<uint32_t>(*word)));
+    wire::convert_byte_order(body);
 }
 
 } // namespace zan

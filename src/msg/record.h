@@ -1,34 +1,18 @@
 // SPDX-License-Identifier: MIT
-// The record: its layout, and the functions that build and read one.
+// The record: the functions that build and read one.  wire/header.h has its layout.
 #pragma once
 
+#include "wire/header.h"
 #include "zan.h"
 
 #include <cstddef>
 #include <string_view>
-#include <type_traits>
 
 namespace zan {
 
-static_assert(offsetof(zan_body, type) == 0);
-static_assert(offsetof(zan_body, cmd) == 4);
-static_assert(offsetof(zan_body, dst) == 8);
-static_assert(offsetof(zan_body, src) == 40);
-static_assert(offsetof(zan_body, pid) == 72);
-static_assert(offsetof(zan_body, time) == 76);
-static_assert(offsetof(zan_body, spare) == 80);
-static_assert(offsetof(zan_body, result) == 84);
-static_assert(offsetof(zan_body, aux) == 88);
-static_assert(offsetof(zan_body, arg) == 92);
-static_assert(offsetof(zan_body, len) == 96);
-static_assert(offsetof(zan_body, data) == ZAN_HEADER_SIZE);
-static_assert(sizeof(zan_body) == ZAN_BODY_SIZE);
-static_assert(offsetof(zan_msg, body) == sizeof(long));
-static_assert(sizeof(long) != 4 || sizeof(zan_msg) == 35104);
 static_assert(sizeof(void *) != 4 ||
               (offsetof(zan_resp, data) == 4 && offsetof(zan_resp, len) == 35004 &&
                sizeof(zan_resp) == 35008));
-static_assert(std::is_trivially_copyable_v<zan_msg> && std::is_standard_layout_v<zan_msg>);
 
 // Storage to receive a record into.  A payload that fills the area leaves no room for a
 // terminator, so one more byte follows it.

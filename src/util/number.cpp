@@ -58,24 +58,6 @@ std::uint32_t to_uint32(const char *text, int base) {
     return clamp_to_32_bits<std::uint32_t>(std::strtoul(text, nullptr, base));
 }
 
-bool take_int(std::string_view &text, int *value, std::size_t width) {
-    constexpr auto lowest = std::int64_t{std::numeric_limits<int>::min()};
-    constexpr auto highest = std::int64_t{std::numeric_limits<int>::max()};
-    skip_space(text);
-    const bool negative = text.starts_with('-');
-    const std::size_t digits_at = negative || text.starts_with('+') ? 1 : 0;
-    const std::size_t most = std::min(width, text.size());
-    std::int64_t sum = 0;
-    std::size_t at = digits_at;
-    for (; at < most && is_digit(text[at]); ++at)
-        sum = std::min(sum * 10 + (text[at] - '0'), -lowest);
-    if (at == digits_at)
-        return false;
-    text.remove_prefix(at);
-    *value = static_cast<int>(std::min(negative ? -sum : sum, highest));
-    return true;
-}
-
 } // namespace zan
 
 using namespace zan;

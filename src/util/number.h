@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstddef>
+#include "wire/scan.h"
+
 #include <cstdint>
-#include <string_view>
 
 namespace zan {
 
@@ -14,10 +14,6 @@ int to_int(const char *text);
 // The same without a sign, in the base (0: by prefix).
 std::uint32_t to_uint32(const char *text, int base);
 
-// Removes the number at the start of the text, as scanf does for "%d": after white space,
-// and of at most `width` characters.  One that does not fit is the nearest that does, on every
-// machine.  False, with *value as it was and only the white space taken, when there is
-// none.
-bool take_int(std::string_view &text, int *value, std::size_t width = std::string_view::npos);
+using wire::take_int;
 
 } // namespace zan

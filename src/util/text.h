@@ -2,8 +2,9 @@
 // Bounded copy and formatting; the public functions are in zan.h.
 #pragma once
 
+#include "wire/scan.h"
+
 #include <cstddef>
-#include <string_view>
 
 namespace zan {
 
@@ -21,19 +22,9 @@ constexpr bool is_blank(char c) {
     return static_cast<signed char>(c) < 33;
 }
 
-constexpr bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-// White space as in the C locale, whatever locale the module has set.
-constexpr bool is_space(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-inline void skip_space(std::string_view &text) {
-    while (!text.empty() && is_space(text[0]))
-        text.remove_prefix(1);
-}
+using wire::is_digit;
+using wire::is_space;
+using wire::skip_space;
 
 // Formats a text that has no arguments: "%%" becomes "%", and any other "%" stays as it
 // is, because there is no argument.  So does "%m", which takes none: the current error

@@ -2,13 +2,15 @@
 // Where modules and the daemon find each other: files, ports and addresses.
 #pragma once
 
+#include "zan.h"
+
 namespace zan::wire {
 
 // ---- the daemon's files ----------------------------------------------------
 
 // The id of the queue that takes requests, and of the one that answers registrations.
-inline constexpr char request_queue_file[] = "/tmp/zan_qid";
-inline constexpr char registration_queue_file[] = "/tmp/zan_req_qid";
+inline constexpr char request_queue_file[] = ZAN_QUEUE_FILE;
+inline constexpr char registration_queue_file[] = ZAN_REGISTRATION_QUEUE_FILE;
 
 // Where the daemon accepts agents over TCP.
 inline constexpr char port_file[] = "/tmp/zan.socket";
@@ -16,8 +18,7 @@ inline constexpr char address_file[] = "/tmp/zan.socketip";
 
 // ---- files of modules, as formats ------------------------------------------
 
-// Name and instance: the key file of a module's queue, and a local socket.
-inline constexpr char key_file_format[] = "/tmp/%s_%d.msq";
+// Name and instance of a local socket; ZAN_KEY_FILE is that of a queue's key file.
 inline constexpr char local_socket_format[] = "/tmp/%s_%d.ls";
 // Name: the port of a module's datagram socket.
 inline constexpr char module_port_format[] = "/tmp/%s.info";

@@ -22,35 +22,49 @@ template<Sink Out> constexpr void append(Out &out, char character) {
     out.append(&character, 1);
 }
 
-// Text of up to Size-1 characters with a terminator.  The rest of a longer text is
-// dropped, but counted.
-template<std::size_t Size> class FixedText {
+// Text with a terminator in storage of a fixed size.  What does not fit is dropped, but
+// counted.
+class BoundedText {
 public:
-    constexpr void append(const char *text, std::size_t size) {
-        const std::size_t length = this->length();
-        const std::size_t copied = std::min(size, Size - 1 - length);
-        std::copy_n(text, copied, text_ + length);
-        text_[length + copied] = '\0';
+    BoundedText(const BoundedText &) = delete;
+    BoundedText &operator=(const BoundedText &) = delete;
+
+    // Never inlined, because most payloads take several calls.
+    [[gnu::noinline]] constexpr void append(const char *text, std::size_t size) {
+        const std::size_t copied = std::min(size, max_ - length_);
+        std::copy_n(text, copied, text_ + length_);
+        length_ += copied;
+        text_[length_] = '\0';
         counted_ += size;
     }
 
     constexpr const char *c_str() const { return text_; }
-    constexpr std::string_view view() const { return {text_, length()}; }
-    constexpr std::size_t length() const { return std::min(counted_, Size - 1); }
+    constexpr std::string_view view() const { return {text_, length_}; }
 
     // The characters appended, stored or dropped.
     constexpr std::size_t counted() const { return counted_; }
 
-private:
-    // The first append terminates it: clearing a buffer for each request costs more
-    // than formatting into it.
-    char text_[Size];
-    std::size_t counted_ = 0;
-
-public:
-    constexpr FixedText() { // NOLINT(cppcoreguidelines-pro-type-member-init)
+protected:
+    constexpr BoundedText(char *storage, std::size_t size) : text_(storage), max_(size - 1) {
         text_[0] = '\0';
     }
+    constexpr ~BoundedText() = default;
+
+private:
+    char *text_;
+    std::size_t max_;
+    std::size_t length_ = 0;
+    std::size_t counted_ = 0;
+};
+
+// Text of up to Size-1 characters.
+template<std::size_t Size> class FixedText : public BoundedText {
+public:
+    // The storage is not cleared: that would cost more than formatting into it.
+    constexpr FixedText() : BoundedText(storage_, Size) {} // NOLINT
+
+private:
+    char storage_[Size];
 };
 
 } // namespace zan::wire

@@ -12,8 +12,6 @@ namespace zan::wire {
 
 // ---- set: "0PATH VALUE" ----------------------------------------------------
 
-// Path and value that a set carries, with the flag and the space.
-inline constexpr std::size_t max_assignment = 2046;
 // A flag that is always 0.
 inline constexpr char assignment_flag = '0';
 
