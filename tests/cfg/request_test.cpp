@@ -4,6 +4,7 @@
 // report, and that one is in flight at a time.
 #include "cfg/config_test.h"
 #include "support/patience.h"
+#include "support/requests.h"
 #include "support/worker.h"
 
 #include <sched.h>
@@ -18,133 +19,13 @@
 #include <functional>
 #include <optional>
 #include <pthread.h>
+#include <set>
+#include <sstream>
+#include <string>
 #include <utility>
 
 namespace zan::test {
 namespace {
-
-struct Call {
-    const char *name;
-    int type;
-    int cmd;
-    std::function<int()> make;
-    // The report of a send that fails, behind the function's name; PID stands for the process id.
-    std::vector<std::string> report;
-    // What a failed wait and the daemon's refusal give, where it is not their result.
-    std::optional<int> refusal = {};
-};
-
-std::ostream &operator<<(std::ostream &out, const Call &call) {
-    return out << call.name;
-}
-
-std::vector<std::string> about(const std::string &subject) {
-    return {":zan_msg_send fail!", ": " + subject, ": pid=PID"};
-}
-const std::vector<std::string> about_nothing = {":zan_msg_send fail!", ": pid=PID"};
-const std::vector<std::string> in_one_line = {":zan_msg_send fail!"};
-
-char g_value[64]; // where the calls that read put what they get
-char g_file[] = "/tmp/a";
-char g_text[] = "text";
-
-// 1 for the text of an answer, as all others say it.
-int attributes_of(const char *path) {
-    const intptr_t text = cfg_getattr("%s", path);
-    if (text == 0 || text == ZAN_ERR_SEND)
-        return static_cast<int>(text);
-    return std::strcmp(reinterpret_cast<const char *>(text), "1") == 0 ? 1 : -99;
-}
-
-int check_login() {
-    zan_login_req login = {"a", "b", "c", "d", nullptr, -1};
-    return zan_loginauth(&login);
-}
-
-// Those that hold the API lock.
-const Call locked_calls[] = {
-    {"cfg_getstr", class_cfg, cmd_get, [] { return cfg_getstr(g_value, 64, "/a:%d", 1); },
-     about("path=/a:1")},
-    {"cfg_getarray", class_cfg, cmd_array, [] { return cfg_getarray(g_value, 64, "/a:%d", 2); },
-     about("path=/a:2")},
-    {"cfg_setstr", class_cfg, cmd_set, [] { return cfg_setstr("value", "/a:%d", 3); },
-     about("path=/a:3")},
-    {"cfg_get_module_pid", class_cfg, cmd_pid, [] { return cfg_get_module_pid("wifi"); },
-     about("module=wifi")},
-    {"cfg_anchor", class_cfg, cmd_anchor, [] { return cfg_anchor("/a:%d", 4); },
-     about("path=/a:4")},
-    {"cfg_del", class_cfg, cmd_delete, [] { return cfg_del("/a:%d", 5); }, about("path=/a:5")},
-    {"cfg_reload", class_cfg, cmd_reload, [] { return cfg_reload(g_file); },
-     about("loadfile=/tmp/a")},
-    {"cfg_setfile", class_cfg, cmd_set_file, [] { return cfg_setfile(g_file); },
-     about("loadfile=/tmp/a")},
-    {"cfg_dump", class_cfg, cmd_dump, [] { return cfg_dump(2, g_file); }, about("dumpfile=/tmp/a")},
-    // The path alone, not the whole payload.
-    {"cfg_print", class_cfg, cmd_print, [] { return cfg_print(2, "extra", "/a:%d", 6); },
-     about("tmp_path=/a:6")},
-    {"cfg_getattr", class_cfg, cmd_get_attr, [] { return attributes_of("/a:7"); },
-     about("tmp_path=/a:7"), 0},
-    {"cfg_setattr", class_cfg, cmd_set_attr, [] { return cfg_setattr("ro", "/a:%d", 8); },
-     about("tmp_path=/a:8")},
-    {"cfg_reset", class_cfg, cmd_reset, [] { return cfg_reset("/a:%d", 9); }, about_nothing},
-    {"cfg_apply_firewall_event", class_cfg, cmd_apply_firewall, cfg_apply_firewall_event,
-     about_nothing},
-    {"zan_loginauth", class_cfg, cmd_login, check_login, about_nothing},
-    {"zan_convert", class_cfg, cmd_convert, [] { return zan_convert(2, g_text); }, about_nothing},
-    {"zan_convert_path", class_cfg, cmd_convert_path,
-     [] { return zan_convert_path(g_value, 64, 2, "/a:%d", 10); }, about_nothing},
-    {"zan_cfg_get_ifname", class_cfg, cmd_ifname,
-     [] { return zan_cfg_get_ifname(g_value, 64, "/a:%d", 11); }, about_nothing},
-    {"zan_notify_register_value_changed", class_notify, 0,
-     [] { return zan_notify_register_value_changed("/a", 1, 2); }, about_nothing},
-    {"zan_notify_register_event", class_notify, 1, [] { return zan_notify_register_event(1); },
-     about_nothing},
-    {"zan_notify_unregister_value_changed", class_notify, 2,
-     [] { return zan_notify_unregister_value_changed("/a"); }, about_nothing},
-    {"zan_notify_unregister_event", class_notify, 3, [] { return zan_notify_unregister_event(1); },
-     about_nothing},
-};
-
-// Those that take no lock.
-const Call unlocked_calls[] = {
-    {"zan_fad_send", class_action, 42, [] { return zan_fad_send(42, 1, 0, 42, "name"); },
-     in_one_line},
-};
-
-// Those that wait for no answer: the result is the send's, 0, or 1.
-struct Post {
-    const char *name;
-    std::function<int()> make;
-    int result;
-    std::vector<std::string> report;
-};
-
-std::ostream &operator<<(std::ostream &out, const Post &post) {
-    return out << post.name;
-}
-
-std::vector<std::string> with_line(const std::string &line) {
-    return {": cmd_line=firewall_cntl " + line, ":zan_msg_send fail!"};
-}
-
-const Post posts[] = {
-    {"zan_fad_send", [] { return zan_fad_send(42, 0, 0, 42, "name"); }, 1, in_one_line},
-    {"zan_report_event_result", [] { return zan_report_event_result(1, 2); }, 0, in_one_line},
-    {"zan_do_cwmp_request", [] { return zan_do_cwmp_request(1, "data", 4); }, 1, in_one_line},
-    {"zan_ctl_request",
-     [] { return zan_ctl_request("a b"); },
-     0,
-     {":zan_msg_send fail! cmdline=a b"}},
-    {"zan_firewall_request", [] { return zan_firewall_request("F", "P"); }, 0,
-     with_line("-f F -p P")},
-    {"zan_firewall_request2", [] { return zan_firewall_request2("F", "P", "A"); }, 0,
-     with_line("-f F -p P -a A")},
-    {"zan_firewall_request3", [] { return zan_firewall_request3("%d", 3); }, 0, with_line("-C 3")},
-    {"zan_firewall_request4", [] { return zan_firewall_request4("F", "K"); }, 0,
-     with_line("-f F -k K")},
-    {"zan_firewall_l2b_notify", [] { return zan_firewall_l2b_notify("P", "I", 4); }, 0,
-     with_line("-b -p P -i I -m 4")},
-};
 
 // What a send that fails prints about itself.
 std::string report_of(const char *function, const std::vector<std::string> &report) {
@@ -157,7 +38,7 @@ std::string report_of(const char *function, const std::vector<std::string> &repo
     return text;
 }
 
-class Request : public ConfigTest, public testing::WithParamInterface<Call> {
+class Request : public ConfigTest, public testing::WithParamInterface<RequestFunction> {
 protected:
     int make() { return GetParam().make(); }
     void answers(const Replies &replies) { daemon.once(GetParam().type, GetParam().cmd, replies); }
@@ -172,10 +53,31 @@ protected:
         EXPECT_FALSE(sigterm_is_blocked());
     }
 };
-INSTANTIATE_TEST_SUITE_P(Of, Request, testing::ValuesIn(locked_calls),
+INSTANTIATE_TEST_SUITE_P(Of, Request, testing::ValuesIn(locked_requests),
                          [](const auto &call) { return call.param.name; });
-INSTANTIATE_TEST_SUITE_P(WithoutLock, Request, testing::ValuesIn(unlocked_calls),
+INSTANTIATE_TEST_SUITE_P(WithoutLock, Request, testing::ValuesIn(unlocked_requests),
                          [](const auto &call) { return call.param.name; });
+
+// ---- the table -------------------------------------------------------------
+
+TEST(RequestTable, NamesEveryConfigurationFunction) {
+    std::set<std::string> listed = {"cfg_hw_id_info_init"}; // makes none
+    for (const RequestFunction &request : locked_requests)
+        listed.insert(request.name);
+    for (const IndirectRequest &request : indirect_requests)
+        listed.insert(request.name);
+    for (const IndirectRequest &request : combined_requests)
+        listed.insert(request.name);
+    std::istringstream exports(read_file(ZAN_TEST_EXPORTS));
+    int functions = 0;
+    for (std::string name; exports >> name;) {
+        if (!name.starts_with("cfg_"))
+            continue;
+        ++functions;
+        EXPECT_TRUE(listed.contains(name)) << name;
+    }
+    EXPECT_GT(functions, 25);
+}
 
 // ---- answers ---------------------------------------------------------------
 
@@ -311,7 +213,7 @@ TEST_P(Request, WaitsForADeadDaemonUntilItIsInterruptedTwice) {
 // ---- the lock --------------------------------------------------------------
 
 class RequestLock : public Request {};
-INSTANTIATE_TEST_SUITE_P(Of, RequestLock, testing::ValuesIn(locked_calls),
+INSTANTIATE_TEST_SUITE_P(Of, RequestLock, testing::ValuesIn(locked_requests),
                          [](const auto &call) { return call.param.name; });
 
 TEST_P(RequestLock, IsWaitedForBeforeAnythingIsSent) {
@@ -359,7 +261,7 @@ TEST_P(RequestLock, IsHeldAndSigtermHeldOffUntilTheAnswerIsIn) {
 }
 
 class LocklessRequest : public Request {};
-INSTANTIATE_TEST_SUITE_P(Of, LocklessRequest, testing::ValuesIn(unlocked_calls),
+INSTANTIATE_TEST_SUITE_P(Of, LocklessRequest, testing::ValuesIn(unlocked_requests),
                          [](const auto &call) { return call.param.name; });
 
 TEST_P(LocklessRequest, TakesNoLock) {
@@ -374,7 +276,7 @@ TEST_P(LocklessRequest, TakesNoLock) {
 
 // ---- sending alone ---------------------------------------------------------
 
-class Posted : public ConfigTest, public testing::WithParamInterface<Post> {};
+class Posted : public ConfigTest, public testing::WithParamInterface<PostFunction> {};
 INSTANTIATE_TEST_SUITE_P(By, Posted, testing::ValuesIn(posts),
                          [](const auto &post) { return post.param.name; });
 

@@ -5,6 +5,7 @@
 #include "log/outputs.h"
 #include "support/capture.h"
 #include "support/module_test.h"
+#include "support/requests.h"
 #include "support/sandbox.h"
 
 #include <gtest/gtest.h>
@@ -14,8 +15,9 @@
 
 #include <cstring>
 #include <functional>
-#include <ostream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 namespace zan::test {
 namespace {
@@ -58,67 +60,26 @@ std::size_t stack_used_by(const std::function<void()> &call) {
     return used;
 }
 
-struct Request {
-    const char *name;
-    std::function<void()> make;
-};
-
-std::ostream &operator<<(std::ostream &out, const Request &request) {
-    return out << request.name;
+// Those that make a single request.
+std::vector<IndirectRequest> single_requests() {
+    std::vector<IndirectRequest> all(std::begin(indirect_requests), std::end(indirect_requests));
+    for (const RequestFunction &request : locked_requests)
+        all.push_back({request.name, request.make_longest});
+    return all;
 }
 
-char g_value[1024];
-const std::string long_path(3000, 'p');
-const std::string long_value(3000, 'v');
-std::string g_long_storage(3000, 't');
-char *const g_long_text = g_long_storage.data();
-std::string g_path_storage = "/" + long_path;
-char *const g_long_path = g_path_storage.data();
-
-const Request requests[] = {
-    {"cfg_getstr", [] { cfg_getstr(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_getarray", [] { cfg_getarray(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_setstr", [] { cfg_setstr(long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_getint", [] { cfg_getint("/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_setint", [] { cfg_setint(1, "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_getcount", [] { cfg_getcount("/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_get_module_pid", [] { cfg_get_module_pid(long_path.c_str()); }},
-    {"cfg_anchor", [] { cfg_anchor("/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_del", [] { cfg_del("/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_dump", [] { cfg_dump(1, g_long_text); }},
-    {"cfg_print", [] { cfg_print(1, long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_getattr", [] { cfg_getattr("/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_setattr", [] { cfg_setattr(long_value.c_str(), "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_reset", [] { cfg_reset("/%s:%d", long_path.c_str(), 1); }},
-    {"zan_loginauth",
-     [] {
-         zan_login_req login = {"a", "b", "c", g_long_text, g_long_text, 0};
-         zan_loginauth(&login);
-     }},
-    {"zan_convert", [] { zan_convert(1, g_long_text); }},
-    {"zan_convert_path", [] { zan_convert_path(g_value, 5, 1, "/%s:%d", long_path.c_str(), 1); }},
-    {"zan_cfg_get_ifname", [] { zan_cfg_get_ifname(g_value, 5, "/%s:%d", long_path.c_str(), 1); }},
-    {"cfg_get_hw_model", cfg_get_hw_model},
-    {"zan_notify_register_value_changed",
-     [] { zan_notify_register_value_changed(long_path.c_str(), 1, 2); }},
-    {"zan_notify_unregister_value_changed",
-     [] { zan_notify_unregister_value_changed(long_path.c_str()); }},
-    {"zan_notify_register_event", [] { zan_notify_register_event(1); }},
-    {"zan_notify_unregister_event", [] { zan_notify_unregister_event(1); }},
-};
-
-class Stack : public ModuleTest, public testing::WithParamInterface<Request> {
+class Stack : public ModuleTest, public testing::WithParamInterface<IndirectRequest> {
 protected:
     void expect_promise_kept() {
         // The first call resolves symbols; that is the loader's stack, once.
-        GetParam().make();
-        const std::size_t used = stack_used_by(GetParam().make);
+        GetParam().make_longest();
+        const std::size_t used = stack_used_by(GetParam().make_longest);
         RecordProperty("bytes", std::to_string(used));
         EXPECT_LE(used, promised);
         EXPECT_GE(used, 100U) << "nothing has been measured";
     }
 };
-INSTANTIATE_TEST_SUITE_P(Of, Stack, testing::ValuesIn(requests),
+INSTANTIATE_TEST_SUITE_P(Of, Stack, testing::ValuesIn(single_requests()),
                          [](const auto &request) { return request.param.name; });
 
 TEST_P(Stack, StaysWithinThePromiseWhenAnswered) {
@@ -135,18 +96,16 @@ TEST_P(Stack, StaysWithinThePromiseWhenTheDaemonIsGone) {
     expect_promise_kept();
 }
 
-// Two requests each, the deepest of those that make several.
 TEST(StackOfSeveralRequests, StaysWithinThePromise) {
     StdoutCapture output;
     ScriptedDaemon daemon;
     ASSERT_GE(zan_register("probe", 7), 0);
     daemon.on(1, 22, answer(std::string(2000, 'x')));
-    for (const std::function<void()> &call :
-         {std::function<void()>([] { cfg_apply_all(); }),
-          std::function<void()>([] { cfg_is_iphost_conn(g_long_path); })}) {
-        call();
-        const std::size_t used = stack_used_by(call);
-        RecordProperty("bytes", std::to_string(used));
+    for (const IndirectRequest &request : combined_requests) {
+        SCOPED_TRACE(request.name);
+        request.make_longest();
+        const std::size_t used = stack_used_by(request.make_longest);
+        RecordProperty(request.name, std::to_string(used));
         EXPECT_LE(used, promised);
     }
     remove_queue(g_msq_qid);
@@ -162,7 +121,7 @@ TEST(StackOfALogLine, StaysWithinItsBound) {
     ASSERT_GE(zan_register("probe", 7), 0);
     for (const int dest : {4, 5}) {
         ASSERT_EQ(zan_log_init("probe", 7, dest), 1);
-        const std::function<void()> call = [] { zan_log("probe", 3, "%s", long_value.c_str()); };
+        const std::function<void()> call = [] { zan_log("probe", 3, "%s", requests::long_name); };
         call();
         const std::size_t used = stack_used_by(call);
         RecordProperty("bytes_" + std::to_string(dest), std::to_string(used));
@@ -178,7 +137,8 @@ TEST_P(Stack, FitsTheSmallestThread) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     ASSERT_EQ(pthread_attr_setstacksize(&attributes, smallest), 0);
-    Measured measured{&GetParam().make, nullptr};
+    const std::function<void()> make = GetParam().make_longest;
+    Measured measured{&make, nullptr};
     pthread_t thread;
     ASSERT_EQ(pthread_create(&thread, &attributes, run_measured, &measured), 0);
     EXPECT_EQ(pthread_join(thread, nullptr), 0);
