@@ -17,29 +17,32 @@
 // fill, under the lock that keeps a receiving thread out of the queue.  "raw with duties"
 // is the floor with these.
 #include "ratio_report.h"
+#include "stub_daemon.h"
+#include "wire/word.h"
 
 #include "zan.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
-#include <netinet/in.h>
 #include <poll.h>
 #include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
+
+using zan::bench::check;
+using zan::bench::open_connection;
+using zan::bench::open_listener;
+using zan::bench::path_for;
+using zan::bench::read_whole;
+using zan::bench::StubDaemon;
 
 constexpr int repetitions = 200;
 constexpr double seconds_each = 0.01;
@@ -49,133 +52,10 @@ constexpr char gate_path[] = "/InternetGatewayDevice/X_ORVANE_EasyMesh/Status/To
 constexpr int gate_requests = 4;
 
 int request_queue;
-int registration_queue;
 int raw_queue;
 
-void check(bool done, const char *what) {
-    if (done)
-        return;
-    std::perror(what);
-    std::exit(1);
-}
-
-// ---- The daemon ------------------------------------------------------------
-
-void write_id(const char *path, int id) {
-    FILE *file = std::fopen(path, "w");
-    check(file != nullptr, path);
-    std::fprintf(file, "%d\n", id);
-    std::fclose(file);
-}
-
-pid_t start(void (*serve)(int), int argument) {
-    const pid_t server = fork();
-    if (server == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        serve(argument);
-        _exit(0);
-    }
-    return server;
-}
-
-const char *mesh_value(const char *path) {
-    if (std::strstr(path, "/DeviceRole") != nullptr)
-        return "Agent";
-    return std::strstr(path, "EasyMesh/Enable") != nullptr ? "1" : "0";
-}
-
-void serve_queues(int) {
-    static zan_msg record;
-    while (msgrcv(request_queue, &record, ZAN_BODY_SIZE, 0, 0) >= 0) {
-        const int module_queue = static_cast<int>(record.mtype);
-        record.body.result = 1;
-        if (record.body.type == ZAN_CLASS_REGISTRATION) {
-            msgsnd(registration_queue, &record, ZAN_HEADER_SIZE, 0);
-            continue;
-        }
-        record.body.data[record.body.len] = '\0';
-        const std::string value = mesh_value(record.body.data);
-        record.mtype = record.body.type;
-        record.body.len = static_cast<int32_t>(value.size());
-        std::memcpy(record.body.data, value.data(), value.size());
-        msgsnd(module_queue, &record, ZAN_HEADER_SIZE + value.size(), 0);
-    }
-}
-
-bool read_whole(int fd, void *into, std::size_t size) {
-    return recv(fd, into, size, MSG_WAITALL) == static_cast<ssize_t>(size);
-}
-
 int32_t network(int value) {
-    return static_cast<int32_t>(htonl(static_cast<uint32_t>(value)));
-}
-
-// Agents send their messages in the order of their own words, all else travels in
-// network order.
-bool is_message(const zan_body &body) {
-    return body.type == ZAN_CLASS_MESSAGE;
-}
-
-// The path tells how long a value is wanted.
-std::string path_for(std::size_t size) {
-    std::string digits = std::to_string(size);
-    return "/bench/size/" + std::string(8 - digits.size(), '0') + digits;
-}
-
-void serve_link(int fd) {
-    static zan_body body;
-    while (read_whole(fd, &body, ZAN_HEADER_SIZE)) {
-        const int length = is_message(body) ? body.len : network(body.len);
-        if (!read_whole(fd, body.data, static_cast<std::size_t>(length)))
-            return;
-        std::size_t size = 0;
-        if (is_message(body)) {
-            body.type = network(ZAN_CLASS_MESSAGE);
-            body.cmd = network(ZAN_MESSAGE_ACK);
-        } else if (body.type == network(ZAN_CLASS_CFG)) {
-            size = static_cast<std::size_t>(std::atoi(body.data + 12));
-            std::memset(body.data, 'v', size);
-        }
-        body.result = network(1);
-        body.len = network(static_cast<int>(size));
-        send(fd, &body, ZAN_HEADER_SIZE + size, MSG_NOSIGNAL);
-    }
-}
-
-// Serves each connection by a process of its own.
-void serve_links(int listener) {
-    for (;;) {
-        const int fd = accept(listener, nullptr, nullptr);
-        if (fd < 0)
-            return;
-        start(serve_link, fd);
-        close(fd);
-    }
-}
-
-int listener_port;
-
-int open_listener() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    check(bind(fd, reinterpret_cast<sockaddr *>(&address), size) == 0 && listen(fd, 8) == 0 &&
-              getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) == 0,
-          "listener");
-    listener_port = ntohs(address.sin_port);
-    return fd;
-}
-
-int open_connection(int port) {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    check(connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0, "connect");
-    return fd;
+    return zan::wire::convert_word(value);
 }
 
 enum class Duties { none, all };
@@ -408,55 +288,46 @@ void add_all() {
 }
 
 void open_queues() {
-    for (int *queue : {&request_queue, &registration_queue, &raw_queue, &idle_queue}) {
+    for (int *queue : {&raw_queue, &idle_queue}) {
         *queue = msgget(IPC_PRIVATE, 0600);
         check(*queue >= 0, "msgget");
     }
     msqid_ds state{};
     check(msgctl(idle_queue, IPC_STAT, &state) == 0, "msgctl");
     idle_queue_size = state.msg_qbytes;
-    write_id("/tmp/zan_qid", request_queue);
-    write_id("/tmp/zan_req_qid", registration_queue);
 }
 
 void open_own_connection() {
-    const int listener = open_listener();
-    near_end = open_connection(listener_port);
+    int port = 0;
+    const int listener = open_listener(&port);
+    near_end = open_connection(port);
     far_end = accept(listener, nullptr, nullptr);
     fcntl(near_end, F_SETFL, O_NONBLOCK);
     close(listener);
+}
+
+int run(int argc, char **argv) {
+    if (zan_register("bench", 0) < 0 || zan_register_agent("bench", getpid()) < 0)
+        return 1;
+    add_all();
+    const int status = zan::bench::run_interleaved(argc, argv, "raw");
+    zan_unregister("bench", 0);
+    return status;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
     zan::bench::stay_on_one_cpu();
+    const StubDaemon daemon(StubDaemon::Serves::queues_and_connections);
+    request_queue = daemon.request_queue();
     open_queues();
     open_own_connection();
-    const int listener = open_listener();
-    write_id("/tmp/zan.socket", listener_port);
-    FILE *address = std::fopen("/tmp/zan.socketip", "w");
-    check(address != nullptr, "/tmp/zan.socketip");
-    std::fputs("127.0.0.1\n", address);
-    std::fclose(address);
-    const pid_t queue_server = start(serve_queues, 0);
-    const pid_t link_server = start(serve_links, listener);
-    blocking_link = open_connection(listener_port);
-    polled_link = open_connection(listener_port);
+    blocking_link = open_connection(daemon.port());
+    polled_link = open_connection(daemon.port());
     fcntl(polled_link, F_SETFL, O_NONBLOCK);
-
-    if (zan_register("bench", 0) < 0 || zan_register_agent("bench", getpid()) < 0)
-        return 1;
-    add_all();
-    const int status = zan::bench::run_interleaved(argc, argv, "raw");
-    zan_unregister("bench", 0);
-    for (const int queue : {request_queue, registration_queue, raw_queue, idle_queue})
+    const int status = run(argc, argv);
+    for (const int queue : {raw_queue, idle_queue})
         msgctl(queue, IPC_RMID, nullptr);
-    for (const char *path :
-         {"/tmp/zan_qid", "/tmp/zan_req_qid", "/tmp/zan.socket", "/tmp/zan.socketip"})
-        unlink(path);
-    kill(link_server, SIGTERM);
-    waitpid(link_server, nullptr, 0);
-    waitpid(queue_server, nullptr, 0);
     return status;
 }
