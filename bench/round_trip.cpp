@@ -72,7 +72,7 @@ void library_round_trip(benchmark::State &state, std::size_t size) {
 zan::Module *module;
 
 void cpp_round_trip(benchmark::State &state, std::size_t size) {
-    const std::string path = path_for(size);
+    const std::string path = zan::bench::path_for(size);
     for (auto _ : state) {
         zan::Result<std::string> value = module->get(path);
         if (!value || value->size() != size)
