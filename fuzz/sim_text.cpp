@@ -33,10 +33,10 @@ void read_rule(const std::string &rule, const std::string &path, const std::stri
     require(fault->threshold <= std::uint64_t{1} << 32U, "a chance");
     require(fault->effect.kind != Effect::Kind::fail || fault->effect.code < 0, "a result");
     for (const int type : {1, 7}) {
-        const bool fits = fault->fits({type, 2, path, source});
+        const bool matches = fault->matches({type, 2, path, source});
         if (fault->path.empty() && fault->source.empty() && fault->command.empty())
-            require(fits == ((!fault->type || *fault->type == type) &&
-                             (!fault->cmd || *fault->cmd == 2)),
+            require(matches == ((!fault->type || *fault->type == type) &&
+                                (!fault->cmd || *fault->cmd == 2)),
                     "a rule without patterns");
     }
 }

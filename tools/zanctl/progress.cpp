@@ -47,8 +47,8 @@ void Progress::show_elapsed(const std::string &text) {
     constexpr auto poll_interval = std::chrono::milliseconds(50);
     const Clock::time_point start = Clock::now();
     for (long shown = 0; !ended_; std::this_thread::sleep_for(poll_interval)) {
-        const long elapsed =
-            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count();
+        const auto elapsed = static_cast<long>(
+            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count());
         if (elapsed != shown)
             show(text, elapsed);
         shown = elapsed;
