@@ -158,9 +158,10 @@ TEST(HppAgentAlone, ReportsMissingDaemon) {
     StreamPeer deaf(StreamPeer::Start::deaf);
     const Agent agent("node", quick());
     ASSERT_TRUE(agent.registration().failed_with(Failure::not_registered));
-    EXPECT_EQ(agent.registration().error().message(), "no daemon at 127.0.0.1 port " +
-                                                          std::to_string(deaf.port()) +
-                                                          ": Connection refused");
+    // User-mode emulation hands on the host's number of the error, so its text is open.
+    EXPECT_THAT(
+        agent.registration().error().message(),
+        testing::StartsWith("no daemon at 127.0.0.1 port " + std::to_string(deaf.port()) + ": "));
 }
 
 TEST(HppAgentAlone, ReportsRefusal) {
