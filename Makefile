@@ -49,7 +49,7 @@ check: ## check format, static analysis and scripts
 
 format: ## format all sources
 	scripts/bootstrap check
-	git ls-files '*.cpp' '*.c' '*.h' | xargs clang-format -i
+	git ls-files '*.cpp' '*.c' '*.h' '*.hpp' | xargs clang-format -i
 
 bench: ## measure against bare kernel queues and sockets, and against the C library
 	scripts/bootstrap build bench

@@ -102,7 +102,8 @@ TEST_F(FaultEffect, DyingLeavesEverythingBehind) {
     EXPECT_EQ(cfg_setstr("x", "/a"), 1);
     module().send(module().request(class_cfg, cmd_set, "0/a y"));
     EXPECT_EQ(zansim().program().wait(), 128 + SIGKILL);
-    EXPECT_NE(zansim().program().error().find("zansim: an injected fault ends zansim\n"), std::string::npos);
+    EXPECT_NE(zansim().program().error().find("zansim: an injected fault ends zansim\n"),
+              std::string::npos);
     EXPECT_TRUE(file_exists("/tmp/zan_qid"));
     EXPECT_TRUE(queue_exists(zansim().request_queue()));
     remove_queue(g_msq_qid);
