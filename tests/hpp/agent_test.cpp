@@ -158,10 +158,10 @@ TEST(HppAgentAlone, ReportsMissingDaemon) {
     StreamPeer deaf(StreamPeer::Start::deaf);
     const Agent agent("node", quick());
     ASSERT_TRUE(agent.registration().failed_with(Failure::not_registered));
-    // User-mode emulation hands on the host's number of the error, so its text is open.
-    EXPECT_THAT(
-        agent.registration().error().message(),
-        testing::StartsWith("no daemon at 127.0.0.1 port " + std::to_string(deaf.port()) + ": "));
+    const std::string where = "no daemon at 127.0.0.1 port " + std::to_string(deaf.port()) + ": ";
+    // User-mode emulation passes on the build machine's number of a socket error.
+    EXPECT_THAT(agent.registration().error().message(),
+                testing::AnyOf(where + "Connection refused", where + "Unknown error 111"));
 }
 
 TEST(HppAgentAlone, ReportsRefusal) {
